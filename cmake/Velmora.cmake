@@ -1,0 +1,83 @@
+# Compiler settings and the helper functions that every folder uses.
+
+include_guard(GLOBAL)
+
+option(VELMORA_LTO "Link-time optimisation" OFF)
+option(VELMORA_FUZZ "Build the libFuzzer targets with coverage instrumentation" OFF)
+option(VELMORA_THREAD_SAFETY "Check lock annotations with Clang and libc++; nothing is linked" OFF)
+set(VELMORA_SANITIZE "" CACHE STRING "address (with undefined), thread, or empty")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+    set(CMAKE_C_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+endif()
+
+find_package(Threads REQUIRED)
+
+# No RTTI and no exceptions anywhere: a class built with RTTI cannot derive from one built without.
+add_compile_options(-Wall -Wextra -Werror -fno-rtti -fno-exceptions)
+if(CMAKE_BUILD_TYPE STREQUAL "Debug")
+    add_compile_options(-O1 -g1)
+endif()
+if(VELMORA_LTO)
+    set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+endif()
+if(VELMORA_SANITIZE STREQUAL "address")
+    # The vptr check needs RTTI, which nothing here has.
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize=vptr
+                        -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+elseif(VELMORA_SANITIZE STREQUAL "thread")
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=thread)
+endif()
+if(VELMORA_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
+endif()
+if(VELMORA_THREAD_SAFETY)
+    add_compile_options(-stdlib=libc++ -D_LIBCPP_ENABLE_THREAD_SAFETY_ANNOTATIONS
+                        -Wthread-safety -Werror=thread-safety)
+endif()
+
+# velmora_add_tests(LIBRARIES lib... [LABELS label...])
+# Every *_test.cpp of the calling folder's tests/ becomes a test program and a test of its own, named after
+# the file. A line `// Labels: memory threads processes` in the file gives the test its labels, a line
+# `// Timeout: SECONDS` its limit (120 s if absent). Files of tests/ that do not end in _test.cpp are linked into each.
+function(velmora_add_tests)
+    cmake_parse_arguments(ARG "" "FOLDER" "LIBRARIES;INCLUDES;SOURCES" ${ARGN})
+    if(VELMORA_THREAD_SAFETY)
+        return()
+    endif()
+    find_package(GTest REQUIRED)
+    if(NOT ARG_FOLDER)
+        set(ARG_FOLDER tests)
+    endif()
+    file(GLOB tests CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${ARG_FOLDER}/*_test.cpp")
+    foreach(source IN LISTS tests)
+        get_filename_component(name "${source}" NAME_WE)
+        add_executable(${name} "${source}" ${ARG_SOURCES})
+        target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
+        target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}" ${ARG_INCLUDES})
+        add_test(NAME ${name} COMMAND ${name})
+        set(timeout 120)
+        file(STRINGS "${source}" marks REGEX "^// (Labels|Timeout): " LIMIT_COUNT 4)
+        foreach(mark IN LISTS marks)
+            if(mark MATCHES "^// Labels: (.*)$")
+                string(REPLACE " " ";" labels "${CMAKE_MATCH_1}")
+                set_tests_properties(${name} PROPERTIES LABELS "${labels}")
+            elseif(mark MATCHES "^// Timeout: ([0-9]+)")
+                set(timeout ${CMAKE_MATCH_1})
+            endif()
+        endforeach()
+        set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout})
+        set_property(TARGET ${name} PROPERTY RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
+    endforeach()
+endfunction()
