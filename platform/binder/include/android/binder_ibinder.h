@@ -68,8 +68,6 @@ void AIBinder_Class_setHandleShellCommand(AIBinder_Class* clazz,
 // Belongs to the class.
 const char* AIBinder_Class_getDescriptor(const AIBinder_Class* clazz);
 
-// Objects.
-
 // A new local object with one strong reference, which is the caller's.
 AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* args) __attribute__((warn_unused_result));
 
@@ -103,8 +101,6 @@ void* AIBinder_getUserData(AIBinder* binder);
 // A strict weak order of identities, the same as of the strong references.
 bool AIBinder_lt(const AIBinder* lhs, const AIBinder* rhs);
 
-// Calls.
-
 // The process and user of the call that this thread serves, as the kernel says; those of this
 // process outside of a call.
 pid_t AIBinder_getCallingPid();
@@ -122,8 +118,6 @@ binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in);
 // this thread.
 binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in,
                                   AParcel** out, binder_flags_t flags);
-
-// Deaths.
 
 // Runs on a thread of the layer when the hosting process has died. Once per link, or never.
 typedef void (*AIBinder_DeathRecipient_onBinderDied)(void* cookie);

@@ -52,8 +52,6 @@ binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t s
 // Replaces the content by a copy of these bytes, position 0.
 binder_status_t AParcel_unmarshal(AParcel* parcel, const uint8_t* buffer, size_t len);
 
-// Single values.
-
 binder_status_t AParcel_writeInt32(AParcel* parcel, int32_t value);
 binder_status_t AParcel_writeInt64(AParcel* parcel, int64_t value);
 binder_status_t AParcel_writeFloat(AParcel* parcel, float value);
@@ -71,8 +69,6 @@ binder_status_t AParcel_readBool(const AParcel* parcel, bool* value);
 binder_status_t AParcel_readChar(const AParcel* parcel, char16_t* value);
 binder_status_t AParcel_readByte(const AParcel* parcel, int8_t* value);
 
-// Binders and statuses.
-
 // The parcel takes a reference of its own. Null is written as null.
 binder_status_t AParcel_writeStrongBinder(AParcel* parcel, AIBinder* binder);
 // Gives the caller a new reference, or null if null was written. STATUS_BAD_TYPE: no binder stands
@@ -84,8 +80,6 @@ binder_status_t AParcel_readStrongBinder(const AParcel* parcel, AIBinder** binde
 binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status);
 // On success `*status` is a new status of the caller.
 binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status);
-
-// Strings.
 
 // Called once with the length in bytes including the terminating zero, or with -1 for a null
 // string. Gives the place for that many bytes, which the reader fills; false refuses:

@@ -232,8 +232,6 @@ binder_status_t ReadVector(const AParcel* parcel, std::vector<T>* vector) {
 
 }  // namespace internal
 
-// Strings.
-
 inline binder_status_t AParcel_writeString(AParcel* parcel, const std::string& string) {
     if (string.size() > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
         return STATUS_BAD_VALUE;
@@ -252,8 +250,6 @@ inline binder_status_t AParcel_readString(const AParcel* parcel,
                                           std::optional<std::string>* string) {
     return ::AParcel_readString(parcel, string, internal::AllocateOptionalString);
 }
-
-// Binders.
 
 inline binder_status_t AParcel_writeNullableStrongBinder(AParcel* parcel,
                                                          const SpAIBinder& binder) {
@@ -314,8 +310,6 @@ binder_status_t AParcel_readNullableParcelable(const AParcel* parcel,
     return status == STATUS_OK ? AParcel_readParcelable(parcel, &parcelable->emplace()) : status;
 }
 
-// Vectors.
-
 template <typename T>
 binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<T>& vector) {
     return internal::WriteVector<false>(parcel, vector);
@@ -375,8 +369,6 @@ binder_status_t AParcel_resizeVector(const AParcel* parcel, std::optional<std::v
     vector->reset();
     return status == STATUS_UNEXPECTED_NULL ? STATUS_OK : status;
 }
-
-// Any of the types above.
 
 template <typename T>
 binder_status_t AParcel_writeData(AParcel* parcel, const T& value) {
