@@ -1,0 +1,89 @@
+#include "line_format.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace host {
+namespace {
+
+using testing::ElementsAre;
+
+std::vector<std::string> Lines(std::string_view text) {
+    std::vector<std::string> lines;
+    do {
+        lines.emplace_back(TakeLine(&text));
+    } while (!text.empty());
+    return lines;
+}
+
+std::string Printable(std::string_view text) {
+    std::string out;
+    AppendPrintable(text, &out);
+    return out;
+}
+
+TEST(LineFormat, CutsATextAtEveryKindOfLineEnd) {
+    EXPECT_THAT(Lines(""), ElementsAre(""));
+    EXPECT_THAT(Lines("one"), ElementsAre("one"));
+    EXPECT_THAT(Lines("one\n"), ElementsAre("one"));
+    EXPECT_THAT(Lines("one\ntwo"), ElementsAre("one", "two"));
+    EXPECT_THAT(Lines("one\r\ntwo\rthree\n"), ElementsAre("one", "two", "three"));
+    EXPECT_THAT(Lines("\n\none\n\r"), ElementsAre("", "", "one", ""));
+}
+
+TEST(LineFormat, WritesOutWhatCouldForgeALineOrReachTheTerminal) {
+    struct Case {
+        std::string_view text;
+        const char* printed;
+    };
+    const Case cases[] = {
+            {"Check failed: a == b (a=1, b=2) ", "Check failed: a == b (a=1, b=2) "},
+            {"tab\tand ünïcödé €", "tab\tand ünïcödé €"},
+            {"\x1b[2K\x1b[1Gforged", "\\x1b[2K\\x1b[1Gforged"},
+            {"back\bspace\v\f\x7f", "back\\x08space\\x0b\\x0c\\x7f"},
+            {std::string_view("a\0b", 3), "a\\x00b"},
+            {"\xc2\x9b"
+             "2J\xc2\x85next",
+             "\\u009b2J\\u0085next"},
+            {"line\xe2\x80\xa8"
+             "paragraph\xe2\x80\xa9",
+             "line\\u2028paragraph\\u2029"},
+            {"cut short \xe2\x80", "cut short \xe2\x80"},
+            {"cut short \xc2", "cut short \xc2"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(Printable(c.text), c.printed);
+}
+
+TEST(LineFormat, StampsFollowTheClockAlsoWithinASecondAndBackwards) {
+    tm date = {};
+    date.tm_year = 126;
+    date.tm_mon = 2;
+    date.tm_mday = 14;
+    date.tm_hour = 9;
+    date.tm_min = 26;
+    date.tm_sec = 53;
+    date.tm_isdst = -1;
+    const time_t second = mktime(&date);
+    TimeStamp stamp;
+    std::string out;
+    for (const timespec& now : {timespec{second, 589'999'999}, timespec{second, 7'000'000},
+                                timespec{second + 8, 0}, timespec{second - 1, 990'000'000}}) {
+        stamp.Append(now, &out);
+        out += '|';
+    }
+    EXPECT_EQ(out, "03-14 09:26:53.589|03-14 09:26:53.007|03-14 09:27:01.000|03-14 09:26:52.990|");
+}
+
+TEST(LineFormat, GivesEveryPriorityALetterAndNoneToStrangeNumbers) {
+    std::string letters;
+    for (int priority : {-1, 0, 2, 3, 4, 5, 6, 7, 8, 9, 1000}) {
+        letters += PriorityLetter(priority);
+    }
+    EXPECT_EQ(letters, "??VDIWEFS??");
+}
+
+}  // namespace
+}  // namespace host
