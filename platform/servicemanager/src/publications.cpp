@@ -1,0 +1,139 @@
+#define LOG_TAG "servicemanager"
+
+#include "publications.h"
+
+#include <android-base/logging.h>
+#include <pthread.h>
+
+#include <utility>
+
+namespace host {
+
+Publications& Publications::Get() {
+    static auto* publications = new Publications();
+    return *publications;
+}
+
+Publications::Publications() : connection_([this] { Wake(); }) {}
+
+binder_exception_t Publications::Publish(const std::string& name, const ndk::SpAIBinder& service) {
+    const std::string purpose = "addService(" + name + ")";
+    AddReply reply;
+    binder_status_t status;
+    do {
+        Connection::Manager manager;
+        std::string error;
+        status = connection_.WaitForManager(purpose, &manager, &error);
+        if (status != STATUS_OK) {
+            LOG(ERROR) << purpose << " fails: " << error;
+            return EX_ILLEGAL_STATE;
+        }
+        std::lock_guard lock(order_);
+        status = Send(manager, name, service, &reply);
+        if (status == STATUS_OK && reply.exception == EX_NONE) {
+            Remember(name, service, manager.generation);
+        }
+    } while (status == STATUS_DEAD_OBJECT);
+    if (status != STATUS_OK) {
+        LOG(ERROR) << purpose << " fails: the service manager's answer was status " << status;
+        return EX_TRANSACTION_FAILED;
+    }
+    if (reply.exception != EX_NONE) LOG(ERROR) << purpose << " is refused: " << reply.reason;
+    return reply.exception;
+}
+
+binder_status_t Publications::Send(const Connection::Manager& manager, const std::string& name,
+                                   const ndk::SpAIBinder& service, AddReply* reply) {
+    const AddRequest request{name, service};
+    return connection_.Transact(
+            manager, kAddService,
+            [&request](AParcel* parcel) { return WriteAddRequest(request, parcel); },
+            [reply](const AParcel* parcel) { return ReadAddReply(parcel, reply); });
+}
+
+void Publications::Remember(const std::string& name, const ndk::SpAIBinder& service,
+                            uint64_t generation) {
+    Publication publication{service, generation};
+    {
+        std::lock_guard lock(mutex_);
+        std::swap(published_[name], publication);  // the former one is released after the lock
+        if (!announcer_.joinable()) announcer_ = std::thread([this] { RunAnnouncer(); });
+    }
+    // The service manager may have been lost, and been replaced, since it answered.
+    Wake();
+}
+
+void Publications::Wake() {
+    {
+        std::lock_guard lock(mutex_);
+        has_work_ = true;
+    }
+    work_.notify_one();
+}
+
+void Publications::RunAnnouncer() {
+    pthread_setname_np(pthread_self(), "announcer");
+    for (;;) {
+        WaitForWork();
+        AnnounceAll();
+    }
+}
+
+// Waits on a condition variable, which the lock analysis does not follow.
+void Publications::WaitForWork() NO_THREAD_SAFETY_ANALYSIS {
+    std::unique_lock lock(mutex_);
+    work_.wait(lock, [this]() NO_THREAD_SAFETY_ANALYSIS { return has_work_; });
+    has_work_ = false;
+}
+
+void Publications::AnnounceAll() {
+    Connection::Manager manager;
+    std::string error;
+    const binder_status_t status = connection_.WaitForManager("", &manager, &error);
+    if (status != STATUS_OK) {
+        LOG(ERROR) << "services stay unpublished: " << error;
+        return;
+    }
+    // A service manager that dies meanwhile leaves new work behind.
+    for (bool more = true; more && AnnounceNext(manager, &more);) {
+    }
+}
+
+bool Publications::AnnounceNext(const Connection::Manager& manager, bool* more) {
+    std::lock_guard order(order_);
+    std::string name;
+    ndk::SpAIBinder service;
+    {
+        std::lock_guard lock(mutex_);
+        for (auto& [key, publication] : published_) {
+            if (publication.generation == manager.generation) continue;
+            publication.generation = manager.generation;
+            name = key;
+            service = publication.service;
+            break;
+        }
+    }
+    *more = service != nullptr;
+    if (!*more) return true;
+    AddReply reply;
+    const binder_status_t status = Send(manager, name, service, &reply);
+    if (status == STATUS_DEAD_OBJECT) return false;
+    if (status != STATUS_OK) {
+        LOG(WARNING) << name << " is not published again: status " << status;
+    } else if (reply.exception != EX_NONE) {
+        LOG(WARNING) << name << " is not published again: " << reply.reason;
+        Forget(name);
+    }
+    return true;
+}
+
+void Publications::Forget(const std::string& name) {
+    Publication gone;  // released after the lock
+    std::lock_guard lock(mutex_);
+    const auto found = published_.find(name);
+    if (found == published_.end()) return;
+    gone = std::move(found->second);
+    published_.erase(found);
+}
+
+}  // namespace host

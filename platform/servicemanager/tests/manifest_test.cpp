@@ -1,0 +1,128 @@
+#include "manifest.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace host {
+namespace {
+
+std::string Hal(const std::string& inside) {
+    return "<manifest version=\"1.0\" type=\"device\">\n<hal format=\"aidl\">\n<name>a.b</name>\n" +
+           inside + "\n</hal></manifest>";
+}
+
+std::vector<std::string> Names(const Manifest& manifest) {
+    std::vector<std::string> names;
+    for (const auto& [name, place] : manifest.instances())
+        names.push_back(name);
+    return names;
+}
+
+class ManifestFiles : public testing::Test {
+  protected:
+    ManifestFiles() {
+        char folder[] = "/tmp/manifest-XXXXXX";
+        folder_ = mkdtemp(folder);
+    }
+    ~ManifestFiles() override { std::filesystem::remove_all(folder_); }
+
+    std::string Write(const std::string& name, const std::string& text) {
+        std::ofstream(folder_ + "/" + name) << text;
+        return folder_ + "/" + name;
+    }
+
+    std::string folder_;
+    Manifest manifest_;
+    std::string error_;
+};
+
+TEST(Manifest, ReadsBothWaysOfDeclaringAnInstance) {
+    Manifest manifest;
+    std::string error;
+    ASSERT_TRUE(manifest.AddText("m.xml",
+                                 Hal("<version>1</version><fqname> IFoo/default </fqname>"
+                                     "<fqname>IFoo/second</fqname><interface><name>IBar</name>"
+                                     "<instance>x</instance><instance>y</instance></interface>"),
+                                 &error))
+            << error;
+    EXPECT_THAT(Names(manifest), testing::ElementsAre("a.b.IBar/x", "a.b.IBar/y",
+                                                      "a.b.IFoo/default", "a.b.IFoo/second"));
+    EXPECT_TRUE(manifest.IsDeclared("a.b.IFoo/default"));
+    EXPECT_FALSE(manifest.IsDeclared("a.b.IFoo"));
+}
+
+TEST(Manifest, NamesFileLineAndReasonOfABadFragment) {
+    const struct {
+        std::string text;
+        std::string error;
+    } cases[] = {
+            {"", "m.xml:1: is not XML: empty document"},
+            {"just words", "m.xml:1: is not XML: parsing text"},
+            {"<manifest>\n<hal>\n</manifest>", "m.xml:2: is not XML: mismatched element"},
+            {"<!-- nothing else -->",
+             "m.xml:1: is not a manifest: the root element is not <manifest>"},
+            {"\n<compatibility-matrix/>",
+             "m.xml:2: is not a manifest: the root element is not <manifest>"},
+            {"<manifest>\n<hal format=\"hidl\"/></manifest>",
+             "m.xml:2: <hal> is not of format \"aidl\""},
+            {"<manifest><hal/></manifest>", "m.xml:1: <hal> is not of format \"aidl\""},
+            {"<manifest><hal format=\"aidl\"><fqname>I/d</fqname></hal></manifest>",
+             "m.xml:1: <hal> has no <name> that names a package"},
+            {Hal(""), "m.xml:2: <hal> a.b declares no instance"},
+            {Hal("<version>one</version><fqname>I/d</fqname>"),
+             "m.xml:4: <version> is not a number"},
+            {Hal("<fqname>IFoo</fqname>"),
+             "m.xml:4: <fqname> is not of the form IInterface/instance"},
+            {Hal("<fqname>IFoo/</fqname>"), "m.xml:4: \"a.b.IFoo/\" cannot be a service's name"},
+            {Hal("<fqname>I/a/b</fqname>"), "m.xml:4: \"a.b.I/a/b\" cannot be a service's name"},
+            {Hal("<fqname>I F/a</fqname>"), "m.xml:4: \"a.b.I F/a\" cannot be a service's name"},
+            {Hal("<fqname>I/" + std::string(122, 'x') + "</fqname>"),
+             "m.xml:4: \"a.b.I/" + std::string(122, 'x') + "\" cannot be a service's name"},
+            {Hal("<interface><name>IFoo</name></interface>"),
+             "m.xml:4: <interface> needs a <name> and an <instance>"},
+            {Hal("<fqname>I/d</fqname>\n<fqname>I/d</fqname>"),
+             "m.xml:5: a.b.I/d is declared twice, first in m.xml:4"},
+    };
+    for (const auto& c : cases) {
+        Manifest manifest;
+        std::string error;
+        EXPECT_FALSE(manifest.AddText("m.xml", c.text, &error)) << c.text;
+        EXPECT_EQ(error, c.error) << c.text;
+    }
+}
+
+TEST_F(ManifestFiles, ReadsTheXmlFilesOfAFolderInOrderAndNothingElse) {
+    Write("b.xml", Hal("<fqname>I/b</fqname>"));
+    Write("a.xml", Hal("<fqname>I/a</fqname>"));
+    Write("notes.txt", "not XML");
+    ASSERT_TRUE(manifest_.AddPath(folder_, &error_)) << error_;
+    EXPECT_THAT(Names(manifest_), testing::ElementsAre("a.b.I/a", "a.b.I/b"));
+}
+
+TEST_F(ManifestFiles, NamesBothFilesOfAnInstanceDeclaredTwice) {
+    const std::string first = Write("1.xml", Hal("<fqname>I/d</fqname>"));
+    const std::string second = Write("2.xml", Hal("\n<fqname>I/d</fqname>"));
+    EXPECT_FALSE(manifest_.AddPath(folder_, &error_));
+    EXPECT_EQ(error_, second + ":5: a.b.I/d is declared twice, first in " + first + ":4");
+}
+
+TEST_F(ManifestFiles, RefusesWhatIsNoReadableFile) {
+    EXPECT_FALSE(manifest_.AddPath(folder_ + "/none.xml", &error_));
+    EXPECT_EQ(error_, folder_ + "/none.xml: cannot be read: No such file or directory");
+
+    ASSERT_EQ(mkfifo((folder_ + "/pipe").c_str(), 0600), 0);
+    EXPECT_FALSE(manifest_.AddPath(folder_ + "/pipe", &error_));
+    EXPECT_EQ(error_, folder_ + "/pipe: is not a file of at most 1 MiB");
+
+    const std::string large = Write("large.xml", std::string(1024 * 1024 + 1, ' '));
+    EXPECT_FALSE(manifest_.AddPath(large, &error_));
+    EXPECT_EQ(error_, large + ": is not a file of at most 1 MiB");
+}
+
+}  // namespace
+}  // namespace host

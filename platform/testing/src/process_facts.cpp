@@ -1,0 +1,76 @@
+#include "process_facts.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace host::testing {
+namespace {
+
+std::string Proc(pid_t pid) {
+    return "/proc/" + std::to_string(pid);
+}
+
+int EntriesOf(const std::string& folder) {
+    std::error_code failure;
+    std::filesystem::directory_iterator entries(folder, failure);
+    int count = 0;
+    for (; !failure && entries != std::filesystem::directory_iterator();
+         entries.increment(failure)) {
+        ++count;
+    }
+    return failure ? -1 : count;
+}
+
+// The number behind "key:" in a status file.
+int64_t StatusField(const std::string& file, const std::string& key) {
+    std::ifstream status(file);
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(key + ":", 0) == 0) return std::atoll(line.c_str() + key.size() + 1);
+    }
+    return -1;
+}
+
+}  // namespace
+
+int OpenDescriptors(pid_t pid) {
+    const int count = EntriesOf(Proc(pid) + "/fd");
+    // Listing one's own descriptors takes one.
+    return count > 0 && pid == getpid() ? count - 1 : count;
+}
+
+int Threads(pid_t pid) {
+    return static_cast<int>(StatusField(Proc(pid) + "/status", "Threads"));
+}
+
+int64_t ResidentKib(pid_t pid) {
+    return StatusField(Proc(pid) + "/status", "VmRSS");
+}
+
+int64_t ContextSwitches(pid_t pid) {
+    std::error_code failure;
+    std::filesystem::directory_iterator tasks(Proc(pid) + "/task", failure);
+    int64_t sum = 0;
+    for (; !failure && tasks != std::filesystem::directory_iterator(); tasks.increment(failure)) {
+        for (const char* key : {"voluntary_ctxt_switches", "nonvoluntary_ctxt_switches"}) {
+            // A thread that ended meanwhile counts nothing.
+            sum += std::max<int64_t>(0, StatusField(tasks->path().string() + "/status", key));
+        }
+    }
+    return failure ? -1 : sum;
+}
+
+char ProcessState(pid_t pid) {
+    std::ifstream file(Proc(pid) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    // The program's name stands in parentheses and may hold any character.
+    const size_t end = line.rfind(") ");
+    return end == std::string::npos || end + 2 >= line.size() ? 0 : line[end + 2];
+}
+
+}  // namespace host::testing
