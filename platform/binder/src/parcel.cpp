@@ -76,8 +76,9 @@ void AParcel::ReleaseObjects() {
     // The end of an object may run any code; the parcel is already empty then.
     std::vector<Object> dropped = std::move(objects_);
     objects_.clear();
-    for (const Object& object : dropped)
+    for (const Object& object : dropped) {
         AIBinder_decStrong(object.binder);
+    }
     dropped.clear();
     if (objects_.empty()) objects_.swap(dropped);
 }

@@ -21,8 +21,9 @@ struct CacheCloser {
     bool armed = false;
     ~CacheCloser() {
         cache.closed = true;
-        while (cache.count > 0)
+        while (cache.count > 0) {
             delete cache.parcels[--cache.count];
+        }
     }
 };
 thread_local CacheCloser closer;

@@ -84,6 +84,32 @@ char* PutUtf8(char32_t point, char* out) {
     return out + bytes;
 }
 
+// How many of the bytes, from the first on, are plain ASCII: nearly all text is, and is copied
+// without decoding.
+size_t AsciiBytes(const char* utf8, size_t size) {
+    size_t count = 0;
+    for (uint64_t eight; size - count >= sizeof(eight); count += sizeof(eight)) {
+        memcpy(&eight, utf8 + count, sizeof(eight));
+        if ((eight & 0x8080808080808080) != 0) break;
+    }
+    while (count < size && static_cast<uint8_t>(utf8[count]) < 0x80) {
+        ++count;
+    }
+    return count;
+}
+
+size_t AsciiUnits(const uint8_t* utf16, size_t units) {
+    size_t count = 0;
+    for (uint64_t four; units - count >= 4; count += 4) {
+        memcpy(&four, utf16 + count * sizeof(char16_t), sizeof(four));
+        if ((four & 0xFF80FF80FF80FF80) != 0) break;
+    }
+    while (count < units && UnitAt(utf16, count) < 0x80) {
+        ++count;
+    }
+    return count;
+}
+
 uint8_t* PutUnit(char32_t unit, uint8_t* out) {
     const auto narrow = static_cast<char16_t>(unit);
     memcpy(out, &narrow, sizeof(narrow));
@@ -93,15 +119,19 @@ uint8_t* PutUnit(char32_t unit, uint8_t* out) {
 }  // namespace
 
 size_t Utf16Length(const char* utf8, size_t size) {
-    size_t units = 0;
-    for (const char *at = utf8, *end = utf8 + size; at != end;) {
+    size_t units = AsciiBytes(utf8, size);
+    for (const char *at = utf8 + units, *end = utf8 + size; at != end;) {
         units += NextPoint(&at, end) < kFirstPair ? 1 : 2;
     }
     return units;
 }
 
 void WriteUtf16(const char* utf8, size_t size, uint8_t* out) {
-    for (const char *at = utf8, *end = utf8 + size; at != end;) {
+    const size_t ascii = AsciiBytes(utf8, size);
+    for (size_t i = 0; i < ascii; ++i) {
+        out = PutUnit(static_cast<uint8_t>(utf8[i]), out);
+    }
+    for (const char *at = utf8 + ascii, *end = utf8 + size; at != end;) {
         const char32_t point = NextPoint(&at, end);
         if (point < kFirstPair) {
             out = PutUnit(point, out);
@@ -113,15 +143,21 @@ void WriteUtf16(const char* utf8, size_t size, uint8_t* out) {
 }
 
 size_t Utf8Length(const uint8_t* utf16, size_t units) {
-    size_t bytes = 0;
-    for (size_t i = 0; i < units;)
+    size_t bytes = AsciiUnits(utf16, units);
+    for (size_t i = bytes; i < units;) {
         bytes += Utf8Bytes(NextPoint(utf16, &i, units));
+    }
     return bytes;
 }
 
 void WriteUtf8(const uint8_t* utf16, size_t units, char* out) {
-    for (size_t i = 0; i < units;)
+    const size_t ascii = AsciiUnits(utf16, units);
+    for (size_t i = 0; i < ascii; ++i) {
+        *out++ = static_cast<char>(utf16[i * sizeof(char16_t)]);
+    }
+    for (size_t i = ascii; i < units;) {
         out = PutUtf8(NextPoint(utf16, &i, units), out);
+    }
 }
 
 }  // namespace host

@@ -1,6 +1,5 @@
 #include <android/binder_parcel_utils.h>
 #include <android/binder_parcelable_utils.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <new>
@@ -48,7 +47,7 @@ void AParcelableHolder::ContentDeleter::operator()(Content* content) const {
     for (size_t i = 0; i < content->object_count; ++i) {
         AIBinder_decStrong(content->objects()[i].binder);
     }
-    free(content);
+    ::operator delete(content);
 }
 
 // Objects have offsets that count from the begin of the bytes.
@@ -58,8 +57,7 @@ AParcelableHolder::ContentPointer AParcelableHolder::MakeContent(const AParcel* 
     size_t last;
     parcel->FindObjects(start, size, &first, &last);
     const size_t count = last - first;
-    void* memory = malloc(sizeof(Content) + count * sizeof(AParcel::Object) + size);
-    if (memory == nullptr) return nullptr;
+    void* memory = ::operator new(sizeof(Content) + count * sizeof(AParcel::Object) + size);
     ContentPointer content(new (memory) Content{size, count});
     for (size_t i = 0; i < count; ++i) {
         const AParcel::Object& object = parcel->objects()[first + i];
@@ -74,12 +72,12 @@ AParcelableHolder::ContentPointer AParcelableHolder::Copy(const Content* content
     if (content == nullptr) return nullptr;
     const size_t total =
             sizeof(Content) + content->object_count * sizeof(AParcel::Object) + content->size;
-    void* memory = malloc(total);
-    if (memory == nullptr) abort();
+    void* memory = ::operator new(total);
     memcpy(memory, content, total);
     ContentPointer copy(static_cast<Content*>(memory));
-    for (size_t i = 0; i < copy->object_count; ++i)
+    for (size_t i = 0; i < copy->object_count; ++i) {
         AIBinder_incStrong(copy->objects()[i].binder);
+    }
     return copy;
 }
 
@@ -118,7 +116,7 @@ binder_status_t AParcelableHolder::readFromParcel(const AParcel* parcel) {
     const size_t start = parcel->position();
     if (parcel->Read(static_cast<size_t>(size)) == nullptr) return STATUS_NOT_ENOUGH_DATA;
     content_ = MakeContent(parcel, start, static_cast<size_t>(size));
-    return content_ == nullptr ? STATUS_NO_MEMORY : STATUS_OK;
+    return STATUS_OK;
 }
 
 ScopedAParcel AParcelableHolder::Begin(const char* descriptor) {
@@ -128,9 +126,8 @@ ScopedAParcel AParcelableHolder::Begin(const char* descriptor) {
     return parcel;
 }
 
-binder_status_t AParcelableHolder::Keep(const AParcel* parcel) {
+void AParcelableHolder::Keep(const AParcel* parcel) {
     content_ = MakeContent(parcel, 0, parcel->size());
-    return content_ == nullptr ? STATUS_NO_MEMORY : STATUS_OK;
 }
 
 binder_status_t AParcelableHolder::Open(const char* descriptor, ScopedAParcel* parcel) const {

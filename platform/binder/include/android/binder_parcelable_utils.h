@@ -13,7 +13,7 @@
 
 #include <memory>
 #include <optional>
-#include <string>
+#include <type_traits>
 #include <utility>
 
 namespace ndk {
@@ -81,14 +81,14 @@ class AParcelableHolder {
     };
     using ContentPointer = std::unique_ptr<Content, ContentDeleter>;
 
-    // A copy of that range of the parcel, with references of its own; null if there is no memory.
+    // A copy of that range of the parcel, with references of its own.
     static ContentPointer MakeContent(const AParcel* parcel, size_t start, size_t size);
     static ContentPointer Copy(const Content* content);
 
     // A new parcel that begins with the descriptor; null if that fails.
     static ScopedAParcel Begin(const char* descriptor);
     // Keeps what was written to the parcel.
-    binder_status_t Keep(const AParcel* parcel);
+    void Keep(const AParcel* parcel);
     // `*parcel` becomes a parcel with the content, positioned behind the descriptor; null if the
     // holder is empty or the descriptor is another one.
     binder_status_t Open(const char* descriptor, ScopedAParcel* parcel) const;
@@ -105,7 +105,8 @@ binder_status_t AParcelableHolder::setParcelable(const T& parcelable) {
     ScopedAParcel parcel = Begin(T::descriptor);
     if (parcel.get() == nullptr) return STATUS_NO_MEMORY;
     const binder_status_t status = parcelable.writeToParcel(parcel.get());
-    return status == STATUS_OK ? Keep(parcel.get()) : status;
+    if (status == STATUS_OK) Keep(parcel.get());
+    return status;
 }
 
 template <typename T>

@@ -1,0 +1,72 @@
+#include "binder.h"
+
+#include "oneway_receiver.h"
+#include "peer.h"
+
+bool AIBinder::TryIncStrong() const {
+    int32_t count = strong_.load(std::memory_order_relaxed);
+    while (count != 0) {
+        if (strong_.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel)) return true;
+    }
+    return false;
+}
+
+void AIBinder::DecStrong() const {
+    if (strong_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    const_cast<AIBinder*>(this)->OnLastStrong();
+    DecWeak();
+}
+
+void AIBinder::DecWeak() const {
+    if (weak_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+}
+
+namespace host {
+
+LocalBinder::LocalBinder(const AIBinder_Class* of_class, void* data) : AIBinder(false), user_data(data) {
+    clazz.store(of_class, std::memory_order_relaxed);
+}
+
+LocalBinder::~LocalBinder() = default;
+
+void LocalBinder::OnLastStrong() {
+    clazz.load(std::memory_order_relaxed)->on_destroy(user_data);
+}
+
+bool LocalBinder::QueueOneway(std::unique_ptr<OnewayCall> call) {
+    std::lock_guard lock(oneway_mutex_);
+    OnewayCall* last = call.get();
+    if (oneway_first_ == nullptr) {
+        oneway_first_ = std::move(call);
+    } else {
+        oneway_last_->next = std::move(call);
+    }
+    oneway_last_ = last;
+    return !std::exchange(oneway_busy_, true);
+}
+
+std::unique_ptr<OnewayCall> LocalBinder::TakeOneway() {
+    std::lock_guard lock(oneway_mutex_);
+    std::unique_ptr<OnewayCall> call = std::move(oneway_first_);
+    if (call == nullptr) {
+        oneway_busy_ = false;
+        return nullptr;
+    }
+    oneway_first_ = std::move(call->next);
+    return call;
+}
+
+ProxyBinder::ProxyBinder(std::shared_ptr<Peer> owner_peer, const RefId& ref_id, std::string_view interface)
+        : AIBinder(true), peer(std::move(owner_peer)), id(ref_id), descriptor(interface) {}
+
+bool ProxyBinder::IsDead() const {
+    return gone.load(std::memory_order_acquire) || peer == nullptr || peer->IsDead();
+}
+
+void ProxyBinder::OnLastStrong() {
+    if (peer == nullptr) return;
+    uint32_t settled = peer->proxies.Leave(this);
+    if (settled != 0) peer->SendRelease(id, settled);
+}
+
+}  // namespace host

@@ -1,0 +1,232 @@
+#include "call_connection.h"
+
+#include <poll.h>
+
+#include <algorithm>
+
+#include "descriptors.h"
+#include "limits.h"
+#include "objects.h"
+#include "parcel.h"
+#include "peer.h"
+#include "serve.h"
+#include "sys.h"
+
+namespace host {
+namespace {
+
+constexpr size_t kFirstReadBytes = 4096;
+constexpr int kMaxParts = 5;
+
+// A message as pieces for one system call.
+struct Pieces {
+    iovec parts[kMaxParts];
+    int count = 0;
+    size_t total = 0;
+
+    void Add(const void* data, size_t size) {
+        if (size == 0) return;
+        parts[count++] = {const_cast<void*>(data), size};
+        total += size;
+    }
+};
+
+constexpr uint8_t kZeros[sizeof(uint32_t)] = {};
+
+FrameHeader Gather(const CallConnection::Parts& message, FrameHeader* header, Pieces* pieces) {
+    size_t padding = Padded(message.data.size()) - message.data.size();
+    size_t body = message.fixed_size + message.data.size() + padding + message.objects.size();
+    *header = {static_cast<uint32_t>(body), kFrameMagic, static_cast<uint16_t>(message.type)};
+    pieces->Add(header, sizeof(*header));
+    pieces->Add(message.fixed, message.fixed_size);
+    pieces->Add(message.data.data(), message.data.size());
+    pieces->Add(kZeros, padding);
+    pieces->Add(message.objects.data(), message.objects.size());
+    return *header;
+}
+
+void SkipSent(Pieces* pieces, size_t sent) {
+    for (iovec& part : pieces->parts) {
+        size_t here = std::min(sent, part.iov_len);
+        part.iov_base = static_cast<uint8_t*>(part.iov_base) + here;
+        part.iov_len -= here;
+        sent -= here;
+        if (sent == 0) return;
+    }
+}
+
+}  // namespace
+
+CallConnection::Result CallConnection::Read(bool wait, FrameType* type, Bytes* body, UniqueFd* received) {
+    in_.Consume(frame_size_);
+    frame_size_ = 0;
+    if (in_.empty()) in_.Clear();
+    for (;;) {
+        Bytes there(in_.data(), in_.size());
+        if (there.size() >= sizeof(FrameHeader)) {
+            auto header = DecodeHeader(there);
+            if (!header) return Result::kMalformed;
+            size_t size = sizeof(FrameHeader) + header->body_size;
+            if (there.size() >= size) {
+                frame_size_ = size;
+                *type = static_cast<FrameType>(header->type);
+                *body = there.subspan(sizeof(FrameHeader), header->body_size);
+                return Result::kFrame;
+            }
+            // Room grows with what has come, not with what was announced.
+            in_.Reserve(std::min(size, std::max(2 * in_.size(), kFirstReadBytes)));
+        }
+        Result failure;
+        if (!Receive(wait, received, &failure)) return failure;
+    }
+}
+
+bool CallConnection::Receive(bool wait, UniqueFd* received, Result* failure) {
+    in_.Reserve(kFirstReadBytes);
+    if (in_.capacity() == in_.size()) in_.Reserve(2 * in_.size());
+    iovec part{in_.data() + in_.size(), in_.capacity() - in_.size()};
+    DescriptorSpace space;
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (received != nullptr) space.Attach(&message);
+    ssize_t got = sys::RecvMsg(fd_.get(), &message, wait ? 0 : MSG_DONTWAIT);
+    if (got < 0 && errno == EINTR) return true;
+    *failure = got < 0 && errno == EAGAIN && !wait ? Result::kIncomplete : Result::kClosed;
+    if (got <= 0) return false;
+    in_.Advance(static_cast<size_t>(got));
+    *failure = Result::kMalformed;
+    if (received != nullptr) return space.Take(message, received);
+    return (message.msg_flags & MSG_CTRUNC) == 0;
+}
+
+bool CallConnection::Send(const Parts& parts, bool wait) {
+    FrameHeader header;
+    Pieces pieces;
+    Gather(parts, &header, &pieces);
+    DescriptorSpace space;
+    msghdr message{};
+    message.msg_iov = pieces.parts;
+    message.msg_iovlen = static_cast<size_t>(pieces.count);
+    if (parts.descriptor >= 0) space.AttachOne(&message, parts.descriptor);
+    size_t sent = 0;
+    while (sent < pieces.total) {
+        ssize_t taken = sys::SendMsg(fd_.get(), &message, wait ? 0 : MSG_DONTWAIT);
+        if (taken < 0 && errno == EINTR) continue;
+        if (taken < 0 && errno == EAGAIN && !wait) return KeepRest(parts, sent);
+        if (taken < 0) return false;
+        sent += static_cast<size_t>(taken);
+        SkipSent(&pieces, static_cast<size_t>(taken));
+        message.msg_control = nullptr;
+        message.msg_controllen = 0;
+    }
+    return true;
+}
+
+bool CallConnection::KeepRest(const Parts& parts, size_t sent) {
+    // Nothing of it taken and a descriptor to go with it: a dump's answer, for which the asker finds no room.
+    if (parts.descriptor >= 0 && sent == 0) return false;
+    FrameHeader header;
+    Pieces pieces;
+    Gather(parts, &header, &pieces);
+    SkipSent(&pieces, sent);
+    for (int i = 0; i < pieces.count; ++i) kept_.Append(pieces.parts[i].iov_base, pieces.parts[i].iov_len);
+    return true;
+}
+
+bool CallConnection::SendKept() {
+    size_t sent = 0;
+    while (sent < kept_.size()) {
+        ssize_t taken = sys::Send(fd_.get(), kept_.data() + sent, kept_.size() - sent, MSG_DONTWAIT);
+        if (taken < 0 && errno == EINTR) continue;
+        if (taken < 0 && errno != EAGAIN) return false;
+        if (taken < 0) break;
+        sent += static_cast<size_t>(taken);
+    }
+    kept_.Consume(sent);
+    if (kept_.empty()) kept_.Clear(0);
+    return true;
+}
+
+bool CallConnection::SendReply(int32_t status, const AParcel* reply, bool wait) {
+    ReplyBody body{};
+    Buffer objects;
+    Bytes data;
+    body.status = status;
+    if (reply != nullptr && status == STATUS_OK) {
+        ObjectEncoder encoder(peer_.get(), Direction::kReply);
+        binder_status_t encoded = encoder.Encode(*reply, &objects);
+        if (encoded == STATUS_OK) {
+            data = Bytes(reply->data(), reply->size());
+            body.object_count = static_cast<uint32_t>(reply->objects().size());
+        } else {
+            body.status = encoded;
+            objects.Clear();
+        }
+    }
+    body.data_size = static_cast<uint32_t>(data.size());
+    body.objects_size = static_cast<uint32_t>(objects.size());
+    return Send({FrameType::kReply, &body, sizeof(body), data, Bytes(objects.data(), objects.size())}, wait);
+}
+
+bool CallConnection::JoinPool() {
+    // The key is known only once the pool has it, while the first event may come before: armed afterwards.
+    uint64_t key = Pool::Get().Add(fd_.get(), EPOLLONESHOT, shared_from_this());
+    key_.store(key);
+    if (key == 0) return false;
+    Rearm();
+    return true;
+}
+
+void CallConnection::LeavePool() {
+    uint64_t key = key_.exchange(0);
+    if (key != 0) Pool::Get().Remove(fd_.get(), key);
+}
+
+void CallConnection::Rearm() {
+    uint64_t key = key_.load();
+    if (key != 0) Pool::Get().Rearm(fd_.get(), key, kept_.empty() ? EPOLLIN : EPOLLOUT);
+}
+
+void CallConnection::ShutDown() {
+    shutdown(fd_.get(), SHUT_RDWR);
+}
+
+bool CallConnection::IsOpen() const {
+    pollfd state{fd_.get(), POLLRDHUP, 0};
+    return poll(&state, 1, 0) == 0;
+}
+
+void CallConnection::OnReady(uint32_t) {
+    auto self = shared_from_this();
+    if (!kept_.empty() && !SendKept()) return peer_->DropAccepted(self);
+    if (!kept_.empty()) return Rearm();
+    if (!ServeFrames()) peer_->DropAccepted(self);
+}
+
+bool CallConnection::ServeFrames() {
+    do {
+        FrameType type;
+        Bytes body;
+        Result result = Read(/*wait=*/false, &type, &body);
+        if (result == Result::kClosed) return false;
+        if (result == Result::kFrame) {
+            Served served = type == FrameType::kCall ? ServeCall(this, body, /*nested=*/false) : Served::kMalformed;
+            if (served == Served::kDeferred) return true;
+            if (served == Served::kClosed) return false;
+            if (served == Served::kMalformed) result = Result::kMalformed;
+        }
+        if (result == Result::kMalformed) {
+            peer_->Cut("malformed call");
+            return false;
+        }
+    } while (kept_.empty() && in_.size() > frame_size_);
+    if (!in_.empty() && in_.size() == frame_size_) {
+        in_.Clear();
+        frame_size_ = 0;
+    }
+    Rearm();
+    return true;
+}
+
+}  // namespace host

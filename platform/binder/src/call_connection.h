@@ -1,0 +1,75 @@
+// A connection for two-way calls. The side that opened it calls; while it waits for the answer, the side that
+// serves may call back on the same connection, and so on, in turns. Used by one thread at a time: the one that
+// calls, or the pool thread that was woken for it. Only ShutDown may come from any other thread.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "buffer.h"
+#include "fd.h"
+#include "frame.h"
+#include "pool.h"
+#include "wire.h"
+
+struct AParcel;
+
+namespace host {
+
+class Peer;
+
+class CallConnection : public PoolSource, public std::enable_shared_from_this<CallConnection> {
+  public:
+    CallConnection(std::shared_ptr<Peer> peer, UniqueFd fd, bool ours)
+            : peer_(std::move(peer)), fd_(std::move(fd)), ours_(ours) {}
+
+    const std::shared_ptr<Peer>& peer() const { return peer_; }
+    // This process opened it.
+    bool ours() const { return ours_; }
+
+    enum class Result { kFrame, kIncomplete, kClosed, kMalformed };
+
+    // The next frame; its body is valid until the next read. With `wait` never kIncomplete. `received` takes
+    // a descriptor that comes with it; without it one is malformed.
+    Result Read(bool wait, FrameType* type, Bytes* body, UniqueFd* received = nullptr);
+
+    struct Parts {
+        FrameType type;
+        const void* fixed;
+        size_t fixed_size;
+        Bytes data;
+        Bytes objects;
+        int descriptor = -1;
+    };
+    // Without `wait`, what the socket does not take is kept and sent by the pool. False: it has ended.
+    bool Send(const Parts& parts, bool wait);
+
+    // Answers the call that is being served; every way of serving ends here.
+    bool SendReply(int32_t status, const AParcel* reply, bool wait);
+
+    bool JoinPool();
+    void LeavePool();
+    // Waits for the next frame, or for room if something is left to send.
+    void Rearm();
+    void ShutDown();
+    bool IsOpen() const;
+
+    void OnReady(uint32_t events) override;
+
+  private:
+    bool Receive(bool wait, UniqueFd* received, Result* failure);
+    bool KeepRest(const Parts& parts, size_t sent);
+    bool SendKept();
+    // Serves what has come in; false when the connection is to be dropped.
+    bool ServeFrames();
+
+    const std::shared_ptr<Peer> peer_;
+    UniqueFd fd_;
+    const bool ours_;
+    std::atomic<uint64_t> key_{0};
+    Buffer in_;
+    size_t frame_size_ = 0;  // of the frame handed out last, still at the start of in_
+    Buffer kept_;            // a reply that the socket has not taken
+};
+
+}  // namespace host

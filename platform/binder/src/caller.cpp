@@ -1,0 +1,111 @@
+#include "caller.h"
+
+#include <android/log.h>
+
+#include <utility>
+
+#include "call_connection.h"
+#include "call_stack.h"
+#include "limits.h"
+#include "objects.h"
+#include "parcel.h"
+#include "peer.h"
+#include "serve.h"
+
+namespace host {
+namespace {
+
+// The connection on which a thread of `peer` waits for this one, if one does: a call on it is run by that
+// thread, however busy the rest of the process is.
+CallConnection* WaitingConnection(const Peer* peer) {
+    for (CallFrame* frame = CurrentCall(); frame != nullptr; frame = frame->outer) {
+        if (frame->peer == peer && frame->connection != nullptr && !frame->deferred) return frame->connection;
+    }
+    return nullptr;
+}
+
+uint32_t NextDepth() {
+    CallFrame* frame = CurrentCall();
+    return frame == nullptr ? 1 : frame->depth + 1;
+}
+
+// False: malformed. `out` may be null.
+bool Unpack(CallConnection* connection, Bytes body, AParcel* out, binder_status_t* status) {
+    auto reply = DecodeReply(body);
+    if (!reply) return false;
+    std::vector<AParcel::Object> objects;
+    bool good = DecodeObjects(connection->peer(), reply->message, &objects);
+    if (good && out != nullptr) {
+        good = out->Assign(reply->message.data.data(), reply->message.data.size(), std::move(objects));
+        objects.clear();
+    }
+    DropObjects(&objects);
+    *status = reply->body.status;
+    return good;
+}
+
+struct Outcome {
+    binder_status_t status;
+    bool reusable;  // the connection is as it was before the call
+};
+
+Outcome AwaitReply(CallConnection* connection, AParcel* out, UniqueFd* memory) {
+    for (;;) {
+        FrameType type;
+        Bytes body;
+        CallConnection::Result result = connection->Read(/*wait=*/true, &type, &body, memory);
+        if (result == CallConnection::Result::kClosed) return {STATUS_DEAD_OBJECT, false};
+        if (result == CallConnection::Result::kFrame && type == FrameType::kReply) {
+            binder_status_t status;
+            if (Unpack(connection, body, out, &status)) return {status, true};
+            result = CallConnection::Result::kMalformed;
+        }
+        if (result == CallConnection::Result::kFrame && type == FrameType::kCall) {
+            Served served = ServeCall(connection, body, /*nested=*/true);
+            if (served == Served::kClosed) return {STATUS_DEAD_OBJECT, false};
+            if (served == Served::kAnswered) continue;
+        }
+        connection->peer()->Cut("malformed answer to a call");
+        return {STATUS_DEAD_OBJECT, false};
+    }
+}
+
+Outcome CallOn(CallConnection* connection, const CallBody& call, const AParcel& in, const Buffer& objects,
+               AParcel* out, UniqueFd* memory) {
+    CallConnection::Parts parts{FrameType::kCall, &call, sizeof(call), Bytes(in.data(), in.size()),
+                                Bytes(objects.data(), objects.size())};
+    if (!connection->Send(parts, /*wait=*/true)) return {STATUS_DEAD_OBJECT, false};
+    return AwaitReply(connection, out, memory);
+}
+
+}  // namespace
+
+binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in, AParcel* out, UniqueFd* memory) {
+    if (target->IsDead() || IsForkedChild()) return STATUS_DEAD_OBJECT;
+    const std::shared_ptr<Peer>& peer = target->peer;
+    uint32_t depth = NextDepth();
+    if (depth > kMaxNestingDepth) {
+        __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                            "A call to pid %d uid %d is not made: it is nested deeper than %u.", peer->pid(),
+                            peer->uid(), kMaxNestingDepth);
+        return STATUS_FAILED_TRANSACTION;
+    }
+    CallConnection* waiting = WaitingConnection(peer.get());
+    std::shared_ptr<CallConnection> own;
+    if (waiting == nullptr) {
+        own = peer->TakeConnection();
+        if (own == nullptr) return STATUS_DEAD_OBJECT;
+    }
+    ObjectEncoder encoder(peer.get(), Direction::kCall);
+    Buffer objects;
+    Outcome outcome{encoder.Encode(in, &objects), true};
+    if (outcome.status == STATUS_OK) {
+        CallBody call{target->id, code, 0, depth, static_cast<uint32_t>(in.size()),
+                      static_cast<uint32_t>(in.objects().size()), static_cast<uint32_t>(objects.size())};
+        outcome = CallOn(own != nullptr ? own.get() : waiting, call, in, objects, out, memory);
+    }
+    if (own != nullptr) peer->GiveBackConnection(std::move(own), outcome.reusable);
+    return outcome.status;
+}
+
+}  // namespace host

@@ -1,0 +1,143 @@
+#include "control_connection.h"
+
+#include "endpoint.h"
+#include "peer.h"
+#include "pool.h"
+#include "sys.h"
+
+namespace host {
+namespace {
+
+constexpr size_t kReadBytes = 4096;
+
+// A reference is dropped where the owner's code may run.
+void DropOnPool(BinderRef ref) {
+    if (ref == nullptr) return;
+    Pool::Get().Post([shared = std::shared_ptr<AIBinder>(std::move(ref))] {});
+}
+
+bool HandleAcquire(Peer* peer, const AcquireBody& body) {
+    bool known = ExportTable::Get().HandOver(body.id);
+    Holdings::Result result = known ? peer->holdings.Add(body.id) : Holdings::Result::kUnknown;
+    if (known && result != Holdings::Result::kOk) DropOnPool(ExportTable::Get().TakeBack(body.id, 1));
+    peer->SendAcquired(body.id, result == Holdings::Result::kOk);
+    return true;
+}
+
+bool HandleRelease(Peer* peer, const ReleaseBody& body) {
+    if (body.arrivals == 0) return false;
+    // Not held: an arrival of which the owner was never told, because it knew the object no more.
+    if (!peer->holdings.Contains(body.id)) return true;
+    if (peer->holdings.Remove(body.id, body.arrivals) != Holdings::Result::kOk) return false;
+    DropOnPool(ExportTable::Get().TakeBack(body.id, body.arrivals));
+    return true;
+}
+
+bool HandleSettled(Peer* peer, const SettledBody& body) {
+    BinderRef released;
+    if (DecodeName(body.owner).empty() || !peer->keeps.Settle(body.id, &released)) return false;
+    DropOnPool(std::move(released));
+    return true;
+}
+
+}  // namespace
+
+bool ControlConnection::StartWatching() {
+    uint64_t key = Housekeeper::Get().Watch(fd_.get(), EPOLLIN, shared_from_this());
+    key_.store(key);
+    return key != 0;
+}
+
+void ControlConnection::StopWatching() {
+    uint64_t key = key_.exchange(0);
+    if (key != 0) Housekeeper::Get().Forget(fd_.get(), key);
+}
+
+void ControlConnection::WatchForRoom(bool wanted) {
+    uint64_t key = key_.load();
+    if (key != 0) Housekeeper::Get().Change(fd_.get(), key, wanted ? EPOLLIN | EPOLLOUT : EPOLLIN);
+}
+
+void ControlConnection::ShutDown() {
+    shutdown(fd_.get(), SHUT_RDWR);
+}
+
+void ControlConnection::OnEvents(uint32_t events) {
+    auto self = shared_from_this();
+    if ((events & EPOLLOUT) != 0) peer_->OnControlWritable();
+    if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) == 0) return;
+    bool open = Read();
+    const char* reason = nullptr;
+    if (!HandleFrames(&reason)) {
+        peer_->Cut(reason);
+        open = false;
+    }
+    if (open) return;
+    StopWatching();
+    // What the peer sent before it died counts: connections that it opened are still in the queue.
+    Endpoint::Get().AcceptAll();
+    peer_->OnControlEnd(this);
+}
+
+bool ControlConnection::Read() {
+    for (;;) {
+        in_.Reserve(in_.size() + kReadBytes);
+        iovec part{in_.data() + in_.size(), kReadBytes};
+        msghdr message{};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        ssize_t got = sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return errno == EAGAIN;
+        if (got == 0 || (message.msg_flags & MSG_CTRUNC) != 0) return false;
+        in_.Advance(static_cast<size_t>(got));
+        if (static_cast<size_t>(got) < kReadBytes) return true;
+        const char* reason = nullptr;
+        if (in_.size() >= 16 * kReadBytes && !HandleFrames(&reason)) {
+            peer_->Cut(reason);
+            return false;
+        }
+    }
+}
+
+bool ControlConnection::HandleFrames(const char** reason) {
+    size_t done = 0;
+    bool good = true;
+    while (good && in_.size() - done >= sizeof(FrameHeader)) {
+        Bytes rest(in_.data() + done, in_.size() - done);
+        auto header = DecodeHeader(rest);
+        good = header.has_value();
+        if (!good || rest.size() < sizeof(FrameHeader) + header->body_size) break;
+        good = HandleFrame(static_cast<FrameType>(header->type),
+                           rest.subspan(sizeof(FrameHeader), header->body_size));
+        done += sizeof(FrameHeader) + header->body_size;
+    }
+    in_.Consume(done);
+    *reason = "malformed control message";
+    return good;
+}
+
+bool ControlConnection::HandleFrame(FrameType type, Bytes body) {
+    switch (type) {
+        case FrameType::kWelcome:
+            peer_->OnWelcome(this);
+            return true;
+        case FrameType::kYield:
+            peer_->OnYield(this);
+            return true;
+        case FrameType::kAcquire:
+            return HandleAcquire(peer_.get(), CopyOut<AcquireBody>(body.data()));
+        case FrameType::kAcquired: {
+            auto answer = CopyOut<AcquireBody>(body.data());
+            return peer_->OnAcquired(answer.id, answer.granted != 0);
+        }
+        case FrameType::kRelease:
+            return HandleRelease(peer_.get(), CopyOut<ReleaseBody>(body.data()));
+        case FrameType::kSettled:
+            return HandleSettled(peer_.get(), CopyOut<SettledBody>(body.data()));
+        default:
+            return false;
+    }
+}
+
+}  // namespace host

@@ -1,0 +1,38 @@
+// A descriptor of the layer, owned. Not for concurrent use; the table behind it is safe from any thread.
+#pragma once
+
+#include <utility>
+
+namespace host {
+
+// True in a child that was forked and has not called exec: the layer's descriptors are gone there, and
+// nothing of the layer may touch a descriptor by number again.
+bool IsForkedChild();
+
+// Owns one descriptor. Every descriptor of the layer lives in one of these, so that a forked child can give
+// up its copies: a copy kept open there would hide its parent's death from the parent's peers.
+class UniqueFd {
+  public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) { Reset(fd); }
+    UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        if (this != &other) {
+            Reset();
+            fd_ = std::exchange(other.fd_, -1);
+        }
+        return *this;
+    }
+    ~UniqueFd() { Reset(); }
+
+    int get() const { return fd_; }
+    bool ok() const { return fd_ >= 0; }
+
+    // Closes what it owns and owns `fd` from now on; -1 for nothing.
+    void Reset(int fd = -1);
+
+  private:
+    int fd_ = -1;
+};
+
+}  // namespace host

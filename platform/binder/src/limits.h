@@ -1,0 +1,47 @@
+// Every bound that the layer sets to its peers and to itself. Values only; the table in docs/limits.md
+// explains each. Sizes are bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace host {
+
+// One transaction: the parcel's data and its table of references together. A larger one fails at the sender.
+inline constexpr size_t kMaxTransactionBytes = 1024 * 1024;
+
+// What one process has pending towards another: oneway calls that were accepted and have not started to run,
+// counted with their headers.
+inline constexpr size_t kMaxOnewayPendingBytes = 512 * 1024;
+
+// Connections that one process may have open towards this one, its control connection included.
+inline constexpr size_t kMaxConnectionsPerPeer = 64;
+
+// Connections that have not said whose they are. The oldest goes when one more comes.
+inline constexpr size_t kMaxNewcomers = 64;
+
+// Distinct objects of this process that one other process may hold.
+inline constexpr size_t kMaxReferencesPerPeer = 262'144;
+
+// Two-way calls nested in one another, across all processes involved.
+inline constexpr uint32_t kMaxNestingDepth = 64;
+
+// Threads that serve calls, beside those that join the pool.
+inline constexpr uint32_t kDefaultPoolThreads = 15;
+
+// An interface descriptor that travels with a reference.
+inline constexpr size_t kMaxDescriptorBytes = 512;
+
+// Control messages that a peer has not taken yet. A peer that lets more pile up is cut off.
+inline constexpr size_t kMaxControlBacklogBytes = 32 * 1024 * 1024;
+
+// Idle call connections that are kept for the next call towards one process.
+inline constexpr size_t kMaxIdleConnections = 16;
+
+// A dump whose reader takes nothing for so long is given up. Milliseconds.
+inline constexpr int kDumpStallMs = 5000;
+
+// How often a connection is tried again while the other side's queue of new connections is full. Milliseconds.
+inline constexpr int kConnectRetryMs = 5;
+
+}  // namespace host

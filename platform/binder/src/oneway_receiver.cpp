@@ -1,0 +1,146 @@
+#include "oneway_receiver.h"
+
+#include <utility>
+
+#include "call_stack.h"
+#include "limits.h"
+#include "objects.h"
+#include "parcel.h"
+#include "peer.h"
+#include "serve.h"
+#include "sys.h"
+
+namespace host {
+namespace {
+
+void RunLater(BinderRef target) {
+    Pool::Get().Post([shared = std::shared_ptr<AIBinder>(std::move(target))] { RunOnewayCalls(AsLocal(shared.get())); });
+}
+
+}  // namespace
+
+OnewayCall::~OnewayCall() {
+    RecycleParcel(parcel);
+    // Unlinked one by one: a long queue must not be destroyed by as deep a recursion.
+    while (next != nullptr) next = std::move(next->next);
+}
+
+bool OnewayReceiver::Map(int file) {
+    return memory_.Map(file);
+}
+
+void OnewayReceiver::JoinPool() {
+    key_.store(Pool::Get().Add(fd_.get(), EPOLLIN | EPOLLET, shared_from_this()));
+    // The ring was filled before it got here.
+    Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
+}
+
+void OnewayReceiver::TakeRest() {
+    uint64_t key = key_.exchange(0);
+    if (key != 0) Pool::Get().Remove(fd_.get(), key);
+    for (BinderRef& target : Drain()) RunLater(std::move(target));
+}
+
+void OnewayReceiver::OnReady(uint32_t events) {
+    if ((events & EPOLLIN) != 0) {
+        // The bytes say nothing but that something is there.
+        uint8_t wakeups[64];
+        while (sys::Recv(fd_.get(), wakeups, sizeof(wakeups), MSG_DONTWAIT) == sizeof(wakeups)) {
+        }
+    }
+    Runnable runnable = Drain();
+    if (runnable.empty()) return;
+    for (size_t i = 1; i < runnable.size(); ++i) RunLater(std::move(runnable[i]));
+    RunOnewayCalls(AsLocal(runnable[0].get()));
+}
+
+void OnewayReceiver::Started(size_t record_size) {
+    pending_.fetch_sub(record_size);
+    RingReader(&memory_).Finish(record_size);
+}
+
+OnewayReceiver::Runnable OnewayReceiver::Drain() {
+    Runnable runnable;
+    Calls dropped;
+    bool cut = false;
+    {
+        std::lock_guard lock(mutex_);
+        if (!broken_ && !TakeAll(&runnable)) {
+            broken_ = true;
+            cut = true;
+        }
+        dropped.swap(unanswerable_);
+    }
+    if (cut) peer_->Cut("malformed oneway call");
+    return runnable;
+}
+
+bool OnewayReceiver::TakeAll(Runnable* runnable) {
+    ring_.Wake();
+    for (;;) {
+        const uint8_t* body;
+        size_t size;
+        RingReader::Result result = ring_.Front(&body, &size);
+        if (result == RingReader::Result::kBroken) return false;
+        if (result == RingReader::Result::kEmpty) {
+            if (ring_.Sleep()) return true;
+            ring_.Wake();
+            continue;
+        }
+        std::unique_ptr<OnewayCall> call;
+        if (!Take(body, size, &call)) return false;
+        ring_.Pop();
+        LocalBinder* target = AsLocal(call->target.get());
+        if (target == nullptr) {
+            Started(call->record_size);
+            unanswerable_.push_back(std::move(call));
+        } else {
+            // The reference in the call stays until the call has run, and the object is busy until then.
+            if (target->QueueOneway(std::move(call))) runnable->push_back(NewRef(target));
+        }
+    }
+}
+
+bool OnewayReceiver::Take(const uint8_t* shared, size_t size, std::unique_ptr<OnewayCall>* taken) {
+    if (size < sizeof(CallBody)) return false;
+    auto body = CopyOut<CallBody>(shared);
+    size_t message_size = sizeof(CallBody) + Padded(body.data_size) + size_t{body.objects_size};
+    bool sound = body.flags == FLAG_ONEWAY && body.depth == 0 && body.data_size <= kMaxTransactionBytes &&
+                 body.objects_size <= kMaxTransactionBytes && RingWriter::RecordSize(message_size) == RingWriter::RecordSize(size) &&
+                 message_size <= size && body.object_count <= body.objects_size / sizeof(WireObject);
+    size_t record_size = RingWriter::RecordSize(size);
+    if (!sound || pending_.load() + record_size > kMaxOnewayPendingBytes) return false;
+    Buffer table;
+    table.Append(shared + sizeof(CallBody) + Padded(body.data_size), body.objects_size);
+    std::vector<AParcel::Object> objects;
+    Message message{{}, Bytes(table.data(), table.size()), body.object_count};
+    auto call = std::make_unique<OnewayCall>();
+    call->parcel = ObtainParcel();
+    if (!DecodeObjects(peer_, message, &objects)) {
+        DropObjects(&objects);
+        return false;
+    }
+    if (!call->parcel->Assign(shared + sizeof(CallBody), body.data_size, std::move(objects))) return false;
+    call->target = ExportTable::Get().Find(body.target);
+    call->code = body.code;
+    call->record_size = record_size;
+    call->from = shared_from_this();
+    pending_.fetch_add(record_size);
+    *taken = std::move(call);
+    return true;
+}
+
+void RunOnewayCalls(LocalBinder* target) {
+    while (auto call = target->TakeOneway()) {
+        Pool::StayIfExiting();
+        call->from->Started(call->record_size);
+        CallFrame frame;
+        frame.peer = call->from->peer().get();
+        ServedCall served(&frame);
+        AParcel* out = ObtainParcel();
+        Dispatch(target, call->code, call->parcel, out);
+        RecycleParcel(out);
+    }
+}
+
+}  // namespace host

@@ -1,0 +1,80 @@
+// The receiving end of one peer's oneway channel. A pool thread that is woken takes everything out of the ring,
+// sorts it to the objects called, asks for the next wake-up and then runs what it found; other threads take
+// over what comes meanwhile.
+#pragma once
+
+#include <android-base/thread_annotations.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "binder.h"
+#include "fd.h"
+#include "pool.h"
+#include "ring.h"
+
+struct AParcel;
+
+namespace host {
+
+class OnewayReceiver;
+class Peer;
+
+// A call that waits for its object.
+struct OnewayCall {
+    BinderRef target;
+    AParcel* parcel = nullptr;  // owned
+    uint32_t code = 0;
+    size_t record_size = 0;
+    std::shared_ptr<OnewayReceiver> from;
+    std::unique_ptr<OnewayCall> next;
+
+    OnewayCall() = default;
+    OnewayCall(const OnewayCall&) = delete;
+    OnewayCall& operator=(const OnewayCall&) = delete;
+    ~OnewayCall();
+};
+
+class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<OnewayReceiver> {
+  public:
+    OnewayReceiver(std::shared_ptr<Peer> peer, UniqueFd fd) : peer_(std::move(peer)), fd_(std::move(fd)) {}
+
+    // False unless `file` is a ring.
+    bool Map(int file);
+    void JoinPool();
+    // Housekeeper, after the peer's death: what it had sent is run by the pool.
+    void TakeRest() EXCLUDES(mutex_);
+
+    void OnReady(uint32_t events) override;
+    // A call is about to run: no longer pending.
+    void Started(size_t record_size);
+    const std::shared_ptr<Peer>& peer() const { return peer_; }
+
+  private:
+    using Runnable = std::vector<BinderRef>;
+    using Calls = std::vector<std::unique_ptr<OnewayCall>>;
+
+    // Everything that is in the ring; the objects that someone must run now.
+    Runnable Drain() EXCLUDES(mutex_);
+    // Null and true: the object called is not there any more. False: malformed.
+    bool Take(const uint8_t* body, size_t size, std::unique_ptr<OnewayCall>* call) REQUIRES(mutex_);
+    bool TakeAll(Runnable* runnable) REQUIRES(mutex_);
+
+    const std::shared_ptr<Peer> peer_;
+    UniqueFd fd_;
+    RingMemory memory_;
+    std::atomic<uint64_t> key_{0};
+    std::atomic<size_t> pending_{0};
+
+    std::mutex mutex_;
+    RingReader ring_ GUARDED_BY(mutex_){&memory_};
+    Calls unanswerable_ GUARDED_BY(mutex_);  // for objects that are gone; dropped unlocked
+    bool broken_ GUARDED_BY(mutex_) = false;
+};
+
+// Runs the calls that wait for `target`, one after another, until there is none.
+void RunOnewayCalls(LocalBinder* target);
+
+}  // namespace host

@@ -1,0 +1,118 @@
+#include "oneway_sender.h"
+
+#include <android/log.h>
+
+#include <cstring>
+
+#include "endpoint.h"
+#include "housekeeper.h"
+#include "limits.h"
+#include "objects.h"
+#include "parcel.h"
+#include "peer.h"
+#include "sys.h"
+
+namespace host {
+
+binder_status_t OnewaySender::Send(const RefId& target, uint32_t code, const AParcel& parcel) {
+    if (IsForkedChild()) return STATUS_DEAD_OBJECT;
+    Report report;
+    binder_status_t status;
+    {
+        std::lock_guard lock(mutex_);
+        status = SendLocked(target, code, parcel, &report);
+    }
+    if (report.broken != nullptr) peer_->Cut(report.broken);
+    if (report.first_refusal) {
+        __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                            "Oneway calls to pid %d uid %d are refused: %zu bytes have not been run yet.",
+                            peer_->pid(), peer_->uid(), kMaxOnewayPendingBytes);
+    }
+    if (report.refused_before != 0) {
+        __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                            "Oneway calls to pid %d uid %d are accepted again; %zu were refused.", peer_->pid(),
+                            peer_->uid(), report.refused_before);
+    }
+    return status;
+}
+
+binder_status_t OnewaySender::SendLocked(const RefId& target, uint32_t code, const AParcel& parcel,
+                                         Report* report) {
+    if (closed_ || peer_->IsDead()) return STATUS_DEAD_OBJECT;
+    if (!ring_ && !OpenRing()) return STATUS_NO_MEMORY;
+    binder_status_t status = WriteRecord(target, code, parcel, report);
+    if (status == STATUS_OK) {
+        report->refused_before = std::exchange(refused_, 0);
+        if (ring_->Publish()) Wake();
+    }
+    return status;
+}
+
+binder_status_t OnewaySender::WriteRecord(const RefId& target, uint32_t code, const AParcel& parcel,
+                                          Report* report) {
+    ObjectEncoder encoder(peer_, Direction::kOneway);
+    Buffer objects;
+    binder_status_t status = encoder.Encode(parcel, &objects);
+    if (status != STATUS_OK) return status;
+    size_t padded = Padded(parcel.size());
+    size_t size = sizeof(CallBody) + padded + objects.size();
+    auto pending = ring_->Pending();
+    bool fits = pending && *pending + RingWriter::RecordSize(size) <= kMaxOnewayPendingBytes;
+    uint8_t* place = fits ? ring_->Begin(size) : nullptr;
+    if (place == nullptr) {
+        encoder.Undo();
+        if (!pending || fits) {
+            report->broken = "impossible positions in its oneway ring";
+            return STATUS_DEAD_OBJECT;
+        }
+        report->first_refusal = refused_++ == 0;
+        return STATUS_FAILED_TRANSACTION;
+    }
+    CallBody call{target, code, FLAG_ONEWAY, 0, static_cast<uint32_t>(parcel.size()),
+                  static_cast<uint32_t>(parcel.objects().size()), static_cast<uint32_t>(objects.size())};
+    memcpy(place, &call, sizeof(call));
+    memcpy(place + sizeof(call), parcel.data(), parcel.size());
+    if (!objects.empty()) memcpy(place + sizeof(call) + padded, objects.data(), objects.size());
+    return STATUS_OK;
+}
+
+bool OnewaySender::OpenRing() {
+    if (!memory_.Create(&ring_file_)) return false;
+    ring_.emplace(&memory_, ring_file_.get());
+    TryConnect();
+    return true;
+}
+
+void OnewaySender::TryConnect() {
+    if (closed_ || !ring_ || connection_.ok() || !peer_->IsReachable(/*wait=*/false)) return;
+    Connected connected = Endpoint::Get().ConnectTo(peer_->name);
+    if (connected.result == ConnectResult::kConnected &&
+        SendHello(connected.fd.get(), ConnectionKind::kOneway, Endpoint::Get().name(), ring_file_.get())) {
+        connection_ = std::move(connected.fd);
+        return;
+    }
+    if (connected.result == ConnectResult::kRefused) return;  // its control connection tells the rest
+    Housekeeper::Get().RunLater(kConnectRetryMs, [peer = peer_->shared_from_this()] { peer->oneway.OnReachable(); });
+}
+
+void OnewaySender::OnReachable() {
+    std::lock_guard lock(mutex_);
+    TryConnect();
+}
+
+void OnewaySender::Wake() {
+    uint8_t byte = 0;
+    // A full socket holds enough wake-ups already; a closed one is a death that is noticed elsewhere.
+    if (connection_.ok()) sys::Send(connection_.get(), &byte, sizeof(byte), MSG_DONTWAIT);
+}
+
+void OnewaySender::Close() {
+    std::lock_guard lock(mutex_);
+    closed_ = true;
+    connection_.Reset();
+    ring_file_.Reset();
+    ring_.reset();
+    memory_ = RingMemory();
+}
+
+}  // namespace host

@@ -1,0 +1,371 @@
+#include "peer.h"
+
+#include <android/log.h>
+#include <poll.h>
+
+#include <cstring>
+#include <utility>
+
+#include "call_connection.h"
+#include "control_connection.h"
+#include "death_links.h"
+#include "endpoint.h"
+#include "limits.h"
+#include "oneway_receiver.h"
+#include "pool.h"
+#include "sys.h"
+
+namespace host {
+namespace {
+
+// Connections that this process opens towards the peer beside those for calls: control and oneway.
+constexpr size_t kOtherConnections = 2;
+constexpr int kRetryWhenShortMs = 50;
+
+}  // namespace
+
+Peer::Peer(std::string endpoint_name) : name(std::move(endpoint_name)), oneway(this) {}
+
+Peer::~Peer() = default;
+
+void Peer::Connect() {
+    Connected connected;
+    {
+        // The lock is held from the look at control_ to the hello, so that a connection which the peer opens at
+        // the same moment is weighed against this one by both sides alike.
+        std::lock_guard lock(control_mutex_);
+        if (IsDead() || control_ != nullptr || yielded_) return;
+        connected = TryConnect();
+    }
+    switch (connected.result) {
+        case ConnectResult::kConnected:
+            return BecomeReachable(connected.pid, connected.uid);
+        case ConnectResult::kRefused:
+            return GiveUp();
+        case ConnectResult::kBusy:
+            return ConnectLater(kConnectRetryMs);
+        case ConnectResult::kShort:
+            return ConnectLater(kRetryWhenShortMs);
+    }
+}
+
+Connected Peer::TryConnect() {
+    Connected connected = Endpoint::Get().ConnectTo(name);
+    if (connected.result != ConnectResult::kConnected) return connected;
+    auto control = std::make_shared<ControlConnection>(std::move(connected.fd), shared_from_this());
+    if (!control->StartWatching()) {
+        connected.result = ConnectResult::kShort;
+    } else if (!SendHello(control->fd(), ConnectionKind::kControl, Endpoint::Get().name())) {
+        control->StopWatching();
+        connected.result = ConnectResult::kShort;
+    } else {
+        control_ = std::move(control);
+        control_ours_ = true;
+    }
+    return connected;
+}
+
+void Peer::ConnectLater(int delay_ms) {
+    Housekeeper::Get().RunLater(delay_ms, [self = shared_from_this()] { self->Connect(); });
+}
+
+void Peer::GiveUp() {
+    dead_.store(true, std::memory_order_release);
+    {
+        std::lock_guard lock(mutex_);
+        changed_.notify_all();
+    }
+    Housekeeper::Get().RunSoon([self = shared_from_this()] { self->Die(); });
+}
+
+void Peer::BecomeReachable(pid_t pid, uid_t uid) {
+    pid_.store(pid);
+    uid_.store(uid);
+    {
+        std::lock_guard lock(mutex_);
+        reachable_ = true;
+        changed_.notify_all();
+    }
+    oneway.OnReachable();
+}
+
+// Two processes that meet at the same moment have each connected to the other. The attempt of the one whose
+// name is the smaller stays; nothing has been sent on either but the hello, so nothing is lost with the other.
+void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t uid) {
+    std::shared_ptr<ControlConnection> replaced;
+    bool adopted = false;
+    bool second = false;
+    {
+        std::lock_guard lock(control_mutex_);
+        bool ours_stays = control_ != nullptr && control_ours_ && Endpoint::Get().name() < name;
+        second = control_open_ && !ours_stays;
+        if (ours_stays) {
+            SendFrameNow(control->fd(), FrameType::kYield);
+        } else if (!second && SendFrameNow(control->fd(), FrameType::kWelcome) && control->StartWatching()) {
+            replaced = std::exchange(control_, control);
+            control_ours_ = false;
+            control_open_ = true;
+            adopted = true;
+            FlushControl();
+        }
+    }
+    if (replaced != nullptr) replaced->StopWatching();
+    if (second) {
+        __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                            "Connection refused, pid %d uid %d: it has a control connection already.", pid, uid);
+    }
+    if (adopted) BecomeReachable(pid, uid);
+}
+
+void Peer::OnWelcome(ControlConnection* control) {
+    std::lock_guard lock(control_mutex_);
+    if (control_.get() != control || control_open_) return;
+    control_open_ = true;
+    FlushControl();
+}
+
+void Peer::OnYield(ControlConnection* control) {
+    std::shared_ptr<ControlConnection> ended;
+    {
+        std::lock_guard lock(control_mutex_);
+        if (control_.get() != control || control_open_) return;
+        ended = std::move(control_);
+        control_ = nullptr;
+        // The peer's own attempt is in our queue of new connections: nothing to connect any more.
+        yielded_ = true;
+    }
+    ended->StopWatching();
+}
+
+void Peer::OnControlWritable() {
+    std::lock_guard lock(control_mutex_);
+    if (control_open_) FlushControl();
+}
+
+void Peer::OnControlEnd(ControlConnection* control) {
+    {
+        std::lock_guard lock(control_mutex_);
+        if (control_.get() != control) return;
+    }
+    Die();
+}
+
+bool Peer::IsConnectionOpen() {
+    std::lock_guard lock(control_mutex_);
+    if (IsDead() || control_ == nullptr) return false;
+    pollfd state{control_->fd(), POLLRDHUP, 0};
+    return poll(&state, 1, 0) == 0;
+}
+
+bool Peer::QueueControl(FrameType type, const void* body, size_t size) {
+    FrameHeader header{static_cast<uint32_t>(size), kFrameMagic, static_cast<uint16_t>(type)};
+    outbox_.Append(&header, sizeof(header));
+    outbox_.Append(body, size);
+    if (control_open_) FlushControl();
+    return outbox_.size() <= kMaxControlBacklogBytes;
+}
+
+void Peer::SendControlBytes(FrameType type, const void* body, size_t size) {
+    if (IsDead() || IsForkedChild()) return;
+    bool in_bounds;
+    {
+        std::lock_guard lock(control_mutex_);
+        in_bounds = QueueControl(type, body, size);
+    }
+    if (!in_bounds) Cut("control messages pile up unread");
+}
+
+void Peer::FlushControl() {
+    size_t sent = 0;
+    while (sent < outbox_.size()) {
+        ssize_t taken = sys::Send(control_->fd(), outbox_.data() + sent, outbox_.size() - sent, MSG_DONTWAIT);
+        if (taken < 0 && errno == EINTR) continue;
+        if (taken < 0) break;
+        sent += static_cast<size_t>(taken);
+    }
+    if (sent != 0) outbox_.Consume(sent);
+    // A connection that fails for another reason than lack of room also reports its end.
+    if (!outbox_.empty()) {
+        control_->WatchForRoom(true);
+    } else if (sent != 0) {
+        if (outbox_.capacity() > kMaxOnewayPendingBytes) outbox_.Clear();
+        control_->WatchForRoom(false);
+    }
+}
+
+void Peer::SendAcquire(const RefId& id, std::shared_ptr<Peer> from) {
+    AcquireBody body{id, 0, 0};
+    bool queued = false;
+    bool in_bounds = true;
+    {
+        std::lock_guard lock(control_mutex_);
+        queued = !IsDead();
+        if (queued) {
+            acquires_.push_back({id, from});
+            in_bounds = QueueControl(FrameType::kAcquire, &body, sizeof(body));
+        }
+    }
+    if (!queued) from->SendSettled(name, id);  // a reference to nothing
+    if (!in_bounds) Cut("control messages pile up unread");
+}
+
+void Peer::SendSettled(const std::string& owner, const RefId& id) {
+    SettledBody body{};
+    memcpy(body.owner, owner.data(), owner.size());
+    body.id = id;
+    SendControl(FrameType::kSettled, body);
+}
+
+bool Peer::OnAcquired(const RefId& id, bool granted) {
+    PendingAcquire answered;
+    {
+        std::lock_guard lock(control_mutex_);
+        if (acquires_.empty() || !(acquires_.front().id == id)) return false;
+        answered = std::move(acquires_.front());
+        acquires_.pop_front();
+    }
+    answered.from->SendSettled(name, id);
+    if (granted) return true;
+    // Who passed it on had died, and the owner let go of it: a stand-in for nothing.
+    if (BinderRef proxy = proxies.Find(id)) {
+        AsProxy(proxy.get())->gone.store(true);
+        std::vector<BinderRef> one;
+        one.push_back(std::move(proxy));
+        PostDeathNotices(std::move(one));
+    }
+    return true;
+}
+
+// Exempt: waits on a condition variable.
+bool Peer::IsReachable(bool wait) NO_THREAD_SAFETY_ANALYSIS {
+    std::unique_lock lock(mutex_);
+    if (wait) changed_.wait(lock, [this] { return reachable_ || IsDead(); });
+    return reachable_ && !IsDead();
+}
+
+// Exempt: waits on a condition variable.
+std::shared_ptr<CallConnection> Peer::TakeConnection() NO_THREAD_SAFETY_ANALYSIS {
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] {
+            return IsDead() ||
+                   (reachable_ && (!idle_.empty() || outgoing_ < kMaxConnectionsPerPeer - kOtherConnections));
+        });
+        if (IsDead()) return nullptr;
+        if (!idle_.empty()) {
+            auto connection = std::move(idle_.back());
+            idle_.pop_back();
+            return connection;
+        }
+        ++outgoing_;
+    }
+    Connected connected = Endpoint::Get().ConnectForCall(*this);
+    std::shared_ptr<CallConnection> connection;
+    if (connected.result == ConnectResult::kConnected) {
+        connection = std::make_shared<CallConnection>(shared_from_this(), std::move(connected.fd), true);
+    }
+    std::unique_lock lock(mutex_);
+    if (connection != nullptr && !IsDead()) {
+        in_use_.insert(connection);
+        return connection;
+    }
+    --outgoing_;
+    changed_.notify_one();
+    return nullptr;
+}
+
+void Peer::GiveBackConnection(std::shared_ptr<CallConnection> connection, bool reusable) {
+    std::lock_guard lock(mutex_);
+    if (reusable && !IsDead() && idle_.size() < kMaxIdleConnections) {
+        idle_.push_back(std::move(connection));
+    } else {
+        in_use_.erase(connection);
+        --outgoing_;
+    }
+    changed_.notify_one();
+}
+
+bool Peer::AddAccepted(const std::shared_ptr<CallConnection>& connection) {
+    std::lock_guard lock(mutex_);
+    if (IsDead() || accepted_.size() + kOtherConnections >= kMaxConnectionsPerPeer) return false;
+    accepted_.insert(connection);
+    return true;
+}
+
+void Peer::DropAccepted(const std::shared_ptr<CallConnection>& connection) {
+    connection->LeavePool();
+    std::lock_guard lock(mutex_);
+    accepted_.erase(connection);
+}
+
+bool Peer::SetReceiver(std::shared_ptr<OnewayReceiver> receiver) {
+    std::lock_guard lock(mutex_);
+    if (IsDead() || receiver_ != nullptr) return false;
+    receiver_ = std::move(receiver);
+    return true;
+}
+
+void Peer::ShutDownConnections() {
+    {
+        std::lock_guard lock(mutex_);
+        for (auto& connection : in_use_) connection->ShutDown();
+        for (auto& connection : accepted_) connection->ShutDown();
+        changed_.notify_all();
+    }
+    std::lock_guard lock(control_mutex_);
+    if (control_ != nullptr) control_->ShutDown();
+}
+
+void Peer::Cut(const char* reason) {
+    if (IsDead() || cut_.exchange(true)) return;
+    __android_log_print(ANDROID_LOG_WARN, "host_binder", "Cutting off pid %d uid %d: %s.", pid(), uid(), reason);
+    ShutDownConnections();
+}
+
+void Peer::Die() {
+    dead_.store(true, std::memory_order_release);
+    if (std::exchange(died_, true)) return;
+    // Waiting calls first: they fail whatever becomes of the rest.
+    ShutDownConnections();
+    Endpoint::Get().Forget(this);
+    std::unordered_set<std::shared_ptr<CallConnection>> accepted;
+    std::vector<std::shared_ptr<CallConnection>> idle;
+    std::shared_ptr<OnewayReceiver> receiver;
+    {
+        std::lock_guard lock(mutex_);
+        accepted.swap(accepted_);
+        idle.swap(idle_);
+        for (auto& connection : idle) in_use_.erase(connection);
+        receiver = std::move(receiver_);
+    }
+    for (auto& connection : accepted) connection->LeavePool();
+    oneway.Close();
+    // What was sent before the death is run, ahead of the notices of the death.
+    if (receiver != nullptr) receiver->TakeRest();
+    ReleaseEverything();
+    std::shared_ptr<ControlConnection> control;
+    {
+        std::lock_guard lock(control_mutex_);
+        control = std::move(control_);
+        outbox_.Clear(0);
+    }
+    if (control != nullptr) control->StopWatching();
+}
+
+void Peer::ReleaseEverything() {
+    auto dropped = std::make_shared<std::vector<BinderRef>>();
+    for (auto& [id, count] : holdings.Close()) dropped->push_back(ExportTable::Get().TakeBack(id, count));
+    for (BinderRef& kept : keeps.Close()) dropped->push_back(std::move(kept));
+    std::deque<PendingAcquire> unanswered;
+    {
+        std::lock_guard lock(control_mutex_);
+        unanswered.swap(acquires_);
+    }
+    for (auto& [id, from] : unanswered) from->SendSettled(name, id);
+    if (!dropped->empty()) {
+        Pool::Get().Post([dropped]() mutable { dropped.reset(); });
+    }
+    PostDeathNotices(proxies.Close());
+}
+
+}  // namespace host

@@ -1,0 +1,132 @@
+// Another process, as this one knows it: one object per process from the first contact to its death.
+// Any thread may call everything here except where said. No lock of it is held around anything that calls
+// back, destroys an object of a user, or waits.
+#pragma once
+
+#include <android-base/thread_annotations.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "buffer.h"
+#include "endpoint.h"
+#include "frame.h"
+#include "oneway_sender.h"
+#include "references.h"
+
+namespace host {
+
+class CallConnection;
+class ControlConnection;
+class OnewayReceiver;
+
+class Peer : public std::enable_shared_from_this<Peer> {
+  public:
+    explicit Peer(std::string endpoint_name);
+    ~Peer();
+
+    const std::string name;
+    // What the kernel says of the process; 0 until there is a connection.
+    pid_t pid() const { return pid_.load(); }
+    uid_t uid() const { return uid_.load(); }
+    bool IsDead() const { return dead_.load(std::memory_order_acquire); }
+    // What the kernel sees now: false also for a death that has not been noticed yet.
+    bool IsConnectionOpen() EXCLUDES(control_mutex_);
+
+    Holdings holdings;
+    Keeps keeps;
+    ProxyTable proxies;
+    OnewaySender oneway;
+
+    // Begins to connect. Does not wait: what is said meanwhile is kept.
+    void Connect() EXCLUDES(control_mutex_, mutex_);
+    // Housekeeper: the peer's own control connection has come in.
+    void Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t uid) EXCLUDES(control_mutex_);
+    // Housekeeper: the peer has answered our attempt.
+    void OnWelcome(ControlConnection* control) EXCLUDES(control_mutex_);
+    void OnYield(ControlConnection* control) EXCLUDES(control_mutex_);
+    // Housekeeper: `control` can take bytes again.
+    void OnControlWritable() EXCLUDES(control_mutex_);
+    // Housekeeper: `control` has ended. Nothing happens if it is not the one that counts.
+    void OnControlEnd(ControlConnection* control) EXCLUDES(control_mutex_);
+
+    // Says to the owner what became of a reference.
+    void SendAcquire(const RefId& id, std::shared_ptr<Peer> from) EXCLUDES(control_mutex_);
+    void SendRelease(const RefId& id, uint32_t arrivals) { SendControl(FrameType::kRelease, ReleaseBody{id, arrivals, 0}); }
+    void SendSettled(const std::string& owner, const RefId& id);
+    void SendAcquired(const RefId& id, bool granted) {
+        SendControl(FrameType::kAcquired, AcquireBody{id, granted ? 1U : 0U, 0});
+    }
+    // Housekeeper: the owner's answer to the oldest request. Null and false if there was none.
+    bool OnAcquired(const RefId& id, bool granted) EXCLUDES(control_mutex_);
+
+    // A connection for a two-way call of the calling thread. Waits until one is free; null if the peer is dead
+    // or cannot be reached.
+    std::shared_ptr<CallConnection> TakeConnection() EXCLUDES(mutex_);
+    void GiveBackConnection(std::shared_ptr<CallConnection> connection, bool reusable) EXCLUDES(mutex_);
+
+    // Connections that the peer opened. False if it has as many as it may.
+    bool AddAccepted(const std::shared_ptr<CallConnection>& connection) EXCLUDES(mutex_);
+    void DropAccepted(const std::shared_ptr<CallConnection>& connection) EXCLUDES(mutex_);
+    bool SetReceiver(std::shared_ptr<OnewayReceiver> receiver) EXCLUDES(mutex_);
+
+    // Ends every connection to a peer that does not keep to the rules. One WARN line, whoever comes first.
+    void Cut(const char* reason) EXCLUDES(mutex_, control_mutex_);
+    // Housekeeper, once: the process is gone, or as good as gone.
+    void Die() EXCLUDES(mutex_, control_mutex_);
+
+    // Whether our own attempt may go on to call and oneway connections; waits for that if `wait`.
+    bool IsReachable(bool wait) EXCLUDES(mutex_);
+
+  private:
+    struct PendingAcquire {
+        RefId id;
+        std::shared_ptr<Peer> from;
+    };
+
+    template <typename Body>
+    void SendControl(FrameType type, const Body& body) {
+        SendControlBytes(type, &body, sizeof(body));
+    }
+    void SendControlBytes(FrameType type, const void* body, size_t size) EXCLUDES(control_mutex_);
+    bool QueueControl(FrameType type, const void* body, size_t size) REQUIRES(control_mutex_);
+    void FlushControl() REQUIRES(control_mutex_);
+    Connected TryConnect() REQUIRES(control_mutex_);
+    void ConnectLater(int delay_ms);
+    void BecomeReachable(pid_t pid, uid_t uid) EXCLUDES(mutex_, control_mutex_);
+    void GiveUp() EXCLUDES(mutex_);
+    void ShutDownConnections() EXCLUDES(mutex_, control_mutex_);
+    void ReleaseEverything();
+
+    std::atomic<pid_t> pid_{0};
+    std::atomic<uid_t> uid_{0};
+    std::atomic<bool> dead_{false};
+    std::atomic<bool> cut_{false};
+    bool died_ = false;  // housekeeper only
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool reachable_ GUARDED_BY(mutex_) = false;
+    size_t outgoing_ GUARDED_BY(mutex_) = 0;
+    std::vector<std::shared_ptr<CallConnection>> idle_ GUARDED_BY(mutex_);
+    std::unordered_set<std::shared_ptr<CallConnection>> in_use_ GUARDED_BY(mutex_);
+    std::unordered_set<std::shared_ptr<CallConnection>> accepted_ GUARDED_BY(mutex_);
+    std::shared_ptr<OnewayReceiver> receiver_ GUARDED_BY(mutex_);
+
+    std::mutex control_mutex_;
+    std::shared_ptr<ControlConnection> control_ GUARDED_BY(control_mutex_);
+    bool control_open_ GUARDED_BY(control_mutex_) = false;
+    bool control_ours_ GUARDED_BY(control_mutex_) = false;  // this side opened control_
+    bool yielded_ GUARDED_BY(control_mutex_) = false;       // the peer's attempt was preferred
+    Buffer outbox_ GUARDED_BY(control_mutex_);
+    std::deque<PendingAcquire> acquires_ GUARDED_BY(control_mutex_);
+};
+
+}  // namespace host

@@ -1,0 +1,210 @@
+#include "pool.h"
+
+#include <android-base/logging.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "sys.h"
+
+namespace host {
+namespace {
+
+constexpr uint64_t kNudgeKey = 0;
+
+std::atomic<bool> g_exiting{false};
+
+void NoteExit() {
+    g_exiting.store(true);
+}
+
+}  // namespace
+
+Pool& Pool::Get() {
+    static Pool* pool = new Pool;  // never destroyed: its threads serve until the process is gone
+    return *pool;
+}
+
+Pool::Pool() : epoll_(sys::EpollCreate1(EPOLL_CLOEXEC)), nudge_(sys::EventFd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    // A process that cannot even wait for its peers cannot serve anybody.
+    CHECK(epoll_.ok() && nudge_.ok());
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLET;
+    event.data.u64 = kNudgeKey;
+    CHECK(epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, nudge_.get(), &event) == 0);
+    std::atexit(NoteExit);
+}
+
+void Pool::StayIfExiting() {
+    if (!g_exiting.load(std::memory_order_relaxed)) [[likely]] return;
+    static std::mutex* mutex = new std::mutex;
+    static std::condition_variable* never = new std::condition_variable;
+    std::unique_lock lock(*mutex);
+    for (;;) never->wait(lock);
+}
+
+void Pool::Start() {
+    std::lock_guard lock(mutex_);
+    if (started_.exchange(true) || max_threads_.load() == 0) return;
+    threads_.emplace_back([this] { Loop(/*joined=*/false); });
+}
+
+void Pool::Join() {
+    started_.store(true);
+    Loop(/*joined=*/true);
+    // Registered last, so that it runs before the destructors of whatever main leaves behind.
+    std::atexit(NoteExit);
+}
+
+void Pool::End() {
+    ended_.store(true);
+    Nudge();
+}
+
+void Pool::Nudge() {
+    uint64_t one = 1;
+    // Only an edge is needed: a full counter is one, too.
+    [[maybe_unused]] ssize_t written = write(nudge_.get(), &one, sizeof(one));
+}
+
+void Pool::Post(Task task) {
+    {
+        std::lock_guard lock(mutex_);
+        tasks_.push_back(std::move(task));
+        queued_.store(tasks_.size());
+        if (!started_.load() || ended_.load()) {
+            if (!has_task_thread_) {
+                has_task_thread_ = true;
+                threads_.emplace_back([this] { TaskLoop(); });
+            }
+            task_posted_.notify_one();
+            return;
+        }
+    }
+    if (idle_.load() > 0) {
+        Nudge();
+    } else {
+        SpawnIfNoneIdle();
+    }
+}
+
+bool Pool::RunTask() {
+    if (queued_.load() == 0) return false;
+    Task task;
+    {
+        std::lock_guard lock(mutex_);
+        if (tasks_.empty()) return false;
+        task = std::move(tasks_.front());
+        tasks_.pop_front();
+        queued_.store(tasks_.size());
+    }
+    if (queued_.load() > 0 && idle_.load() > 0) Nudge();
+    SpawnIfNoneIdle();
+    StayIfExiting();
+    task();
+    return true;
+}
+
+// Exempt: waits on a condition variable.
+void Pool::TaskLoop() NO_THREAD_SAFETY_ANALYSIS {
+    for (;;) {
+        Task task;
+        {
+            std::unique_lock lock(mutex_);
+            task_posted_.wait(lock, [this] { return !tasks_.empty(); });
+            task = std::move(tasks_.front());
+            tasks_.pop_front();
+            queued_.store(tasks_.size());
+        }
+        StayIfExiting();
+        task();
+    }
+}
+
+void Pool::SpawnIfNoneIdle() {
+    if (idle_.load() > 0 || !started_.load()) return;
+    std::lock_guard lock(mutex_);
+    size_t limit = max_threads_.load() + (has_task_thread_ ? 1 : 0);
+    if (ended_.load() || idle_.load() > 0 || threads_.size() >= limit) return;
+    // Counted as idle at once, so that a burst of work does not start more than it needs.
+    idle_.fetch_add(1);
+    threads_.emplace_back([this] {
+        idle_.fetch_sub(1);
+        Loop(/*joined=*/false);
+    });
+}
+
+void Pool::Loop(bool joined) {
+    while (!ended_.load()) {
+        while (!ended_.load() && RunTask()) {
+        }
+        if (!ServeOnce()) break;
+    }
+    Nudge();  // the next one learns of the end
+    if (joined) return;
+    // Kept until the process is gone; tasks that are left are for the task thread.
+    Post([] {});
+    static std::mutex* mutex = new std::mutex;
+    static std::condition_variable* never = new std::condition_variable;
+    std::unique_lock lock(*mutex);
+    for (;;) never->wait(lock);
+}
+
+bool Pool::ServeOnce() {
+    epoll_event event{};
+    idle_.fetch_add(1);
+    int count = 0;
+    // A task posted before this thread was seen as idle has nudged nobody.
+    if (queued_.load() == 0 && !ended_.load()) count = sys::EpollWait(epoll_.get(), &event, 1, -1);
+    idle_.fetch_sub(1);
+    if (ended_.load()) return false;
+    if (count <= 0 || event.data.u64 == kNudgeKey) return true;
+    std::shared_ptr<PoolSource> source = FindSource(event.data.u64);
+    if (source == nullptr) return true;
+    SpawnIfNoneIdle();
+    StayIfExiting();
+    source->OnReady(event.events);
+    return true;
+}
+
+std::shared_ptr<PoolSource> Pool::FindSource(uint64_t key) {
+    std::lock_guard lock(sources_mutex_);
+    auto source = sources_.find(key);
+    return source == sources_.end() ? nullptr : source->second;
+}
+
+uint64_t Pool::Add(int fd, uint32_t events, std::shared_ptr<PoolSource> source) {
+    uint64_t key;
+    {
+        std::lock_guard lock(sources_mutex_);
+        key = next_key_++;
+        sources_[key] = std::move(source);
+    }
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = key;
+    if (sys::EpollCtl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) == 0) return key;
+    std::lock_guard lock(sources_mutex_);
+    sources_.erase(key);
+    return 0;
+}
+
+void Pool::Rearm(int fd, uint64_t key, uint32_t events) {
+    epoll_event event{};
+    event.events = events | EPOLLONESHOT;
+    event.data.u64 = key;
+    // Fails only for a connection that has been removed, which nobody waits for.
+    epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, fd, &event);
+}
+
+void Pool::Remove(int fd, uint64_t key) {
+    epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
+    std::shared_ptr<PoolSource> last;  // dropped after unlocking: it may be the last reference
+    std::lock_guard lock(sources_mutex_);
+    auto source = sources_.find(key);
+    if (source == sources_.end()) return;
+    last = std::move(source->second);
+    sources_.erase(source);
+}
+
+}  // namespace host

@@ -1,0 +1,78 @@
+#include <android/binder_process.h>
+#include <android/log.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+
+#include "housekeeper.h"
+#include "pool.h"
+#include "sys.h"
+
+namespace {
+
+// The read end of a pipe whose end is the end of the pool.
+class EndOfPool : public host::Watched {
+  public:
+    explicit EndOfPool(int fd) : fd_(fd) {}
+
+    void Begin() { key_ = host::Housekeeper::Get().Watch(fd_.get(), EPOLLIN, self_); }
+    void Keep(std::shared_ptr<EndOfPool> self) { self_ = std::move(self); }
+
+    void OnEvents(uint32_t) override {
+        char unread[64];
+        ssize_t got = read(fd_.get(), unread, sizeof(unread));
+        if (got > 0 || (got < 0 && (errno == EINTR || errno == EAGAIN))) return;
+        host::Housekeeper::Get().Forget(fd_.get(), key_);
+        host::Pool::Get().End();
+    }
+
+  private:
+    host::UniqueFd fd_;
+    uint64_t key_ = 0;
+    std::shared_ptr<EndOfPool> self_;
+};
+
+void WatchForEnd() {
+    const char* named = getenv("BINDER_HOST_END_FD");
+    if (named == nullptr || *named == '\0') return;
+    char* rest = nullptr;
+    long fd = strtol(named, &rest, 10);
+    if (*rest != '\0' || fd < 0 || fcntl(static_cast<int>(fd), F_GETFD) < 0) {
+        __android_log_print(ANDROID_LOG_WARN, "host_binder", "BINDER_HOST_END_FD is no open descriptor: %s.", named);
+        return;
+    }
+    // From here on it belongs to the layer; a program that this one starts is not to inherit it.
+    fcntl(static_cast<int>(fd), F_SETFD, FD_CLOEXEC);
+    auto* watch = new std::shared_ptr<EndOfPool>(std::make_shared<EndOfPool>(static_cast<int>(fd)));
+    if (!host::Housekeeper::Get().Start()) return;
+    (*watch)->Keep(*watch);
+    (*watch)->Begin();
+}
+
+void WatchForEndOnce() {
+    static std::once_flag once;
+    std::call_once(once, WatchForEnd);
+}
+
+}  // namespace
+
+bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t count) {
+    host::Pool::Get().SetMaxThreads(count);
+    return true;
+}
+
+void ABinderProcess_startThreadPool() {
+    WatchForEndOnce();
+    host::Pool::Get().Start();
+}
+
+bool ABinderProcess_isThreadPoolStarted() {
+    return host::Pool::Get().IsStarted();
+}
+
+void ABinderProcess_joinThreadPool() {
+    WatchForEndOnce();
+    host::Pool::Get().Join();
+}

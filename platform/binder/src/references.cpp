@@ -1,0 +1,174 @@
+#include "references.h"
+
+#include <utility>
+
+#include "limits.h"
+#include "sys.h"
+
+namespace host {
+namespace {
+
+constexpr size_t kNamesDrawnAtOnce = 16;  // as many random bytes as the kernel gives without interruption
+
+}  // namespace
+
+ExportTable& ExportTable::Get() {
+    static ExportTable* table = new ExportTable;  // never destroyed: releases come in until the very end
+    return *table;
+}
+
+bool ExportTable::DrawName(RefId* id) {
+    if (drawn_.empty()) {
+        RefId names[kNamesDrawnAtOnce];
+        if (sys::GetRandom(names, sizeof(names)) != static_cast<ssize_t>(sizeof(names))) return false;
+        drawn_.assign(names, names + kNamesDrawnAtOnce);
+    }
+    *id = drawn_.back();
+    drawn_.pop_back();
+    return true;
+}
+
+bool ExportTable::HandOver(LocalBinder* binder, RefId* id) {
+    std::lock_guard lock(mutex_);
+    if (!binder->exported) {
+        if (!DrawName(&binder->export_id)) return false;
+        binder->exported = true;
+        entries_[binder->export_id].binder = NewRef(binder);
+    }
+    *id = binder->export_id;
+    ++entries_[*id].hand_overs;
+    return true;
+}
+
+bool ExportTable::HandOver(const RefId& id) {
+    std::lock_guard lock(mutex_);
+    auto entry = entries_.find(id);
+    if (entry == entries_.end()) return false;
+    ++entry->second.hand_overs;
+    return true;
+}
+
+BinderRef ExportTable::TakeBack(const RefId& id, size_t count) {
+    std::lock_guard lock(mutex_);
+    auto entry = entries_.find(id);
+    if (entry == entries_.end() || entry->second.hand_overs < count) return nullptr;
+    entry->second.hand_overs -= count;
+    if (entry->second.hand_overs != 0 || id == kContextObjectId) return nullptr;
+    BinderRef last = std::move(entry->second.binder);
+    entries_.erase(entry);
+    // Handed over again it gets a new name: whoever still has the old one holds nothing.
+    static_cast<LocalBinder*>(last.get())->exported = false;
+    return last;
+}
+
+BinderRef ExportTable::Find(const RefId& id) {
+    std::lock_guard lock(mutex_);
+    auto entry = entries_.find(id);
+    return entry == entries_.end() ? nullptr : NewRef(entry->second.binder.get());
+}
+
+void ExportTable::EnterContextObject(LocalBinder* binder) {
+    std::lock_guard lock(mutex_);
+    binder->exported = true;
+    binder->export_id = kContextObjectId;
+    entries_[kContextObjectId].binder = NewRef(binder);
+}
+
+size_t ExportTable::size() {
+    std::lock_guard lock(mutex_);
+    return entries_.size();
+}
+
+Holdings::Result Holdings::Add(const RefId& id) {
+    std::lock_guard lock(mutex_);
+    if (closed_) return Result::kClosed;
+    if (counts_.size() >= kMaxReferencesPerPeer && counts_.count(id) == 0) return Result::kFull;
+    ++counts_[id];
+    return Result::kOk;
+}
+
+Holdings::Result Holdings::Remove(const RefId& id, uint32_t count) {
+    std::lock_guard lock(mutex_);
+    auto held = counts_.find(id);
+    if (held == counts_.end() || held->second < count) return Result::kUnknown;
+    held->second -= count;
+    if (held->second == 0) counts_.erase(held);
+    return Result::kOk;
+}
+
+bool Holdings::Contains(const RefId& id) {
+    std::lock_guard lock(mutex_);
+    return counts_.count(id) != 0;
+}
+
+std::vector<std::pair<RefId, uint32_t>> Holdings::Close() {
+    std::lock_guard lock(mutex_);
+    closed_ = true;
+    std::vector<std::pair<RefId, uint32_t>> all(counts_.begin(), counts_.end());
+    counts_.clear();
+    return all;
+}
+
+bool Keeps::Add(AIBinder* binder, const RefId& id) {
+    std::lock_guard lock(mutex_);
+    if (closed_ || (kept_.size() >= kMaxReferencesPerPeer && kept_.count(id) == 0)) return false;
+    Kept& kept = kept_[id];
+    if (kept.count++ == 0) kept.binder = NewRef(binder);
+    return true;
+}
+
+bool Keeps::Settle(const RefId& id, BinderRef* released) {
+    std::lock_guard lock(mutex_);
+    auto kept = kept_.find(id);
+    if (kept == kept_.end()) return closed_;
+    if (--kept->second.count != 0) return true;
+    *released = std::move(kept->second.binder);
+    kept_.erase(kept);
+    return true;
+}
+
+std::vector<BinderRef> Keeps::Close() {
+    std::lock_guard lock(mutex_);
+    closed_ = true;
+    std::vector<BinderRef> all;
+    for (auto& [id, kept] : kept_) all.push_back(std::move(kept.binder));
+    kept_.clear();
+    return all;
+}
+
+BinderRef ProxyTable::Arrive(const RefId& id, const Maker& make) {
+    std::lock_guard lock(mutex_);
+    if (closed_) return nullptr;
+    ProxyBinder*& slot = proxies_[id];
+    // One that is losing its last reference stays out of the way: its own release settles its own arrivals.
+    if (slot == nullptr || !slot->TryIncStrong()) slot = make();
+    ++slot->arrivals;
+    return BinderRef(slot);
+}
+
+BinderRef ProxyTable::Find(const RefId& id) {
+    std::lock_guard lock(mutex_);
+    auto slot = proxies_.find(id);
+    if (slot == proxies_.end() || !slot->second->TryIncStrong()) return nullptr;
+    return BinderRef(slot->second);
+}
+
+uint32_t ProxyTable::Leave(ProxyBinder* proxy) {
+    std::lock_guard lock(mutex_);
+    auto slot = proxies_.find(proxy->id);
+    if (slot != proxies_.end() && slot->second == proxy) proxies_.erase(slot);
+    return proxy->arrivals;
+}
+
+std::vector<BinderRef> ProxyTable::Close() {
+    std::lock_guard lock(mutex_);
+    closed_ = true;
+    std::vector<BinderRef> alive;
+    for (auto& [id, proxy] : proxies_) {
+        if (proxy->TryIncStrong()) alive.emplace_back(proxy);
+    }
+    proxies_.clear();
+    return alive;
+}
+
+}  // namespace host

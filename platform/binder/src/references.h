@@ -1,0 +1,108 @@
+// Who holds what, as plain tables without IPC in them. Each has a leaf lock of its own, under which nothing
+// is called or destroyed: what a table gives up it returns, and the caller drops it without any lock.
+// All functions: any thread.
+#pragma once
+
+#include <android-base/thread_annotations.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "binder.h"
+#include "wire.h"
+
+namespace host {
+
+// The objects of this process that others hold. An object is in it while its hand-overs exceed the releases,
+// and the table keeps a strong reference to it for so long. A name is never used again.
+class ExportTable {
+  public:
+    static ExportTable& Get();
+
+    // One more hand-over of `binder`; its name. False if no random bits can be had.
+    bool HandOver(LocalBinder* binder, RefId* id) EXCLUDES(mutex_);
+    // The same by name; false if it is not known.
+    bool HandOver(const RefId& id) EXCLUDES(mutex_);
+    // Takes back `count` hand-overs. What it returns is dropped by the caller.
+    [[nodiscard]] BinderRef TakeBack(const RefId& id, size_t count) EXCLUDES(mutex_);
+    BinderRef Find(const RefId& id) EXCLUDES(mutex_);
+    // Enters `binder` under the name that everybody knows, for good.
+    void EnterContextObject(LocalBinder* binder) EXCLUDES(mutex_);
+    size_t size() EXCLUDES(mutex_);
+
+  private:
+    struct Entry {
+        BinderRef binder;
+        size_t hand_overs = 0;
+    };
+    bool DrawName(RefId* id) REQUIRES(mutex_);
+
+    std::mutex mutex_;
+    std::unordered_map<RefId, Entry, RefIdHash> entries_ GUARDED_BY(mutex_);
+    std::vector<RefId> drawn_ GUARDED_BY(mutex_);  // names drawn ahead, so that few calls ask the kernel
+};
+
+// What one peer holds of this process: hand-overs that it has not released, by object.
+class Holdings {
+  public:
+    enum class Result { kOk, kClosed, kFull, kUnknown };
+
+    // kClosed: the peer is dead. kFull: it holds as many objects as one may.
+    Result Add(const RefId& id) EXCLUDES(mutex_);
+    // kUnknown: the peer does not hold so many.
+    Result Remove(const RefId& id, uint32_t count) EXCLUDES(mutex_);
+    bool Contains(const RefId& id) EXCLUDES(mutex_);
+    // Everything, and nothing can be added any more.
+    std::vector<std::pair<RefId, uint32_t>> Close() EXCLUDES(mutex_);
+
+  private:
+    std::mutex mutex_;
+    bool closed_ GUARDED_BY(mutex_) = false;
+    std::unordered_map<RefId, uint32_t, RefIdHash> counts_ GUARDED_BY(mutex_);
+};
+
+// References that this process passed on to one peer and keeps until the peer says that it holds its own.
+class Keeps {
+  public:
+    // False if the peer is dead or too much is outstanding; then nothing is kept.
+    bool Add(AIBinder* binder, const RefId& id) EXCLUDES(mutex_);
+    // One of them is settled. False if none was outstanding. `*released` is dropped by the caller.
+    bool Settle(const RefId& id, BinderRef* released) EXCLUDES(mutex_);
+    std::vector<BinderRef> Close() EXCLUDES(mutex_);
+
+  private:
+    struct Kept {
+        BinderRef binder;
+        uint32_t count = 0;
+    };
+    std::mutex mutex_;
+    bool closed_ GUARDED_BY(mutex_) = false;
+    std::unordered_map<RefId, Kept, RefIdHash> kept_ GUARDED_BY(mutex_);
+};
+
+// The stand-ins for one peer's objects: at most one per object.
+class ProxyTable {
+  public:
+    using Maker = std::function<ProxyBinder*()>;
+
+    // The stand-in for `id`, made if there is none, with one more arrival counted. Null if the peer is dead.
+    BinderRef Arrive(const RefId& id, const Maker& make) EXCLUDES(mutex_);
+    // The one there is, or null.
+    BinderRef Find(const RefId& id) EXCLUDES(mutex_);
+    // `proxy` has lost its last reference; the arrivals that its release settles.
+    uint32_t Leave(ProxyBinder* proxy) EXCLUDES(mutex_);
+    // All that are still referenced; none can arrive any more.
+    std::vector<BinderRef> Close() EXCLUDES(mutex_);
+
+  private:
+    std::mutex mutex_;
+    bool closed_ GUARDED_BY(mutex_) = false;
+    std::unordered_map<RefId, ProxyBinder*, RefIdHash> proxies_ GUARDED_BY(mutex_);
+};
+
+}  // namespace host

@@ -1,0 +1,168 @@
+#include "ring.h"
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "limits.h"
+#include "sys.h"
+
+namespace host {
+namespace {
+
+constexpr int kRingSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
+
+// A record is this header and its body. A pad fills the rest of the ring up to its end.
+struct RecordHeader {
+    uint32_t size;  // with this header, a multiple of kRecordAlign
+    uint32_t is_pad;
+};
+static_assert(sizeof(RecordHeader) == kRecordAlign);
+
+// An empty ring is used from its start again once this much has been used, so that light traffic touches a
+// few pages only. Pages far behind are given back when a burst had used them.
+constexpr size_t kRestartBytes = 16 * 1024;
+constexpr size_t kGiveBackBytes = 256 * 1024;
+constexpr size_t kKeepBytes = 64 * 1024;
+
+// Twice the bound on pending bytes: however records and one pad fall, the next record that the bound admits
+// finds contiguous room.
+static_assert(RingMemory::kDataBytes >= 2 * kMaxOnewayPendingBytes);
+
+}  // namespace
+
+RingMemory::RingMemory(RingMemory&& other) noexcept : base_(std::exchange(other.base_, nullptr)) {}
+
+RingMemory& RingMemory::operator=(RingMemory&& other) noexcept {
+    std::swap(base_, other.base_);
+    return *this;
+}
+
+RingMemory::~RingMemory() {
+    if (base_ != nullptr) munmap(base_, kTotalBytes);
+}
+
+bool RingMemory::Create(UniqueFd* file) {
+    UniqueFd created(sys::MemfdCreate("binder-oneway", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    if (!created.ok() || sys::Ftruncate(created.get(), kTotalBytes) != 0) return false;
+    if (sys::Fcntl(created.get(), F_ADD_SEALS, kRingSeals) != 0 || !MapFile(created.get())) return false;
+    new (base_) RingControl{};
+    // The reader has not looked yet: it reads everything when it gets the ring.
+    *file = std::move(created);
+    return true;
+}
+
+bool RingMemory::Map(int file) {
+    struct stat facts {};
+    if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
+    if (facts.st_size != static_cast<off_t>(kTotalBytes)) return false;
+    int seals = sys::Fcntl(file, F_GET_SEALS, 0);
+    if (seals < 0 || (seals & kRingSeals) != kRingSeals || (seals & F_SEAL_WRITE) != 0) return false;
+    return MapFile(file);
+}
+
+bool RingMemory::MapFile(int file) {
+    void* mapped = sys::Mmap(kTotalBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file);
+    if (mapped == MAP_FAILED) return false;
+    base_ = static_cast<uint8_t*>(mapped);
+    return true;
+}
+
+size_t RingWriter::RecordSize(size_t body_size) {
+    return (sizeof(RecordHeader) + body_size + kRecordAlign - 1) & ~(kRecordAlign - 1);
+}
+
+std::optional<size_t> RingWriter::Pending() {
+    uint64_t finished = memory_->control().finished.load(std::memory_order_acquire);
+    if (finished < seen_finished_ || finished > accepted_) return std::nullopt;
+    seen_finished_ = finished;
+    return static_cast<size_t>(accepted_ - finished);
+}
+
+uint8_t* RingWriter::Begin(size_t body_size) {
+    uint64_t consumed = memory_->control().consumed.load(std::memory_order_acquire);
+    if (consumed < seen_consumed_ || consumed > position_) return nullptr;
+    seen_consumed_ = consumed;
+    next_size_ = RecordSize(body_size);
+    size_t to_end = RingMemory::kDataBytes - Offset(position_);
+    bool restart = consumed == position_ && Offset(position_) >= kRestartBytes;
+    if ((restart || to_end < next_size_) && !SkipToStart()) return nullptr;
+    if (position_ + next_size_ - consumed > RingMemory::kDataBytes) return nullptr;
+    uint8_t* record = memory_->data() + Offset(position_);
+    RecordHeader header{static_cast<uint32_t>(next_size_), 0};
+    memcpy(record, &header, sizeof(header));
+    return record + sizeof(header);
+}
+
+bool RingWriter::SkipToStart() {
+    size_t offset = Offset(position_);
+    size_t to_end = RingMemory::kDataBytes - offset;
+    if (position_ + to_end - seen_consumed_ > RingMemory::kDataBytes) return false;
+    if (seen_consumed_ == position_ && high_water_ >= kGiveBackBytes) GivePagesBack();
+    RecordHeader pad{static_cast<uint32_t>(to_end), 1};
+    memcpy(memory_->data() + offset, &pad, sizeof(pad));
+    position_ += to_end;
+    return true;
+}
+
+void RingWriter::GivePagesBack() {
+    // Best effort: without it the pages only stay resident. The reader has read everything behind here.
+    fallocate(file_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, RingMemory::kControlBytes + kKeepBytes,
+              static_cast<off_t>(RingMemory::kDataBytes - kKeepBytes));
+    high_water_ = 0;
+}
+
+bool RingWriter::Publish() {
+    position_ += next_size_;
+    accepted_ += next_size_;
+    if (Offset(position_) > high_water_) high_water_ = Offset(position_);
+    RingControl& control = memory_->control();
+    // Both sides write their own word and then read the other's: sequentially consistent, or a wake-up is lost.
+    control.produced.store(position_, std::memory_order_seq_cst);
+    return control.sleeping.load(std::memory_order_seq_cst) != 0 &&
+           control.sleeping.exchange(0, std::memory_order_seq_cst) != 0;
+}
+
+RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
+    for (;;) {
+        uint64_t available = memory_->control().produced.load(std::memory_order_seq_cst) - position_;
+        if (available == 0) return Result::kEmpty;
+        if (available > RingMemory::kDataBytes || available < sizeof(RecordHeader)) return Result::kBroken;
+        size_t offset = position_ % RingMemory::kDataBytes;
+        RecordHeader header;
+        memcpy(&header, memory_->data() + offset, sizeof(header));
+        bool fits = header.size >= sizeof(header) && header.size % kRecordAlign == 0 &&
+                    header.size <= available && header.size <= RingMemory::kDataBytes - offset;
+        if (!fits) return Result::kBroken;
+        front_size_ = header.size;
+        if (header.is_pad == 0) {
+            *body = memory_->data() + offset + sizeof(header);
+            *body_size = header.size - sizeof(header);
+            return Result::kRecord;
+        }
+        Pop();
+    }
+}
+
+void RingReader::Pop() {
+    position_ += front_size_;
+    memory_->control().consumed.store(position_, std::memory_order_release);
+}
+
+bool RingReader::Sleep() {
+    RingControl& control = memory_->control();
+    control.sleeping.store(1, std::memory_order_seq_cst);
+    return control.produced.load(std::memory_order_seq_cst) == position_;
+}
+
+void RingReader::Wake() {
+    memory_->control().sleeping.store(0, std::memory_order_seq_cst);
+}
+
+void RingReader::Finish(size_t record_size) {
+    memory_->control().finished.fetch_add(record_size, std::memory_order_release);
+}
+
+}  // namespace host

@@ -1,0 +1,116 @@
+// A bounded byte ring in memory that two processes share: one writes records, the other reads them.
+// It needs no system call while the reader is awake, which is what lets many oneway calls leave for one wake-up.
+//
+// Nothing in the shared memory is trusted. Each side keeps its own position and only compares the other's
+// against it; a record is copied out before it is read. The memory is a sealed file that cannot shrink.
+//
+// The writer is used by one thread at a time, and so is the reader; the two run in parallel.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "fd.h"
+#include "frame.h"
+
+namespace host {
+
+// What the two sides share, ahead of the records. One cache line for each writer.
+struct RingControl {
+    alignas(64) std::atomic<uint64_t> produced;   // writer: bytes of records written, ever
+    alignas(64) std::atomic<uint64_t> consumed;   // reader: bytes of records read, ever
+    std::atomic<uint64_t> finished;               // reader: bytes of calls that have begun to run, ever
+    alignas(64) std::atomic<uint32_t> sleeping;   // reader: wants a wake-up for the next record
+};
+static_assert(sizeof(RingControl) <= 4096 && std::atomic<uint64_t>::is_always_lock_free);
+
+// The mapping of one ring. Owns it; unmapped by the destructor.
+class RingMemory {
+  public:
+    static constexpr size_t kControlBytes = 4096;
+    static constexpr size_t kDataBytes = 1024 * 1024;
+    static constexpr size_t kTotalBytes = kControlBytes + kDataBytes;
+
+    RingMemory() = default;
+    RingMemory(RingMemory&& other) noexcept;
+    RingMemory& operator=(RingMemory&& other) noexcept;
+    ~RingMemory();
+
+    // A new ring and the sealed file behind it; false with errno.
+    bool Create(UniqueFd* file);
+    // Maps a file that a peer sent; false unless it has exactly the size and the seals of a ring.
+    bool Map(int file);
+
+    bool ok() const { return base_ != nullptr; }
+    RingControl& control() const { return *reinterpret_cast<RingControl*>(base_); }
+    uint8_t* data() const { return base_ + kControlBytes; }
+
+  private:
+    bool MapFile(int file);
+
+    uint8_t* base_ = nullptr;
+};
+
+// Record sizes are multiples of this.
+inline constexpr size_t kRecordAlign = 8;
+
+class RingWriter {
+  public:
+    // The ring behind `memory`, which outlives this. The file is only needed to give pages back.
+    RingWriter(RingMemory* memory, int file) : memory_(memory), file_(file) {}
+
+    // Bytes of calls accepted and not yet run, as far as the reader tells; nullopt if what it tells is impossible.
+    std::optional<size_t> Pending();
+
+    // A place for a record of `body_size` bytes of body, to be filled before Publish. Null if the reader has
+    // moved its position to where it cannot be. There is always room for what the limit on pending bytes admits.
+    uint8_t* Begin(size_t body_size);
+    // Makes the record visible; true if the reader sleeps and must be woken by the caller.
+    bool Publish();
+
+    // What a body of this size counts.
+    static size_t RecordSize(size_t body_size);
+
+  private:
+    size_t Offset(uint64_t position) const { return position % RingMemory::kDataBytes; }
+    bool SkipToStart();
+    void GivePagesBack();
+
+    RingMemory* memory_;
+    int file_;
+    uint64_t position_ = 0;       // bytes written, pads included
+    uint64_t accepted_ = 0;       // bytes of calls written, pads excluded
+    uint64_t seen_finished_ = 0;  // the reader's figure last seen
+    uint64_t seen_consumed_ = 0;
+    size_t next_size_ = 0;
+    size_t high_water_ = 0;  // furthest offset used since pages were given back
+};
+
+class RingReader {
+  public:
+    explicit RingReader(RingMemory* memory) : memory_(memory) {}
+
+    enum class Result { kRecord, kEmpty, kBroken };
+
+    // The next record's body, still in shared memory: what is read from it must be copied out first, once.
+    // Valid until Pop. kBroken: the writer has written what no writer of ours writes.
+    Result Front(const uint8_t** body, size_t* body_size);
+    void Pop();
+
+    // Asks for a wake-up and answers true, unless a record has come in meanwhile.
+    bool Sleep();
+    // A wake-up is not needed for now.
+    void Wake();
+
+    // Counts `record_size` bytes as run. Any thread.
+    void Finish(size_t record_size);
+
+  private:
+    RingMemory* memory_;
+    uint64_t position_ = 0;
+    size_t front_size_ = 0;
+};
+
+}  // namespace host

@@ -1,0 +1,133 @@
+// What two processes say to each other: frames of a header and a body, little-endian. Values only; a body
+// is read by copying it out, never in place.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+
+namespace host {
+
+// Names an exported object. The bits are the right to call it; the service manager's own object is the one
+// exception, whose bits everybody knows.
+struct RefId {
+    uint64_t bits[2] = {0, 0};
+
+    friend bool operator==(const RefId& a, const RefId& b) {
+        return a.bits[0] == b.bits[0] && a.bits[1] == b.bits[1];
+    }
+};
+
+inline constexpr RefId kContextObjectId = {};
+
+struct RefIdHash {
+    size_t operator()(const RefId& id) const { return static_cast<size_t>(id.bits[0] ^ id.bits[1]); }
+};
+
+inline constexpr uint16_t kFrameMagic = 0x4256;
+inline constexpr uint32_t kProtocolVersion = 1;
+inline constexpr size_t kEndpointNameSize = 40;  // with the terminating zeros
+
+enum class FrameType : uint16_t {
+    kHello = 1,     // first frame of every connection: HelloBody
+    kWelcome = 2,   // the acceptor's answer to a control connection's hello: no body
+    kYield = 3,     // instead of it: the acceptor's own attempt wins: no body
+    kCall = 4,      // CallBody, data, objects
+    kReply = 5,     // ReplyBody, data, objects
+    kAcquire = 6,   // to the owner, from who was handed a reference by a third process: AcquireBody
+    kAcquired = 7,  // the owner's answer, in the order of the requests: AcquireBody
+    kRelease = 8,   // to the owner: ReleaseBody
+    kSettled = 9,   // to who passed on a reference: its own is no longer needed: SettledBody
+};
+
+struct FrameHeader {
+    uint32_t body_size;
+    uint16_t magic;
+    uint16_t type;
+};
+static_assert(sizeof(FrameHeader) == 8);
+
+enum class ConnectionKind : uint32_t { kControl = 1, kCall = 2, kOneway = 3 };
+
+struct HelloBody {
+    uint32_t version;
+    uint32_t kind;
+    char name[kEndpointNameSize];  // the sender's endpoint
+    uint64_t ring_bytes;           // kOneway: size of the memory that comes with the frame
+};
+static_assert(sizeof(HelloBody) == 56);
+
+struct CallBody {
+    RefId target;
+    uint32_t code;
+    uint32_t flags;
+    uint32_t depth;
+    uint32_t data_size;
+    uint32_t object_count;
+    uint32_t objects_size;
+};
+static_assert(sizeof(CallBody) == 40);
+
+inline constexpr uint32_t kReplyCarriesMemory = 1;  // a sealed memory file; the data is its size as a uint64
+
+struct ReplyBody {
+    int32_t status;
+    uint32_t flags;
+    uint32_t data_size;
+    uint32_t object_count;
+    uint32_t objects_size;
+    uint32_t reserved;
+};
+static_assert(sizeof(ReplyBody) == 24);
+
+struct AcquireBody {
+    RefId id;
+    uint32_t granted;  // in the answer
+    uint32_t reserved;
+};
+
+struct ReleaseBody {
+    RefId id;
+    uint32_t arrivals;  // how many hand-overs this settles
+    uint32_t reserved;
+};
+
+struct SettledBody {
+    char owner[kEndpointNameSize];
+    RefId id;
+};
+
+enum class OwnerKind : uint8_t { kSender = 1, kReceiver = 2, kOther = 3 };
+
+inline constexpr uint8_t kObjectIsVintf = 1;
+inline constexpr uint8_t kObjectWantsSettled = 2;
+
+// One entry of a message's table of references, followed by the owner's name (kOther only) and the interface
+// descriptor, padded to four bytes.
+struct WireObject {
+    uint32_t offset;  // where in the data its index stands
+    OwnerKind owner_kind;
+    uint8_t flags;
+    uint16_t owner_size;
+    uint32_t descriptor_size;
+    uint32_t reserved;
+    RefId id;
+};
+static_assert(sizeof(WireObject) == 32);
+
+// The largest body that any frame may announce: a full transaction behind its fixed part.
+inline constexpr size_t kFixedBodyMax = sizeof(HelloBody) > sizeof(SettledBody) ? sizeof(HelloBody) : sizeof(SettledBody);
+
+constexpr size_t Padded(size_t size) {
+    return (size + 3) & ~size_t{3};
+}
+
+template <typename T>
+T CopyOut(const uint8_t* bytes) {
+    T value;
+    memcpy(&value, bytes, sizeof(T));
+    return value;
+}
+
+}  // namespace host
