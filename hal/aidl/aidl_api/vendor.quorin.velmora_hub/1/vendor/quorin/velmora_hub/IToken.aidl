@@ -1,0 +1,4 @@
+// A frozen version. Its users have been built with it: it never changes.
+package vendor.quorin.velmora_hub;
+@VintfStability interface IToken {
+}

@@ -1,0 +1,177 @@
+#include "names.h"
+
+#include <algorithm>
+#include <array>
+
+namespace host::aidl {
+namespace {
+
+constexpr std::string_view kCppKeywords[] = {
+        "alignas",       "alignof",     "and",
+        "and_eq",        "asm",         "auto",
+        "bitand",        "bitor",       "bool",
+        "break",         "case",        "catch",
+        "char",          "char16_t",    "char32_t",
+        "char8_t",       "class",       "co_await",
+        "co_return",     "co_yield",    "compl",
+        "concept",       "const",       "const_cast",
+        "consteval",     "constexpr",   "constinit",
+        "continue",      "decltype",    "default",
+        "delete",        "do",          "double",
+        "dynamic_cast",  "else",        "enum",
+        "explicit",      "export",      "extern",
+        "false",         "float",       "for",
+        "friend",        "goto",        "if",
+        "inline",        "int",         "long",
+        "mutable",       "namespace",   "new",
+        "noexcept",      "not",         "not_eq",
+        "nullptr",       "operator",    "or",
+        "or_eq",         "private",     "protected",
+        "public",        "register",    "reinterpret_cast",
+        "requires",      "return",      "short",
+        "signed",        "sizeof",      "static",
+        "static_assert", "static_cast", "struct",
+        "switch",        "template",    "this",
+        "thread_local",  "throw",       "true",
+        "try",           "typedef",     "typeid",
+        "typename",      "union",       "unsigned",
+        "using",         "virtual",     "void",
+        "volatile",      "wchar_t",     "while",
+        "xor",           "xor_eq",
+};
+
+constexpr std::string_view kAidlWords[] = {
+        "boolean",
+        "byte",
+        "import",
+        "in",
+        "inout",
+        "interface",
+        "oneway",
+        "out",
+        "package",
+        "parcelable",
+        "String",
+        "IBinder",
+        "ParcelableHolder",
+        "ParcelFileDescriptor",
+        "FileDescriptor",
+        "CharSequence",
+        "List",
+        "Map",
+};
+
+// Macros of the C library, and what generated code names without a qualifier.
+constexpr std::string_view kUsedByGeneratedCode[] = {
+        "NULL",
+        "EOF",
+        "errno",
+        "assert",
+        "stdin",
+        "stdout",
+        "stderr",
+        "INT8_MAX",
+        "INT8_MIN",
+        "INT32_MAX",
+        "INT32_MIN",
+        "INT64_MAX",
+        "INT64_MIN",
+        "SIZE_MAX",
+        "std",
+        "int8_t",
+        "uint8_t",
+        "int32_t",
+        "uint32_t",
+        "int64_t",
+        "size_t",
+        "linux",
+        "unix",
+        "AParcel",
+        "AIBinder",
+        "AIBinder_Class",
+        "AStatus",
+        "binder_status_t",
+        "transaction_code_t",
+        "STATUS_OK",
+        "STATUS_BAD_VALUE",
+        "STATUS_BAD_TYPE",
+        "STATUS_UNEXPECTED_NULL",
+        "STATUS_UNKNOWN_TRANSACTION",
+        "FIRST_CALL_TRANSACTION",
+        "FLAG_ONEWAY",
+};
+
+constexpr std::string_view kInterfaceMembers[] = {
+        "descriptor",
+        "version",
+        "hash",
+        "fromBinder",
+        "readFromParcel",
+        "writeToParcel",
+        "asBinder",
+        "isRemote",
+        "dump",
+        "handleShellCommand",
+        "createBinder",
+        "ref",
+        "make",
+        "asInterface",
+        "defineClass",
+        "getInterfaceVersion",
+        "getInterfaceHash",
+};
+
+constexpr std::string_view kParcelableMembers[] = {
+        "descriptor", "readFromParcel", "writeToParcel", "toString", "fixed_size",
+};
+
+constexpr std::string_view kUnionMembers[] = {
+        "descriptor", "readFromParcel", "writeToParcel", "toString", "fixed_size",
+        "Tag",        "getTag",         "get",           "set",      "make",
+};
+
+template <size_t N>
+bool Holds(const std::string_view (&words)[N], std::string_view name) {
+    return std::find(std::begin(words), std::end(words), name) != std::end(words);
+}
+
+std::string Bare(const TypeDecl& type) {
+    const std::string& name = type.name.text;
+    const bool prefixed = name.size() > 1 && name[0] == 'I' && name[1] >= 'A' && name[1] <= 'Z';
+    return prefixed ? name.substr(1) : name;
+}
+
+}  // namespace
+
+std::string RefuseName(std::string_view name) {
+    if (Holds(kCppKeywords, name)) return "a keyword of C++";
+    if (Holds(kAidlWords, name)) return "a word of the language";
+    if (Holds(kUsedByGeneratedCode, name)) return "used by the generated code";
+    if (name.front() == '_' || name.find("__") != std::string_view::npos) {
+        return "reserved: names neither start with '_' nor hold '__'";
+    }
+    return {};
+}
+
+bool IsTakenMember(TypeDecl::Kind kind, std::string_view name) {
+    switch (kind) {
+        case TypeDecl::Kind::kInterface:
+            return Holds(kInterfaceMembers, name) || name.substr(0, 12) == "TRANSACTION_";
+        case TypeDecl::Kind::kParcelable:
+            return Holds(kParcelableMembers, name);
+        case TypeDecl::Kind::kUnion:
+            return Holds(kUnionMembers, name);
+        case TypeDecl::Kind::kEnum:
+            return false;
+    }
+    return false;
+}
+
+std::string StubName(const TypeDecl& type) {
+    return "Bn" + Bare(type);
+}
+std::string ProxyName(const TypeDecl& type) {
+    return "Bp" + Bare(type);
+}
+
+}  // namespace host::aidl
