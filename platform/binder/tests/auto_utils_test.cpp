@@ -107,17 +107,6 @@ class Thing : public ndk::BnCInterface<IThing> {
     std::atomic<int>* const alive_;
 };
 
-// new and delete of shared objects are closed to everybody but make().
-template <typename T>
-concept CanBeDeleted = requires(T* object) {
-    delete object;
-};
-template <typename T>
-concept CanBeNewed = requires(std::atomic<int>* alive) {
-    new T(alive);
-};
-static_assert(!CanBeDeleted<Thing> && !CanBeNewed<Thing>);
-
 TEST(InterfaceTest, AnObjectIsSharedByPointersToItAndToItself) {
     std::atomic<int> alive{0};
     std::shared_ptr<Thing> thing = ndk::SharedRefBase::make<Thing>(&alive);
