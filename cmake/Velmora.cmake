@@ -45,13 +45,24 @@ endif()
 if(VELMORA_THREAD_SAFETY)
     add_compile_options(-stdlib=libc++ -D_LIBCPP_ENABLE_THREAD_SAFETY_ANNOTATIONS
                         -Wthread-safety -Werror=thread-safety)
+    # For the compiler of AIDL packages, which has to run: the only program linked under this option.
+    add_link_options(-stdlib=libc++)
 endif()
+
+# velmora_add_executable(NAME source...): a program in bin/; only its objects where nothing is linked.
+function(velmora_add_executable name)
+    if(VELMORA_THREAD_SAFETY)
+        add_library(${name} OBJECT ${ARGN})
+    else()
+        add_executable(${name} ${ARGN})
+    endif()
+endfunction()
 
 # velmora_add_tests(LIBRARIES lib... [MAIN lib])
 # MAIN brings main(): host_testing_main for tests with helper processes beside them, else gtest's own.
 # Every *_test.cpp of the calling folder's tests/ becomes a test program and a test of its own, named after
 # the file. A line `// Labels: memory threads processes` in the file gives the test its labels, a line
-# `// Timeout: SECONDS` its limit (120 s if absent). Files of tests/ that do not end in _test.cpp are linked into each.
+# `// Timeout: SECONDS` its limit (120 s if absent), a line `// Serial: WHY` keeps other tests from running beside it. Files of tests/ that do not end in _test.cpp are linked into each.
 function(velmora_add_tests)
     cmake_parse_arguments(ARG "" "FOLDER;MAIN" "LIBRARIES;INCLUDES;SOURCES" ${ARGN})
     if(VELMORA_THREAD_SAFETY)
@@ -72,16 +83,50 @@ function(velmora_add_tests)
         target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}" ${ARG_INCLUDES})
         add_test(NAME ${name} COMMAND ${name})
         set(timeout 120)
-        file(STRINGS "${source}" marks REGEX "^// (Labels|Timeout): " LIMIT_COUNT 4)
+        file(STRINGS "${source}" marks REGEX "^// (Labels|Timeout|Serial): " LIMIT_COUNT 4)
         foreach(mark IN LISTS marks)
             if(mark MATCHES "^// Labels: (.*)$")
                 string(REPLACE " " ";" labels "${CMAKE_MATCH_1}")
                 set_tests_properties(${name} PROPERTIES LABELS "${labels}")
             elseif(mark MATCHES "^// Timeout: ([0-9]+)")
                 set(timeout ${CMAKE_MATCH_1})
+            elseif(mark MATCHES "^// Serial: ")
+                set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
             endif()
         endforeach()
         set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout})
         set_property(TARGET ${name} PROPERTY RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
     endforeach()
+endfunction()
+
+# velmora_add_fuzz_target(NAME SOURCES source... LIBRARIES lib... CORPUS folder)
+# The sources define LLVMFuzzerTestOneInput. NAME_replay feeds it every file of the corpus and is an ordinary test of
+# every preset; it fails without a file. With VELMORA_FUZZ, NAME is the fuzzer itself, built by the target fuzz_targets
+# and listed with its corpus in fuzz_targets.txt in the build folder.
+file(WRITE "${CMAKE_BINARY_DIR}/fuzz_targets.txt" "")
+set(VELMORA_FUZZ_REPLAY_MAIN "${CMAKE_CURRENT_LIST_DIR}/fuzz_replay_main.cpp")
+function(velmora_add_fuzz_target name)
+    cmake_parse_arguments(ARG "" "CORPUS" "SOURCES;LIBRARIES" ${ARGN})
+    if(VELMORA_THREAD_SAFETY)
+        return()
+    endif()
+    get_filename_component(corpus "${ARG_CORPUS}" ABSOLUTE BASE_DIR "${CMAKE_CURRENT_SOURCE_DIR}")
+
+    add_executable(${name}_replay ${ARG_SOURCES} "${VELMORA_FUZZ_REPLAY_MAIN}")
+    target_link_libraries(${name}_replay PRIVATE ${ARG_LIBRARIES})
+    set_target_properties(${name}_replay PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
+    add_test(NAME ${name}_replay COMMAND ${name}_replay "${corpus}")
+    set_tests_properties(${name}_replay PROPERTIES LABELS "memory;corpus" TIMEOUT 120)
+
+    if(VELMORA_FUZZ)
+        add_executable(${name} ${ARG_SOURCES})
+        target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES})
+        target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+        set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/fuzz")
+        if(NOT TARGET fuzz_targets)
+            add_custom_target(fuzz_targets)
+        endif()
+        add_dependencies(fuzz_targets ${name} ${name}_replay)
+        file(APPEND "${CMAKE_BINARY_DIR}/fuzz_targets.txt" "${name} ${corpus}\n")
+    endif()
 endfunction()
