@@ -23,7 +23,8 @@ void AIBinder::DecWeak() const {
 
 namespace host {
 
-LocalBinder::LocalBinder(const AIBinder_Class* of_class, void* data) : AIBinder(false), user_data(data) {
+LocalBinder::LocalBinder(const AIBinder_Class* of_class, void* data)
+        : AIBinder(false), user_data(data) {
     clazz.store(of_class, std::memory_order_relaxed);
 }
 
@@ -56,7 +57,8 @@ std::unique_ptr<OnewayCall> LocalBinder::TakeOneway() {
     return call;
 }
 
-ProxyBinder::ProxyBinder(std::shared_ptr<Peer> owner_peer, const RefId& ref_id, std::string_view interface)
+ProxyBinder::ProxyBinder(std::shared_ptr<Peer> owner_peer, const RefId& ref_id,
+                         std::string_view interface)
         : AIBinder(true), peer(std::move(owner_peer)), id(ref_id), descriptor(interface) {}
 
 bool ProxyBinder::IsDead() const {
@@ -64,7 +66,8 @@ bool ProxyBinder::IsDead() const {
 }
 
 void ProxyBinder::OnLastStrong() {
-    if (peer == nullptr) return;
+    // A forked child has copies of locks that nobody in it will ever release.
+    if (peer == nullptr || IsForkedChild()) return;
     uint32_t settled = peer->proxies.Leave(this);
     if (settled != 0) peer->SendRelease(id, settled);
 }

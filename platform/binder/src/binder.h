@@ -1,5 +1,6 @@
 // The two kinds of AIBinder: an object of this process, and a stand-in for one of another process.
-// Counting is lock-free from any thread. What happens when the last strong reference goes is said per class.
+// Counting is lock-free from any thread. What happens when the last strong reference goes is said
+// per class.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -23,7 +24,8 @@ struct AIBinder_Class {
     AIBinder_handleShellCommand on_shell_command = nullptr;
 };
 
-// Strong references keep the object at work, weak ones only its memory. The strong ones together hold one weak.
+// Strong references keep the object at work, weak ones only its memory. The strong ones together
+// hold one weak.
 struct AIBinder {
   public:
     AIBinder(const AIBinder&) = delete;
@@ -101,7 +103,8 @@ class LocalBinder final : public AIBinder {
     bool oneway_busy_ GUARDED_BY(oneway_mutex_) = false;
 };
 
-// An object of another process, one per object while referenced. The last reference releases it at its owner.
+// An object of another process, one per object while referenced. The last reference releases it at
+// its owner.
 class ProxyBinder final : public AIBinder {
   public:
     ProxyBinder(std::shared_ptr<Peer> owner_peer, const RefId& ref_id, std::string_view interface);

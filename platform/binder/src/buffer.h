@@ -27,7 +27,8 @@ class Buffer {
 
     void Append(const void* data, size_t size) {
         if (size == 0) return;
-        if (capacity_ - size_ < size) Reserve(size_ + size > 2 * capacity_ ? size_ + size : 2 * capacity_);
+        if (capacity_ - size_ < size)
+            Reserve(size_ + size > 2 * capacity_ ? size_ + size : 2 * capacity_);
         memcpy(bytes_.get() + size_, data, size);
         size_ += size;
     }

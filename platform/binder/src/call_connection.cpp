@@ -57,7 +57,8 @@ void SkipSent(Pieces* pieces, size_t sent) {
 
 }  // namespace
 
-CallConnection::Result CallConnection::Read(bool wait, FrameType* type, Bytes* body, UniqueFd* received) {
+CallConnection::Result CallConnection::Read(bool wait, FrameType* type, Bytes* body,
+                                            UniqueFd* received) {
     in_.Consume(frame_size_);
     frame_size_ = 0;
     if (in_.empty()) in_.Clear();
@@ -124,20 +125,23 @@ bool CallConnection::Send(const Parts& parts, bool wait) {
 }
 
 bool CallConnection::KeepRest(const Parts& parts, size_t sent) {
-    // Nothing of it taken and a descriptor to go with it: a dump's answer, for which the asker finds no room.
+    // Nothing of it taken and a descriptor to go with it: a dump's answer, for which the asker
+    // finds no room.
     if (parts.descriptor >= 0 && sent == 0) return false;
     FrameHeader header;
     Pieces pieces;
     Gather(parts, &header, &pieces);
     SkipSent(&pieces, sent);
-    for (int i = 0; i < pieces.count; ++i) kept_.Append(pieces.parts[i].iov_base, pieces.parts[i].iov_len);
+    for (int i = 0; i < pieces.count; ++i)
+        kept_.Append(pieces.parts[i].iov_base, pieces.parts[i].iov_len);
     return true;
 }
 
 bool CallConnection::SendKept() {
     size_t sent = 0;
     while (sent < kept_.size()) {
-        ssize_t taken = sys::Send(fd_.get(), kept_.data() + sent, kept_.size() - sent, MSG_DONTWAIT);
+        ssize_t taken =
+                sys::Send(fd_.get(), kept_.data() + sent, kept_.size() - sent, MSG_DONTWAIT);
         if (taken < 0 && errno == EINTR) continue;
         if (taken < 0 && errno != EAGAIN) return false;
         if (taken < 0) break;
@@ -152,9 +156,9 @@ bool CallConnection::SendReply(int32_t status, const AParcel* reply, bool wait) 
     ReplyBody body{};
     Buffer objects;
     Bytes data;
+    ObjectEncoder encoder(peer_.get(), Direction::kReply);
     body.status = status;
     if (reply != nullptr && status == STATUS_OK) {
-        ObjectEncoder encoder(peer_.get(), Direction::kReply);
         binder_status_t encoded = encoder.Encode(*reply, &objects);
         if (encoded == STATUS_OK) {
             data = Bytes(reply->data(), reply->size());
@@ -166,11 +170,16 @@ bool CallConnection::SendReply(int32_t status, const AParcel* reply, bool wait) 
     }
     body.data_size = static_cast<uint32_t>(data.size());
     body.objects_size = static_cast<uint32_t>(objects.size());
-    return Send({FrameType::kReply, &body, sizeof(body), data, Bytes(objects.data(), objects.size())}, wait);
+    bool sent = Send(
+            {FrameType::kReply, &body, sizeof(body), data, Bytes(objects.data(), objects.size())},
+            wait);
+    if (!sent) encoder.Undo();
+    return sent;
 }
 
 bool CallConnection::JoinPool() {
-    // The key is known only once the pool has it, while the first event may come before: armed afterwards.
+    // The key is known only once the pool has it, while the first event may come before: armed
+    // afterwards.
     uint64_t key = Pool::Get().Add(fd_.get(), EPOLLONESHOT, shared_from_this());
     key_.store(key);
     if (key == 0) return false;
@@ -211,7 +220,8 @@ bool CallConnection::ServeFrames() {
         Result result = Read(/*wait=*/false, &type, &body);
         if (result == Result::kClosed) return false;
         if (result == Result::kFrame) {
-            Served served = type == FrameType::kCall ? ServeCall(this, body, /*nested=*/false) : Served::kMalformed;
+            Served served = type == FrameType::kCall ? ServeCall(this, body, /*nested=*/false)
+                                                     : Served::kMalformed;
             if (served == Served::kDeferred) return true;
             if (served == Served::kClosed) return false;
             if (served == Served::kMalformed) result = Result::kMalformed;

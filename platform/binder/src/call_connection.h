@@ -1,6 +1,7 @@
-// A connection for two-way calls. The side that opened it calls; while it waits for the answer, the side that
-// serves may call back on the same connection, and so on, in turns. Used by one thread at a time: the one that
-// calls, or the pool thread that was woken for it. Only ShutDown may come from any other thread.
+// A connection for two-way calls. The side that opened it calls; while it waits for the answer, the
+// side that serves may call back on the same connection, and so on, in turns. Used by one thread at
+// a time: the one that calls, or the pool thread that was woken for it. Only ShutDown may come from
+// any other thread.
 #pragma once
 
 #include <atomic>
@@ -29,8 +30,8 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
 
     enum class Result { kFrame, kIncomplete, kClosed, kMalformed };
 
-    // The next frame; its body is valid until the next read. With `wait` never kIncomplete. `received` takes
-    // a descriptor that comes with it; without it one is malformed.
+    // The next frame; its body is valid until the next read. With `wait` never kIncomplete.
+    // `received` takes a descriptor that comes with it; without it one is malformed.
     Result Read(bool wait, FrameType* type, Bytes* body, UniqueFd* received = nullptr);
 
     struct Parts {
@@ -41,7 +42,8 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
         Bytes objects;
         int descriptor = -1;
     };
-    // Without `wait`, what the socket does not take is kept and sent by the pool. False: it has ended.
+    // Without `wait`, what the socket does not take is kept and sent by the pool. False: it has
+    // ended.
     bool Send(const Parts& parts, bool wait);
 
     // Answers the call that is being served; every way of serving ends here.

@@ -15,11 +15,12 @@
 namespace host {
 namespace {
 
-// The connection on which a thread of `peer` waits for this one, if one does: a call on it is run by that
-// thread, however busy the rest of the process is.
+// The connection on which a thread of `peer` waits for this one, if one does: a call on it is run
+// by that thread, however busy the rest of the process is.
 CallConnection* WaitingConnection(const Peer* peer) {
     for (CallFrame* frame = CurrentCall(); frame != nullptr; frame = frame->outer) {
-        if (frame->peer == peer && frame->connection != nullptr && !frame->deferred) return frame->connection;
+        if (frame->peer == peer && frame->connection != nullptr && !frame->deferred)
+            return frame->connection;
     }
     return nullptr;
 }
@@ -36,7 +37,8 @@ bool Unpack(CallConnection* connection, Bytes body, AParcel* out, binder_status_
     std::vector<AParcel::Object> objects;
     bool good = DecodeObjects(connection->peer(), reply->message, &objects);
     if (good && out != nullptr) {
-        good = out->Assign(reply->message.data.data(), reply->message.data.size(), std::move(objects));
+        good = out->Assign(reply->message.data.data(), reply->message.data.size(),
+                           std::move(objects));
         objects.clear();
     }
     DropObjects(&objects);
@@ -46,7 +48,8 @@ bool Unpack(CallConnection* connection, Bytes body, AParcel* out, binder_status_
 
 struct Outcome {
     binder_status_t status;
-    bool reusable;  // the connection is as it was before the call
+    bool reusable;     // the connection is as it was before the call
+    bool sent = true;  // the peer may have it
 };
 
 Outcome AwaitReply(CallConnection* connection, AParcel* out, UniqueFd* memory) {
@@ -70,24 +73,25 @@ Outcome AwaitReply(CallConnection* connection, AParcel* out, UniqueFd* memory) {
     }
 }
 
-Outcome CallOn(CallConnection* connection, const CallBody& call, const AParcel& in, const Buffer& objects,
-               AParcel* out, UniqueFd* memory) {
+Outcome CallOn(CallConnection* connection, const CallBody& call, const AParcel& in,
+               const Buffer& objects, AParcel* out, UniqueFd* memory) {
     CallConnection::Parts parts{FrameType::kCall, &call, sizeof(call), Bytes(in.data(), in.size()),
                                 Bytes(objects.data(), objects.size())};
-    if (!connection->Send(parts, /*wait=*/true)) return {STATUS_DEAD_OBJECT, false};
+    if (!connection->Send(parts, /*wait=*/true)) return {STATUS_DEAD_OBJECT, false, false};
     return AwaitReply(connection, out, memory);
 }
 
 }  // namespace
 
-binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in, AParcel* out, UniqueFd* memory) {
+binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in, AParcel* out,
+                           UniqueFd* memory) {
     if (target->IsDead() || IsForkedChild()) return STATUS_DEAD_OBJECT;
     const std::shared_ptr<Peer>& peer = target->peer;
     uint32_t depth = NextDepth();
     if (depth > kMaxNestingDepth) {
         __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "A call to pid %d uid %d is not made: it is nested deeper than %u.", peer->pid(),
-                            peer->uid(), kMaxNestingDepth);
+                            "A call to pid %d uid %d is not made: it is nested deeper than %u.",
+                            peer->pid(), peer->uid(), kMaxNestingDepth);
         return STATUS_FAILED_TRANSACTION;
     }
     CallConnection* waiting = WaitingConnection(peer.get());
@@ -98,12 +102,18 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
     }
     ObjectEncoder encoder(peer.get(), Direction::kCall);
     Buffer objects;
-    Outcome outcome{encoder.Encode(in, &objects), true};
+    Outcome outcome{encoder.Encode(in, &objects), true, true};
     if (outcome.status == STATUS_OK) {
-        CallBody call{target->id, code, 0, depth, static_cast<uint32_t>(in.size()),
-                      static_cast<uint32_t>(in.objects().size()), static_cast<uint32_t>(objects.size())};
+        CallBody call{target->id,
+                      code,
+                      0,
+                      depth,
+                      static_cast<uint32_t>(in.size()),
+                      static_cast<uint32_t>(in.objects().size()),
+                      static_cast<uint32_t>(objects.size())};
         outcome = CallOn(own != nullptr ? own.get() : waiting, call, in, objects, out, memory);
     }
+    if (!outcome.sent) encoder.Undo();
     if (own != nullptr) peer->GiveBackConnection(std::move(own), outcome.reusable);
     return outcome.status;
 }

@@ -9,6 +9,9 @@ namespace host {
 namespace {
 
 constexpr size_t kReadBytes = 4096;
+// One turn reads so much at most: a peer that never stops writing does not keep the thread from the
+// others.
+constexpr int kReadsPerTurn = 16;
 
 // A reference is dropped where the owner's code may run.
 void DropOnPool(BinderRef ref) {
@@ -19,7 +22,8 @@ void DropOnPool(BinderRef ref) {
 bool HandleAcquire(Peer* peer, const AcquireBody& body) {
     bool known = ExportTable::Get().HandOver(body.id);
     Holdings::Result result = known ? peer->holdings.Add(body.id) : Holdings::Result::kUnknown;
-    if (known && result != Holdings::Result::kOk) DropOnPool(ExportTable::Get().TakeBack(body.id, 1));
+    if (known && result != Holdings::Result::kOk)
+        DropOnPool(ExportTable::Get().TakeBack(body.id, 1));
     peer->SendAcquired(body.id, result == Holdings::Result::kOk);
     return true;
 }
@@ -80,7 +84,7 @@ void ControlConnection::OnEvents(uint32_t events) {
 }
 
 bool ControlConnection::Read() {
-    for (;;) {
+    for (int turn = 0; turn < kReadsPerTurn; ++turn) {
         in_.Reserve(in_.size() + kReadBytes);
         iovec part{in_.data() + in_.size(), kReadBytes};
         msghdr message{};
@@ -92,12 +96,8 @@ bool ControlConnection::Read() {
         if (got == 0 || (message.msg_flags & MSG_CTRUNC) != 0) return false;
         in_.Advance(static_cast<size_t>(got));
         if (static_cast<size_t>(got) < kReadBytes) return true;
-        const char* reason = nullptr;
-        if (in_.size() >= 16 * kReadBytes && !HandleFrames(&reason)) {
-            peer_->Cut(reason);
-            return false;
-        }
     }
+    return true;
 }
 
 bool ControlConnection::HandleFrames(const char** reason) {

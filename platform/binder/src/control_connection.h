@@ -1,9 +1,9 @@
-// The one connection that stands for the life of the other process. Read by the housekeeper alone; written
-// under the lock of its Peer. Its end is the peer's death, for both sides.
+// The one connection that stands for the life of the other process. Read by the housekeeper alone;
+// written under the lock of its Peer. Its end is the peer's death, for both sides.
 #pragma once
 
-#include <cstdint>
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 #include "buffer.h"
@@ -17,7 +17,8 @@ class Peer;
 
 class ControlConnection : public Watched, public std::enable_shared_from_this<ControlConnection> {
   public:
-    ControlConnection(UniqueFd fd, std::shared_ptr<Peer> peer) : fd_(std::move(fd)), peer_(std::move(peer)) {}
+    ControlConnection(UniqueFd fd, std::shared_ptr<Peer> peer)
+            : fd_(std::move(fd)), peer_(std::move(peer)) {}
 
     bool StartWatching();
     void StopWatching();

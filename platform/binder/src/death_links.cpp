@@ -32,7 +32,8 @@ UnlinkGate& Gate() {
 
 void PassGate() {
     UnlinkGate& gate = Gate();
-    if (!gate.held.load(std::memory_order_acquire)) [[likely]] return;
+    if (!gate.held.load(std::memory_order_acquire)) [[likely]]
+        return;
     std::unique_lock lock(gate.mutex);
     ++gate.waiting;
     gate.opened.wait(lock, [&gate] { return !gate.held.load(); });
@@ -44,7 +45,8 @@ void CallUnlinked(const DeathLink& link) {
     if (link.recipient->on_unlinked != nullptr) link.recipient->on_unlinked(link.cookie);
 }
 
-// Takes the link out of its object's list, so that no death callback starts any more. Under the lock.
+// Takes the link out of its object's list, so that no death callback starts any more. Under the
+// lock.
 void TakeFromProxy(DeathLink* link) {
     AsProxy(link->proxy.get())->links.erase(link->in_proxy);
 }
@@ -54,7 +56,8 @@ std::shared_ptr<DeathLink> TakeFirstLink(ProxyBinder* proxy) {
     if (proxy->links.empty()) return nullptr;
     std::shared_ptr<DeathLink> link = proxy->links.front();
     proxy->links.pop_front();
-    // Whoever deletes the recipient from here on does not find the link: its callbacks are this thread's.
+    // Whoever deletes the recipient from here on does not find the link: its callbacks are this
+    // thread's.
     link->recipient->links.erase(link->in_recipient);
     return link;
 }
@@ -127,7 +130,8 @@ void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient) {
     {
         std::lock_guard lock(LinksMutex());
         ended.swap(recipient->state->links);
-        for (auto& link : ended) host::TakeFromProxy(link.get());
+        for (auto& link : ended)
+            host::TakeFromProxy(link.get());
     }
     for (auto& link : ended) {
         host::CallUnlinked(*link);
@@ -136,7 +140,8 @@ void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient) {
     delete recipient;
 }
 
-binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
+binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                                     void* cookie) {
     if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     host::ProxyBinder* proxy = AsProxy(binder);
     if (proxy == nullptr) return STATUS_INVALID_OPERATION;
@@ -158,7 +163,8 @@ binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* 
     return linked ? STATUS_OK : STATUS_DEAD_OBJECT;
 }
 
-binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
+binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                                       void* cookie) {
     if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     std::shared_ptr<DeathLink> ended;
     {
@@ -173,7 +179,8 @@ binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient
             recipient->state->links.erase(ended->in_recipient);
         }
     }
-    if (ended == nullptr) return AsProxy(binder) == nullptr ? STATUS_INVALID_OPERATION : STATUS_NAME_NOT_FOUND;
+    if (ended == nullptr)
+        return AsProxy(binder) == nullptr ? STATUS_INVALID_OPERATION : STATUS_NAME_NOT_FOUND;
     host::CallUnlinked(*ended);
     ended->proxy.reset();
     return STATUS_OK;

@@ -1,9 +1,10 @@
-// Death links: who hears of the death of which remote object. One lock for all of them, under which nothing is
-// called and nothing destroyed. Any thread.
+// Death links: who hears of the death of which remote object. One lock for all of them, under which
+// nothing is called and nothing destroyed. Any thread.
 //
-// Life of a link: linked; then either unlinked, which calls the unlink callback on the unlinking thread, or
-// dying, when a pool thread calls the death callback and right after it the unlink callback. A link is taken out
-// of its lists under the lock by exactly one thread, which is why each callback comes once.
+// Life of a link: linked; then either unlinked, which calls the unlink callback on the unlinking
+// thread, or dying, when a pool thread calls the death callback and right after it the unlink
+// callback. A link is taken out of its lists under the lock by exactly one thread, which is why
+// each callback comes once.
 #pragma once
 
 #include <android/binder_ibinder.h>
@@ -18,7 +19,8 @@ namespace host {
 
 struct Recipient;
 
-// One link. A linked one keeps its object referenced, so that the death is noticed whatever its user drops.
+// One link. A linked one keeps its object referenced, so that the death is noticed whatever its
+// user drops.
 class DeathLink {
   public:
     std::shared_ptr<Recipient> recipient;

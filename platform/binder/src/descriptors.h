@@ -27,8 +27,8 @@ class DescriptorSpace {
         memcpy(CMSG_DATA(part), &fd, sizeof(int));
     }
 
-    // Owns every descriptor that came with `message`. The first goes to `*fd` if that is empty; false if
-    // there was any other.
+    // Owns every descriptor that came with `message`. The first goes to `*fd` if that is empty;
+    // false if there was any other.
     bool Take(const msghdr& message, UniqueFd* fd) {
         bool wanted = (message.msg_flags & MSG_CTRUNC) == 0;
         for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr;

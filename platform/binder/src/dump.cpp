@@ -11,17 +11,18 @@
 
 #include "call_connection.h"
 #include "caller.h"
-#include "peer.h"
-#include "serve.h"
 #include "limits.h"
 #include "parcel.h"
+#include "peer.h"
+#include "serve.h"
 #include "sys.h"
 
 namespace host {
 namespace {
 
 constexpr int kDumpSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
-// As much as a pipe takes at once when it says that it takes anything: a blocking pipe does not block then.
+// As much as a pipe takes at once when it says that it takes anything: a blocking pipe does not
+// block then.
 constexpr size_t kChunkBytes = 4096;
 constexpr uint32_t kMaxArguments = 1024;
 
@@ -60,7 +61,8 @@ binder_status_t WriteChunk(int fd, const uint8_t* bytes, size_t size) {
         int ready = poll(&room, 1, kDumpStallMs);
         if (ready < 0 && errno == EINTR) continue;
         if (ready == 0) return STATUS_TIMED_OUT;
-        if (ready < 0 || (room.revents & (POLLERR | POLLNVAL)) != 0) return STATUS_FAILED_TRANSACTION;
+        if (ready < 0 || (room.revents & (POLLERR | POLLNVAL)) != 0)
+            return STATUS_FAILED_TRANSACTION;
         ssize_t written = WriteWithoutWaiting(fd, bytes, size);
         if (written < 0 && (errno == EAGAIN || errno == EINTR)) continue;
         if (written < 0) return STATUS_FAILED_TRANSACTION;
@@ -87,11 +89,14 @@ bool IsSealed(int file, uint64_t size) {
     struct stat facts {};
     if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
     int seals = sys::Fcntl(file, F_GET_SEALS, 0);
-    return seals >= 0 && (seals & kDumpSeals) == kDumpSeals && static_cast<uint64_t>(facts.st_size) == size;
+    return seals >= 0 && (seals & kDumpSeals) == kDumpSeals &&
+           static_cast<uint64_t>(facts.st_size) == size;
 }
 
 binder_status_t WriteArguments(AParcel* parcel, const char** args, uint32_t count) {
-    binder_status_t status = count <= kMaxArguments ? AParcel_writeInt32(parcel, static_cast<int32_t>(count)) : STATUS_BAD_VALUE;
+    binder_status_t status = count <= kMaxArguments
+                                     ? AParcel_writeInt32(parcel, static_cast<int32_t>(count))
+                                     : STATUS_BAD_VALUE;
     for (uint32_t i = 0; i < count && status == STATUS_OK; ++i) {
         std::string argument = args[i] == nullptr ? "" : args[i];
         status = AParcel_writeInt32(parcel, static_cast<int32_t>(argument.size()));
@@ -118,7 +123,8 @@ binder_status_t RunDump(LocalBinder* target, int file, const AParcel* in) {
     std::vector<std::string> args;
     if (!ReadArguments(in, &args)) return STATUS_BAD_VALUE;
     std::vector<const char*> pointers;
-    for (const std::string& argument : args) pointers.push_back(argument.c_str());
+    for (const std::string& argument : args)
+        pointers.push_back(argument.c_str());
     const AIBinder_Class* clazz = target->clazz.load();
     if (clazz->on_dump == nullptr) return STATUS_OK;
     return clazz->on_dump(target, file, pointers.data(), static_cast<uint32_t>(pointers.size()));
@@ -140,7 +146,8 @@ bool ServeDump(CallConnection* connection, LocalBinder* target, const AParcel* i
     if (!file.ok()) return connection->SendReply(STATUS_NO_MEMORY, nullptr, nested);
     binder_status_t status = RunDump(target, file.get(), in);
     uint64_t size = 0;
-    if (!Seal(file.get(), &size)) return connection->SendReply(STATUS_FAILED_TRANSACTION, nullptr, nested);
+    if (!Seal(file.get(), &size))
+        return connection->SendReply(STATUS_FAILED_TRANSACTION, nullptr, nested);
     // What was written reaches the asker whatever the object answers.
     ReplyBody body{};
     body.status = status;
@@ -157,7 +164,8 @@ binder_status_t DumpRemote(ProxyBinder* target, int fd, const char** args, uint3
     binder_status_t status = WriteArguments(in, args, count);
     if (status == STATUS_OK) status = CallRemote(target, kDumpTransaction, *in, out, &file);
     int64_t announced_size = -1;
-    bool announced = file.ok() && AParcel_readInt64(out, &announced_size) == STATUS_OK && announced_size >= 0;
+    bool announced = file.ok() && AParcel_readInt64(out, &announced_size) == STATUS_OK &&
+                     announced_size >= 0;
     auto size = static_cast<uint64_t>(announced_size);
     RecycleParcel(in);
     RecycleParcel(out);

@@ -95,19 +95,22 @@ binder_status_t Endpoint::Listen(std::string* error) {
     snprintf(name, sizeof(name), "%d-%016llx", getpid(), static_cast<unsigned long long>(bits));
     std::string path = folder_ + "/" + name;
     sockaddr_un address = SocketAddress(path);
-    UniqueFd listener(sys::Socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    bool listening = drawn && listener.ok() &&
-                     sys::Bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
-                     sys::Listen(listener.get(), kListenBacklog) == 0 && Housekeeper::Get().Start() &&
-                     Housekeeper::Get().Watch(listener.get(), EPOLLIN, std::make_shared<Listener>()) != 0;
+    // Complete before the housekeeper sees the first connection.
+    name_ = name;
+    spare_ = SpareDescriptor();
+    listener_ = UniqueFd(sys::Socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    bool listening =
+            drawn && listener_.ok() &&
+            sys::Bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) ==
+                    0 &&
+            sys::Listen(listener_.get(), kListenBacklog) == 0 && Housekeeper::Get().Start() &&
+            Housekeeper::Get().Watch(listener_.get(), EPOLLIN, std::make_shared<Listener>()) != 0;
     if (!listening) {
         *error = "Cannot listen at " + path + ": " + strerror(errno) + ".";
         unlink(path.c_str());
+        listener_.Reset();
         return STATUS_NO_MEMORY;
     }
-    name_ = name;
-    spare_ = SpareDescriptor();
-    listener_ = std::move(listener);
     g_socket_path = new std::string(path);
     std::atexit(RemoveOwnSocket);
     return STATUS_OK;
@@ -157,8 +160,10 @@ Connected Endpoint::ConnectTo(std::string_view name) {
         return connected;
     }
     sockaddr_un address = SocketAddress(folder_ + "/" + std::string(name));
-    if (sys::Connect(connected.fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-        bool gone = errno == ECONNREFUSED || errno == ENOENT || errno == EACCES || errno == ENOTSOCK;
+    if (sys::Connect(connected.fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) !=
+        0) {
+        bool gone =
+                errno == ECONNREFUSED || errno == ENOENT || errno == EACCES || errno == ENOTSOCK;
         connected.result = gone ? ConnectResult::kRefused : ConnectResult::kBusy;
         return connected;
     }
@@ -184,7 +189,7 @@ Connected Endpoint::ConnectForCall(Peer& peer) {
 }
 
 void Endpoint::AcceptAll() {
-    while (AcceptOne()) {
+    for (int accepted = 0; accepted < kListenBacklog && AcceptOne(); ++accepted) {
     }
 }
 
@@ -192,14 +197,16 @@ bool Endpoint::AcceptOne() {
     UniqueFd fd(sys::Accept4(listener_.get(), SOCK_CLOEXEC));
     if (!fd.ok() && (errno == EINTR || errno == ECONNABORTED)) return true;
     if (!fd.ok() && (errno == EMFILE || errno == ENFILE) && spare_.ok()) {
-        // Refusing it takes a descriptor. Left in the queue it would wake this thread again and again.
+        // Refusing it takes a descriptor. Left in the queue it would wake this thread again and
+        // again.
         spare_.Reset();
         UniqueFd refused(sys::Accept4(listener_.get(), SOCK_CLOEXEC));
         bool accepted = refused.ok();
         refused.Reset();
         spare_ = SpareDescriptor();
         if (accepted) {
-            __android_log_print(ANDROID_LOG_WARN, "host_binder", "Connection refused: no descriptor is left.");
+            __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                                "Connection refused: no descriptor is left.");
         }
         return accepted;
     }
@@ -207,8 +214,8 @@ bool Endpoint::AcceptOne() {
     pid_t pid = 0;
     uid_t uid = 0;
     if (!PeerCredentials(fd.get(), &pid, &uid)) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder", "Cutting a connection of pid %d uid %d: another user's.",
-                            pid, uid);
+        __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                            "Cutting a connection of pid %d uid %d: another user's.", pid, uid);
         return true;
     }
     MakeRoomForOneMore();
@@ -225,7 +232,8 @@ void Endpoint::MakeRoomForOneMore() {
 }
 
 void Endpoint::DropNewcomer(Newcomer* newcomer) {
-    newcomers_.remove_if([newcomer](const std::shared_ptr<Newcomer>& one) { return one.get() == newcomer; });
+    newcomers_.remove_if(
+            [newcomer](const std::shared_ptr<Newcomer>& one) { return one.get() == newcomer; });
 }
 
 void Endpoint::OnHello(Newcomer* newcomer, const HelloBody& hello) {
@@ -255,8 +263,10 @@ void Endpoint::OnControl(Newcomer* newcomer, const std::string& name) {
     {
         std::lock_guard lock(mutex_);
         for (auto& [other, known] : peers_) {
-            // A number that has come round again belongs to a new process: the old one's connection has ended.
-            second_name |= other != name && known->pid() == newcomer->pid() && known->IsConnectionOpen();
+            // A number that has come round again belongs to a new process: the old one's connection
+            // has ended.
+            second_name |=
+                    other != name && known->pid() == newcomer->pid() && known->IsConnectionOpen();
         }
         std::shared_ptr<Peer>& slot = peers_[name];
         if (slot == nullptr && !second_name) slot = std::make_shared<Peer>(name);
@@ -271,12 +281,14 @@ void Endpoint::OnControl(Newcomer* newcomer, const std::string& name) {
 
 void Endpoint::OnCall(Newcomer* newcomer, const std::shared_ptr<Peer>& peer) {
     auto connection = std::make_shared<CallConnection>(peer, newcomer->TakeFd(), false);
-    if (!peer->AddAccepted(connection)) return newcomer->Cut("it has as many connections as a process may have");
+    if (!peer->AddAccepted(connection))
+        return newcomer->Cut("it has as many connections as a process may have");
     if (!connection->JoinPool()) peer->DropAccepted(connection);
     DropNewcomer(newcomer);
 }
 
-void Endpoint::OnOneway(Newcomer* newcomer, const std::shared_ptr<Peer>& peer, const HelloBody& hello) {
+void Endpoint::OnOneway(Newcomer* newcomer, const std::shared_ptr<Peer>& peer,
+                        const HelloBody& hello) {
     UniqueFd ring = newcomer->TakeReceived();
     auto receiver = std::make_shared<OnewayReceiver>(peer, newcomer->TakeFd());
     bool mapped = hello.ring_bytes == RingMemory::kTotalBytes && receiver->Map(ring.get());
@@ -288,7 +300,8 @@ void Endpoint::OnOneway(Newcomer* newcomer, const std::shared_ptr<Peer>& peer, c
 
 bool SendFrameNow(int fd, FrameType type) {
     FrameHeader header{0, kFrameMagic, static_cast<uint16_t>(type)};
-    return sys::Send(fd, &header, sizeof(header), MSG_DONTWAIT) == static_cast<ssize_t>(sizeof(header));
+    return sys::Send(fd, &header, sizeof(header), MSG_DONTWAIT) ==
+           static_cast<ssize_t>(sizeof(header));
 }
 
 bool SendHello(int fd, ConnectionKind kind, const std::string& name, int ring_file) {

@@ -1,5 +1,5 @@
-// This process as others reach it: its name, its listening socket in the shared folder, and the peers it knows.
-// Never destroyed. Any thread may call everything here except where said.
+// This process as others reach it: its name, its listening socket in the shared folder, and the
+// peers it knows. Never destroyed. Any thread may call everything here except where said.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -40,8 +40,8 @@ class Endpoint {
   public:
     static Endpoint& Get();
 
-    // Listens from the first call on. Every way to reach another process begins here. Gives the same answer
-    // again, except that a failure is tried anew.
+    // Listens from the first call on. Every way to reach another process begins here. Gives the
+    // same answer again, except that a failure is tried anew.
     binder_status_t Start(std::string* error) EXCLUDES(mutex_);
     bool IsStarted() const { return started_.load(std::memory_order_acquire); }
 
@@ -49,7 +49,8 @@ class Endpoint {
     const std::string& name() const { return name_; }
     const std::string& folder() const { return folder_; }
 
-    // The peer of that name, made and connected to if need be. Never null; may be dead. Does not wait.
+    // The peer of that name, made and connected to if need be. Never null; may be dead. Does not
+    // wait.
     std::shared_ptr<Peer> GetPeer(std::string_view name) EXCLUDES(mutex_);
     std::shared_ptr<Peer> FindPeer(std::string_view name) EXCLUDES(mutex_);
     void Forget(Peer* peer) EXCLUDES(mutex_);
@@ -59,7 +60,7 @@ class Endpoint {
     // The same for a call, hello sent; waits while the peer's queue of new connections is full.
     Connected ConnectForCall(Peer& peer);
 
-    // Housekeeper: takes in every connection that waits.
+    // Housekeeper: takes in connections that wait, a queue full of them at most.
     void AcceptAll();
     // Housekeeper: a connection has said whose it is.
     void OnHello(Newcomer* newcomer, const HelloBody& hello);
@@ -89,7 +90,8 @@ class Endpoint {
     std::unordered_map<std::string, std::shared_ptr<Peer>> peers_ GUARDED_BY(mutex_);
 };
 
-// A frame without a body, or the hello, on a fresh connection: fits its buffer, or the connection is no good.
+// A frame without a body, or the hello, on a fresh connection: fits its buffer, or the connection
+// is no good.
 bool SendFrameNow(int fd, FrameType type);
 bool SendHello(int fd, ConnectionKind kind, const std::string& name, int ring_file = -1);
 

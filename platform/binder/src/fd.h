@@ -1,16 +1,18 @@
-// A descriptor of the layer, owned. Not for concurrent use; the table behind it is safe from any thread.
+// A descriptor of the layer, owned. Not for concurrent use; the table behind it is safe from any
+// thread.
 #pragma once
 
 #include <utility>
 
 namespace host {
 
-// True in a child that was forked and has not called exec: the layer's descriptors are gone there, and
-// nothing of the layer may touch a descriptor by number again.
+// True in a child that was forked and has not called exec: the layer's descriptors are gone there,
+// and nothing of the layer may touch a descriptor by number again.
 bool IsForkedChild();
 
-// Owns one descriptor. Every descriptor of the layer lives in one of these, so that a forked child can give
-// up its copies: a copy kept open there would hide its parent's death from the parent's peers.
+// Owns one descriptor. Every descriptor of the layer lives in one of these, so that a forked child
+// can give up its copies: a copy kept open there would hide its parent's death from the parent's
+// peers.
 class UniqueFd {
   public:
     UniqueFd() = default;

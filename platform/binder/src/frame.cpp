@@ -15,7 +15,8 @@ std::optional<Message> DecodeMessage(Bytes body, const Body& fixed) {
     Bytes rest = body.subspan(sizeof(Body));
     size_t data_size = fixed.data_size;
     size_t objects_size = fixed.objects_size;
-    if (data_size > kMaxTransactionBytes || objects_size > kMaxTransactionBytes) return std::nullopt;
+    if (data_size > kMaxTransactionBytes || objects_size > kMaxTransactionBytes)
+        return std::nullopt;
     if (data_size + objects_size > kMaxTransactionBytes) return std::nullopt;
     if (rest.size() != Padded(data_size) + objects_size) return std::nullopt;
     if (fixed.object_count > objects_size / sizeof(WireObject)) return std::nullopt;
@@ -85,7 +86,8 @@ std::optional<ReplyMessage> DecodeReply(Bytes body) {
 std::optional<ObjectView> ObjectReader::Next() {
     if (rest_.size() < sizeof(WireObject)) return std::nullopt;
     auto entry = CopyOut<WireObject>(rest_.data());
-    bool known_kind = entry.owner_kind == OwnerKind::kSender || entry.owner_kind == OwnerKind::kReceiver ||
+    bool known_kind = entry.owner_kind == OwnerKind::kSender ||
+                      entry.owner_kind == OwnerKind::kReceiver ||
                       entry.owner_kind == OwnerKind::kOther;
     bool names_owner = entry.owner_kind == OwnerKind::kOther;
     if (!known_kind || names_owner != (entry.owner_size != 0)) return std::nullopt;
@@ -96,7 +98,8 @@ std::optional<ObjectView> ObjectReader::Next() {
     Bytes behind = rest_.subspan(sizeof(WireObject));
     if (behind.size() < Padded(names)) return std::nullopt;
     const char* text = reinterpret_cast<const char*>(behind.data());
-    ObjectView view{entry, {text, entry.owner_size}, {text + entry.owner_size, entry.descriptor_size}};
+    ObjectView view{
+            entry, {text, entry.owner_size}, {text + entry.owner_size, entry.descriptor_size}};
     rest_ = behind.subspan(Padded(names));
     return view;
 }
@@ -109,14 +112,16 @@ std::string_view DecodeName(const char (&field)[kEndpointNameSize]) {
 
 std::optional<int> PidOfEndpointName(std::string_view name) {
     size_t dash = name.find('-');
-    if (dash == std::string_view::npos || name.size() != dash + 1 + kEndpointHexDigits) return std::nullopt;
+    if (dash == std::string_view::npos || name.size() != dash + 1 + kEndpointHexDigits)
+        return std::nullopt;
     std::string_view hex = name.substr(dash + 1);
     bool all_hex = std::all_of(hex.begin(), hex.end(), [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
     });
     int pid = 0;
     auto [end, error] = std::from_chars(name.data(), name.data() + dash, pid);
-    if (!all_hex || error != std::errc() || end != name.data() + dash || pid <= 0) return std::nullopt;
+    if (!all_hex || error != std::errc() || end != name.data() + dash || pid <= 0)
+        return std::nullopt;
     return pid;
 }
 

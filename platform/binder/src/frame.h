@@ -1,5 +1,5 @@
-// Takes received bytes apart. Nothing here trusts a length before it has been checked against the bytes that
-// are there, allocates, or touches a descriptor. Any thread.
+// Takes received bytes apart. Nothing here trusts a length before it has been checked against the
+// bytes that are there, allocates, or touches a descriptor. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,8 @@ namespace host {
 
 using Bytes = std::span<const uint8_t>;
 
-// The header at the start of `bytes`; nullopt if magic, type or size cannot be right. Needs 8 bytes.
+// The header at the start of `bytes`; nullopt if magic, type or size cannot be right. Needs 8
+// bytes.
 std::optional<FrameHeader> DecodeHeader(Bytes bytes);
 
 // The largest body that a frame of this type may have.

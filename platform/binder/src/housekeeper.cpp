@@ -13,7 +13,8 @@ constexpr uint64_t kNudgeKey = 0;
 }  // namespace
 
 Housekeeper& Housekeeper::Get() {
-    static Housekeeper* keeper = new Housekeeper;  // never destroyed: peers come and go until the very end
+    static Housekeeper* keeper =
+            new Housekeeper;  // never destroyed: peers come and go until the very end
     return *keeper;
 }
 
@@ -100,7 +101,8 @@ void Housekeeper::RunJobs() {
             later_.erase(later_.begin());
         }
     }
-    for (Job& job : due) job();
+    for (Job& job : due)
+        job();
 }
 
 int Housekeeper::WaitMs() {

@@ -1,5 +1,6 @@
-// The one thread that listens, takes in new connections and reads control connections. It runs no code of the
-// layer's users and waits for no peer. Never destroyed. Any thread may call everything here; nothing blocks.
+// The one thread that listens, takes in new connections and reads control connections. It runs no
+// code of the layer's users and waits for no peer. Never destroyed. Any thread may call everything
+// here; nothing blocks.
 #pragma once
 
 #include <android-base/thread_annotations.h>

@@ -1,7 +1,7 @@
+#include <android-base/logging.h>
 #include <android/binder_ibinder.h>
 #include <android/binder_parcel.h>
 #include <android/binder_stability.h>
-#include <android-base/logging.h>
 #include <unistd.h>
 
 #include <memory>
@@ -25,7 +25,8 @@ using host::ProxyBinder;
 
 namespace {
 
-binder_status_t TransactLocal(LocalBinder* target, transaction_code_t code, AParcel* in, AParcel* out) {
+binder_status_t TransactLocal(LocalBinder* target, transaction_code_t code, AParcel* in,
+                              AParcel* out) {
     if (in->SetPosition(0) != STATUS_OK) return STATUS_BAD_VALUE;
     binder_status_t status =
             code == host::kPingTransaction ? STATUS_OK : host::Dispatch(target, code, in, out);
@@ -45,7 +46,8 @@ binder_status_t TransactRemote(ProxyBinder* target, transaction_code_t code, bin
 AIBinder_Class* AIBinder_Class_define(const char* descriptor, AIBinder_Class_onCreate on_create,
                                       AIBinder_Class_onDestroy on_destroy,
                                       AIBinder_Class_onTransact on_transact) {
-    if (descriptor == nullptr || on_create == nullptr || on_destroy == nullptr || on_transact == nullptr) {
+    if (descriptor == nullptr || on_create == nullptr || on_destroy == nullptr ||
+        on_transact == nullptr) {
         return nullptr;
     }
     return new AIBinder_Class{descriptor, on_create, on_destroy, on_transact};
@@ -55,7 +57,8 @@ void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump on_dump) {
     clazz->on_dump = on_dump;
 }
 
-void AIBinder_Class_setHandleShellCommand(AIBinder_Class* clazz, AIBinder_handleShellCommand on_command) {
+void AIBinder_Class_setHandleShellCommand(AIBinder_Class* clazz,
+                                          AIBinder_handleShellCommand on_command) {
     clazz->on_shell_command = on_command;
 }
 
@@ -81,7 +84,8 @@ binder_status_t AIBinder_ping(AIBinder* binder) {
     if (binder == nullptr) return STATUS_UNEXPECTED_NULL;
     if (!binder->is_remote()) return STATUS_OK;
     AParcel* in = host::ObtainParcel();
-    binder_status_t status = host::CallRemote(AsProxy(binder), host::kPingTransaction, *in, nullptr);
+    binder_status_t status =
+            host::CallRemote(AsProxy(binder), host::kPingTransaction, *in, nullptr);
     host::RecycleParcel(in);
     return status;
 }
@@ -151,8 +155,8 @@ binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
     return status;
 }
 
-binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in, AParcel** out,
-                                  binder_flags_t flags) {
+binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in,
+                                  AParcel** out, binder_flags_t flags) {
     if (in == nullptr || *in == nullptr || out == nullptr) return STATUS_UNEXPECTED_NULL;
     AParcel* arguments = *in;
     *in = nullptr;
@@ -164,8 +168,9 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
     } else if (binder != nullptr && (flags & ~static_cast<binder_flags_t>(FLAG_ONEWAY)) != 0) {
         status = STATUS_BAD_VALUE;
     } else if (binder != nullptr) {
-        status = binder->is_remote() ? TransactRemote(AsProxy(binder), code, flags, *arguments, result)
-                                     : TransactLocal(AsLocal(binder), code, arguments, result);
+        status = binder->is_remote()
+                         ? TransactRemote(AsProxy(binder), code, flags, *arguments, result)
+                         : TransactLocal(AsLocal(binder), code, arguments, result);
     }
     host::RecycleParcel(arguments);
     if (status == STATUS_OK) {

@@ -1,5 +1,5 @@
-// Every bound that the layer sets to its peers and to itself. Values only; the table in docs/limits.md
-// explains each. Sizes are bytes.
+// Every bound that the layer sets to its peers and to itself. Values only; the table in
+// docs/limits.md explains each. Sizes are bytes.
 #pragma once
 
 #include <cstddef>
@@ -7,11 +7,12 @@
 
 namespace host {
 
-// One transaction: the parcel's data and its table of references together. A larger one fails at the sender.
+// One transaction: the parcel's data and its table of references together. A larger one fails at
+// the sender.
 inline constexpr size_t kMaxTransactionBytes = 1024 * 1024;
 
-// What one process has pending towards another: oneway calls that were accepted and have not started to run,
-// counted with their headers.
+// What one process has pending towards another: oneway calls that were accepted and have not
+// started to run, counted with their headers.
 inline constexpr size_t kMaxOnewayPendingBytes = 512 * 1024;
 
 // Connections that one process may have open towards this one, its control connection included.
@@ -41,7 +42,8 @@ inline constexpr size_t kMaxIdleConnections = 16;
 // A dump whose reader takes nothing for so long is given up. Milliseconds.
 inline constexpr int kDumpStallMs = 5000;
 
-// How often a connection is tried again while the other side's queue of new connections is full. Milliseconds.
+// How often a connection is tried again while the other side's queue of new connections is full.
+// Milliseconds.
 inline constexpr int kConnectRetryMs = 5;
 
 }  // namespace host

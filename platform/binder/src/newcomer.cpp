@@ -21,8 +21,8 @@ void Newcomer::StopWatching() {
 }
 
 void Newcomer::Cut(const char* reason) {
-    __android_log_print(ANDROID_LOG_WARN, "host_binder", "Cutting a connection of pid %d uid %d: %s.", pid_,
-                        uid_, reason);
+    __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                        "Cutting a connection of pid %d uid %d: %s.", pid_, uid_, reason);
     auto self = shared_from_this();
     StopWatching();
     Endpoint::Get().DropNewcomer(this);
@@ -58,7 +58,8 @@ void Newcomer::Read() {
 void Newcomer::Finish() {
     auto header = DecodeHeader(bytes_);
     auto hello = CopyOut<HelloBody>(bytes_ + sizeof(FrameHeader));
-    if (!header || header->type != static_cast<uint16_t>(FrameType::kHello)) return Cut("malformed hello");
+    if (!header || header->type != static_cast<uint16_t>(FrameType::kHello))
+        return Cut("malformed hello");
     if (hello.version != kProtocolVersion) return Cut("another version of the protocol");
     auto named_pid = PidOfEndpointName(DecodeName(hello.name));
     if (!named_pid || *named_pid != pid_) return Cut("a name that is not its own");

@@ -17,7 +17,10 @@ class Newcomer : public Watched, public std::enable_shared_from_this<Newcomer> {
 
     // Reads the hello if it is there already, else waits for it.
     void Begin();
-    void OnEvents(uint32_t events) override { Read(); (void)events; }
+    void OnEvents(uint32_t events) override {
+        Read();
+        (void)events;
+    }
     void StopWatching();
     // Ends it with one WARN line.
     void Cut(const char* reason);

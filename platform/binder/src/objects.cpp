@@ -14,7 +14,8 @@ namespace {
 std::string_view DescriptorOf(const AIBinder* binder) {
     if (binder->is_remote()) return static_cast<const ProxyBinder*>(binder)->descriptor;
     std::string_view descriptor = binder->clazz.load()->descriptor;
-    // A longer one cannot come from a declaration; its hint is left out and the call itself finds out.
+    // A longer one cannot come from a declaration; its hint is left out and the call itself finds
+    // out.
     return descriptor.size() <= kMaxDescriptorBytes ? descriptor : std::string_view();
 }
 
@@ -41,7 +42,8 @@ BinderRef ArriveThroughThird(const std::shared_ptr<Peer>& from, const ObjectView
 
 BinderRef DecodeOne(const std::shared_ptr<Peer>& from, const ObjectView& view) {
     OwnerKind kind = view.entry.owner_kind;
-    if (kind == OwnerKind::kOther && view.owner == Endpoint::Get().name()) kind = OwnerKind::kReceiver;
+    if (kind == OwnerKind::kOther && view.owner == Endpoint::Get().name())
+        kind = OwnerKind::kReceiver;
     if (kind == OwnerKind::kOther && view.owner == from->name) kind = OwnerKind::kSender;
     bool wants_settled = (view.entry.flags & kObjectWantsSettled) != 0;
     if (kind == OwnerKind::kSender) return ArriveFrom(from, view);
@@ -62,8 +64,8 @@ binder_status_t ObjectEncoder::CheckSize(const AParcel& parcel) const {
     }
     if (size <= kMaxTransactionBytes) return STATUS_OK;
     __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                        "A transaction of %zu bytes to pid %d uid %d is not sent: at most %zu.", size, to_->pid(),
-                        to_->uid(), kMaxTransactionBytes);
+                        "A transaction of %zu bytes to pid %d uid %d is not sent: at most %zu.",
+                        size, to_->pid(), to_->uid(), kMaxTransactionBytes);
     return STATUS_FAILED_TRANSACTION;
 }
 
@@ -107,7 +109,8 @@ binder_status_t ObjectEncoder::HandOverLocal(AIBinder* binder, WireObject* entry
     // The parcel holds the object: this is not its last reference.
     BinderRef taken_back = ExportTable::Get().TakeBack(entry->id, 1);
     if (result != Holdings::Result::kFull) return STATUS_DEAD_OBJECT;
-    __android_log_print(ANDROID_LOG_WARN, "host_binder", "Pid %d uid %d holds %zu objects of this process, as many as one may.",
+    __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                        "Pid %d uid %d holds %zu objects of this process, as many as one may.",
                         to_->pid(), to_->uid(), kMaxReferencesPerPeer);
     return STATUS_FAILED_TRANSACTION;
 }
@@ -138,20 +141,23 @@ void ObjectEncoder::Undo() {
     done_.clear();
 }
 
-bool DecodeObjects(const std::shared_ptr<Peer>& from, const Message& message, std::vector<AParcel::Object>* objects) {
+bool DecodeObjects(const std::shared_ptr<Peer>& from, const Message& message,
+                   std::vector<AParcel::Object>* objects) {
     ObjectReader reader(message.objects);
     objects->reserve(message.object_count);
     for (uint32_t i = 0; i < message.object_count; ++i) {
         auto view = reader.Next();
         if (!view) return false;
-        if (view->entry.owner_kind == OwnerKind::kOther && !PidOfEndpointName(view->owner)) return false;
+        if (view->entry.owner_kind == OwnerKind::kOther && !PidOfEndpointName(view->owner))
+            return false;
         objects->push_back({view->entry.offset, DecodeOne(from, *view).release()});
     }
     return reader.AtEnd();
 }
 
 void DropObjects(std::vector<AParcel::Object>* objects) {
-    for (const AParcel::Object& object : *objects) object.binder->DecStrong();
+    for (const AParcel::Object& object : *objects)
+        object.binder->DecStrong();
     objects->clear();
 }
 

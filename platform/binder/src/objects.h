@@ -1,5 +1,5 @@
-// References in a message: what handing them over and receiving them does to the tables of this process.
-// Any thread; no lock may be held that a release could need.
+// References in a message: what handing them over and receiving them does to the tables of this
+// process. Any thread; no lock may be held that a release could need.
 #pragma once
 
 #include <android/binder_status.h>
@@ -17,18 +17,20 @@ namespace host {
 
 class Peer;
 
-// Whether the receiver's own use of the message tells the sender when it has entered the references: the answer
-// to a call does, for references to the receiver's own objects. Everything else is settled one by one.
+// Whether the receiver's own use of the message tells the sender when it has entered the
+// references: the answer to a call does, for references to the receiver's own objects. Everything
+// else is settled one by one.
 enum class Direction { kCall, kReply, kOneway };
 
-// Makes the table of references of one message to one peer. If the message is not sent after all, Undo takes
-// the hand-overs back.
+// Makes the table of references of one message to one peer. If the message is not sent after all,
+// Undo takes the hand-overs back.
 class ObjectEncoder {
   public:
     ObjectEncoder(Peer* to, Direction direction) : to_(to), direction_(direction) {}
 
-    // STATUS_FAILED_TRANSACTION: the message is larger than a transaction may be, or the peer holds too much.
-    // STATUS_DEAD_OBJECT: the peer is dead. Nothing is handed over unless it answers STATUS_OK.
+    // STATUS_FAILED_TRANSACTION: the message is larger than a transaction may be, or the peer holds
+    // too much. STATUS_DEAD_OBJECT: the peer is dead. Nothing is handed over unless it answers
+    // STATUS_OK.
     binder_status_t Encode(const AParcel& parcel, Buffer* table);
     void Undo();
 
@@ -47,9 +49,11 @@ class ObjectEncoder {
     std::vector<Done> done_;
 };
 
-// The objects of a received message, entered in the tables, in order. False if the table of references is
-// malformed; what had been entered by then is in `*objects` all the same, and the caller drops it.
-bool DecodeObjects(const std::shared_ptr<Peer>& from, const Message& message, std::vector<AParcel::Object>* objects);
+// The objects of a received message, entered in the tables, in order. False if the table of
+// references is malformed; what had been entered by then is in `*objects` all the same, and the
+// caller drops it.
+bool DecodeObjects(const std::shared_ptr<Peer>& from, const Message& message,
+                   std::vector<AParcel::Object>* objects);
 
 // Drops what DecodeObjects gave and no parcel took.
 void DropObjects(std::vector<AParcel::Object>* objects);

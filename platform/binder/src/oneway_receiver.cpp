@@ -13,8 +13,14 @@
 namespace host {
 namespace {
 
+// Calls that one turn takes before it sees to it that they run: a writer that never stops would
+// otherwise fill its bound while its calls are only sorted.
+constexpr int kCallsPerTurn = 128;
+
 void RunLater(BinderRef target) {
-    Pool::Get().Post([shared = std::shared_ptr<AIBinder>(std::move(target))] { RunOnewayCalls(AsLocal(shared.get())); });
+    Pool::Get().Post([shared = std::shared_ptr<AIBinder>(std::move(target))] {
+        RunOnewayCalls(AsLocal(shared.get()));
+    });
 }
 
 }  // namespace
@@ -22,7 +28,8 @@ void RunLater(BinderRef target) {
 OnewayCall::~OnewayCall() {
     RecycleParcel(parcel);
     // Unlinked one by one: a long queue must not be destroyed by as deep a recursion.
-    while (next != nullptr) next = std::move(next->next);
+    while (next != nullptr)
+        next = std::move(next->next);
 }
 
 bool OnewayReceiver::Map(int file) {
@@ -38,7 +45,8 @@ void OnewayReceiver::JoinPool() {
 void OnewayReceiver::TakeRest() {
     uint64_t key = key_.exchange(0);
     if (key != 0) Pool::Get().Remove(fd_.get(), key);
-    for (BinderRef& target : Drain()) RunLater(std::move(target));
+    for (BinderRef& target : Drain())
+        RunLater(std::move(target));
 }
 
 void OnewayReceiver::OnReady(uint32_t events) {
@@ -50,7 +58,8 @@ void OnewayReceiver::OnReady(uint32_t events) {
     }
     Runnable runnable = Drain();
     if (runnable.empty()) return;
-    for (size_t i = 1; i < runnable.size(); ++i) RunLater(std::move(runnable[i]));
+    for (size_t i = 1; i < runnable.size(); ++i)
+        RunLater(std::move(runnable[i]));
     RunOnewayCalls(AsLocal(runnable[0].get()));
 }
 
@@ -63,21 +72,23 @@ OnewayReceiver::Runnable OnewayReceiver::Drain() {
     Runnable runnable;
     Calls dropped;
     bool cut = false;
+    bool more = false;
     {
         std::lock_guard lock(mutex_);
-        if (!broken_ && !TakeAll(&runnable)) {
+        if (!broken_ && !TakeSome(&runnable, &more)) {
             broken_ = true;
             cut = true;
         }
         dropped.swap(unanswerable_);
     }
     if (cut) peer_->Cut("malformed oneway call");
+    if (more) Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
     return runnable;
 }
 
-bool OnewayReceiver::TakeAll(Runnable* runnable) {
+bool OnewayReceiver::TakeSome(Runnable* runnable, bool* more) {
     ring_.Wake();
-    for (;;) {
+    for (int taken = 0; taken < kCallsPerTurn; ++taken) {
         const uint8_t* body;
         size_t size;
         RingReader::Result result = ring_.Front(&body, &size);
@@ -95,19 +106,24 @@ bool OnewayReceiver::TakeAll(Runnable* runnable) {
             Started(call->record_size);
             unanswerable_.push_back(std::move(call));
         } else {
-            // The reference in the call stays until the call has run, and the object is busy until then.
+            // The reference in the call stays until the call has run, and the object is busy until
+            // then.
             if (target->QueueOneway(std::move(call))) runnable->push_back(NewRef(target));
         }
     }
+    *more = true;
+    return true;
 }
 
 bool OnewayReceiver::Take(const uint8_t* shared, size_t size, std::unique_ptr<OnewayCall>* taken) {
     if (size < sizeof(CallBody)) return false;
     auto body = CopyOut<CallBody>(shared);
     size_t message_size = sizeof(CallBody) + Padded(body.data_size) + size_t{body.objects_size};
-    bool sound = body.flags == FLAG_ONEWAY && body.depth == 0 && body.data_size <= kMaxTransactionBytes &&
-                 body.objects_size <= kMaxTransactionBytes && RingWriter::RecordSize(message_size) == RingWriter::RecordSize(size) &&
-                 message_size <= size && body.object_count <= body.objects_size / sizeof(WireObject);
+    bool sound =
+            body.flags == FLAG_ONEWAY && body.depth == 0 &&
+            body.data_size <= kMaxTransactionBytes && body.objects_size <= kMaxTransactionBytes &&
+            RingWriter::RecordSize(message_size) == RingWriter::RecordSize(size) &&
+            message_size <= size && body.object_count <= body.objects_size / sizeof(WireObject);
     size_t record_size = RingWriter::RecordSize(size);
     if (!sound || pending_.load() + record_size > kMaxOnewayPendingBytes) return false;
     Buffer table;
@@ -120,7 +136,8 @@ bool OnewayReceiver::Take(const uint8_t* shared, size_t size, std::unique_ptr<On
         DropObjects(&objects);
         return false;
     }
-    if (!call->parcel->Assign(shared + sizeof(CallBody), body.data_size, std::move(objects))) return false;
+    if (!call->parcel->Assign(shared + sizeof(CallBody), body.data_size, std::move(objects)))
+        return false;
     call->target = ExportTable::Get().Find(body.target);
     call->code = body.code;
     call->record_size = record_size;

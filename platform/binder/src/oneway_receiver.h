@@ -1,6 +1,6 @@
-// The receiving end of one peer's oneway channel. A pool thread that is woken takes everything out of the ring,
-// sorts it to the objects called, asks for the next wake-up and then runs what it found; other threads take
-// over what comes meanwhile.
+// The receiving end of one peer's oneway channel. A pool thread that is woken takes what is in the
+// ring, sorts it to the objects called, asks for the next wake-up and then runs what it found;
+// other threads take over what comes meanwhile.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -39,7 +39,8 @@ struct OnewayCall {
 
 class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<OnewayReceiver> {
   public:
-    OnewayReceiver(std::shared_ptr<Peer> peer, UniqueFd fd) : peer_(std::move(peer)), fd_(std::move(fd)) {}
+    OnewayReceiver(std::shared_ptr<Peer> peer, UniqueFd fd)
+            : peer_(std::move(peer)), fd_(std::move(fd)) {}
 
     // False unless `file` is a ring.
     bool Map(int file);
@@ -56,11 +57,13 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     using Runnable = std::vector<BinderRef>;
     using Calls = std::vector<std::unique_ptr<OnewayCall>>;
 
-    // Everything that is in the ring; the objects that someone must run now.
+    // Takes what is in the ring, as much as one turn may; another turn is posted if there is more.
+    // The result is the objects that someone must run now.
     Runnable Drain() EXCLUDES(mutex_);
     // Null and true: the object called is not there any more. False: malformed.
     bool Take(const uint8_t* body, size_t size, std::unique_ptr<OnewayCall>* call) REQUIRES(mutex_);
-    bool TakeAll(Runnable* runnable) REQUIRES(mutex_);
+    // `*more`: the turn ended before the ring was empty.
+    bool TakeSome(Runnable* runnable, bool* more) REQUIRES(mutex_);
 
     const std::shared_ptr<Peer> peer_;
     UniqueFd fd_;

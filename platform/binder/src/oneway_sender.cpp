@@ -13,6 +13,18 @@
 #include "sys.h"
 
 namespace host {
+namespace {
+
+class ConnectionEnd : public Watched {
+  public:
+    explicit ConnectionEnd(std::shared_ptr<Peer> peer) : peer_(std::move(peer)) {}
+    void OnEvents(uint32_t) override { peer_->oneway.OnConnectionEnd(); }
+
+  private:
+    const std::shared_ptr<Peer> peer_;
+};
+
+}  // namespace
 
 binder_status_t OnewaySender::Send(const RefId& target, uint32_t code, const AParcel& parcel) {
     if (IsForkedChild()) return STATUS_DEAD_OBJECT;
@@ -24,14 +36,15 @@ binder_status_t OnewaySender::Send(const RefId& target, uint32_t code, const APa
     }
     if (report.broken != nullptr) peer_->Cut(report.broken);
     if (report.first_refusal) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "Oneway calls to pid %d uid %d are refused: %zu bytes have not been run yet.",
-                            peer_->pid(), peer_->uid(), kMaxOnewayPendingBytes);
+        __android_log_print(
+                ANDROID_LOG_WARN, "host_binder",
+                "Oneway calls to pid %d uid %d are refused: %zu bytes have not been run yet.",
+                peer_->pid(), peer_->uid(), kMaxOnewayPendingBytes);
     }
     if (report.refused_before != 0) {
         __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "Oneway calls to pid %d uid %d are accepted again; %zu were refused.", peer_->pid(),
-                            peer_->uid(), report.refused_before);
+                            "Oneway calls to pid %d uid %d are accepted again; %zu were refused.",
+                            peer_->pid(), peer_->uid(), report.refused_before);
     }
     return status;
 }
@@ -68,8 +81,13 @@ binder_status_t OnewaySender::WriteRecord(const RefId& target, uint32_t code, co
         report->first_refusal = refused_++ == 0;
         return STATUS_FAILED_TRANSACTION;
     }
-    CallBody call{target, code, FLAG_ONEWAY, 0, static_cast<uint32_t>(parcel.size()),
-                  static_cast<uint32_t>(parcel.objects().size()), static_cast<uint32_t>(objects.size())};
+    CallBody call{target,
+                  code,
+                  FLAG_ONEWAY,
+                  0,
+                  static_cast<uint32_t>(parcel.size()),
+                  static_cast<uint32_t>(parcel.objects().size()),
+                  static_cast<uint32_t>(objects.size())};
     memcpy(place, &call, sizeof(call));
     memcpy(place + sizeof(call), parcel.data(), parcel.size());
     if (!objects.empty()) memcpy(place + sizeof(call) + padded, objects.data(), objects.size());
@@ -87,12 +105,35 @@ void OnewaySender::TryConnect() {
     if (closed_ || !ring_ || connection_.ok() || !peer_->IsReachable(/*wait=*/false)) return;
     Connected connected = Endpoint::Get().ConnectTo(peer_->name);
     if (connected.result == ConnectResult::kConnected &&
-        SendHello(connected.fd.get(), ConnectionKind::kOneway, Endpoint::Get().name(), ring_file_.get())) {
+        SendHello(connected.fd.get(), ConnectionKind::kOneway, Endpoint::Get().name(),
+                  ring_file_.get())) {
         connection_ = std::move(connected.fd);
+        connection_key_ = Housekeeper::Get().Watch(
+                connection_.get(), EPOLLRDHUP,
+                std::make_shared<ConnectionEnd>(peer_->shared_from_this()));
         return;
     }
-    if (connected.result == ConnectResult::kRefused) return;  // its control connection tells the rest
-    Housekeeper::Get().RunLater(kConnectRetryMs, [peer = peer_->shared_from_this()] { peer->oneway.OnReachable(); });
+    // A refusal is a death, of which the control connection tells.
+    if (connected.result != ConnectResult::kRefused) ConnectLater();
+}
+
+void OnewaySender::ConnectLater() {
+    Housekeeper::Get().RunLater(kConnectRetryMs,
+                                [peer = peer_->shared_from_this()] { peer->oneway.OnReachable(); });
+}
+
+void OnewaySender::Disconnect() {
+    if (connection_key_ != 0)
+        Housekeeper::Get().Forget(connection_.get(), std::exchange(connection_key_, 0));
+    connection_.Reset();
+}
+
+void OnewaySender::OnConnectionEnd() {
+    std::lock_guard lock(mutex_);
+    // The peer had no descriptor left for the ring: it gets it again, with what was written
+    // meanwhile.
+    Disconnect();
+    if (!closed_ && !peer_->IsDead()) ConnectLater();
 }
 
 void OnewaySender::OnReachable() {
@@ -102,14 +143,15 @@ void OnewaySender::OnReachable() {
 
 void OnewaySender::Wake() {
     uint8_t byte = 0;
-    // A full socket holds enough wake-ups already; a closed one is a death that is noticed elsewhere.
+    // A full socket holds enough wake-ups already; a closed one is a death that is noticed
+    // elsewhere.
     if (connection_.ok()) sys::Send(connection_.get(), &byte, sizeof(byte), MSG_DONTWAIT);
 }
 
 void OnewaySender::Close() {
     std::lock_guard lock(mutex_);
     closed_ = true;
-    connection_.Reset();
+    Disconnect();
     ring_file_.Reset();
     ring_.reset();
     memory_ = RingMemory();

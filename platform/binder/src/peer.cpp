@@ -21,6 +21,8 @@ namespace {
 // Connections that this process opens towards the peer beside those for calls: control and oneway.
 constexpr size_t kOtherConnections = 2;
 constexpr int kRetryWhenShortMs = 50;
+// Attempts at a control connection that a living process may leave unanswered: 5 seconds of them.
+constexpr int kMaxAttempts = 100;
 
 }  // namespace
 
@@ -31,8 +33,8 @@ Peer::~Peer() = default;
 void Peer::Connect() {
     Connected connected;
     {
-        // The lock is held from the look at control_ to the hello, so that a connection which the peer opens at
-        // the same moment is weighed against this one by both sides alike.
+        // The lock is held from the look at control_ to the hello, so that a connection which the
+        // peer opens at the same moment is weighed against this one by both sides alike.
         std::lock_guard lock(control_mutex_);
         if (IsDead() || control_ != nullptr || yielded_) return;
         connected = TryConnect();
@@ -89,8 +91,9 @@ void Peer::BecomeReachable(pid_t pid, uid_t uid) {
     oneway.OnReachable();
 }
 
-// Two processes that meet at the same moment have each connected to the other. The attempt of the one whose
-// name is the smaller stays; nothing has been sent on either but the hello, so nothing is lost with the other.
+// Two processes that meet at the same moment have each connected to the other. The attempt of the
+// one whose name is the smaller stays; nothing has been sent on either but the hello, so nothing is
+// lost with the other.
 void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t uid) {
     std::shared_ptr<ControlConnection> replaced;
     bool adopted = false;
@@ -101,7 +104,8 @@ void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t ui
         second = control_open_ && !ours_stays;
         if (ours_stays) {
             SendFrameNow(control->fd(), FrameType::kYield);
-        } else if (!second && SendFrameNow(control->fd(), FrameType::kWelcome) && control->StartWatching()) {
+        } else if (!second && SendFrameNow(control->fd(), FrameType::kWelcome) &&
+                   control->StartWatching()) {
             replaced = std::exchange(control_, control);
             control_ours_ = false;
             control_open_ = true;
@@ -111,8 +115,10 @@ void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t ui
     }
     if (replaced != nullptr) replaced->StopWatching();
     if (second) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "Connection refused, pid %d uid %d: it has a control connection already.", pid, uid);
+        __android_log_print(
+                ANDROID_LOG_WARN, "host_binder",
+                "Connection refused, pid %d uid %d: it has a control connection already.", pid,
+                uid);
     }
     if (adopted) BecomeReachable(pid, uid);
 }
@@ -143,10 +149,16 @@ void Peer::OnControlWritable() {
 }
 
 void Peer::OnControlEnd(ControlConnection* control) {
+    bool unanswered;
     {
         std::lock_guard lock(control_mutex_);
         if (control_.get() != control) return;
+        unanswered = !control_open_ && ++attempts_ < kMaxAttempts && !cut_.load();
+        if (unanswered) control_ = nullptr;
     }
+    // An attempt that nobody answered may have met a process without a descriptor left; nothing has
+    // been sent on it. If the process has gone, the next attempt is refused.
+    if (unanswered) return ConnectLater(attempts_ == 1 ? 0 : kRetryWhenShortMs);
     Die();
 }
 
@@ -178,7 +190,8 @@ void Peer::SendControlBytes(FrameType type, const void* body, size_t size) {
 void Peer::FlushControl() {
     size_t sent = 0;
     while (sent < outbox_.size()) {
-        ssize_t taken = sys::Send(control_->fd(), outbox_.data() + sent, outbox_.size() - sent, MSG_DONTWAIT);
+        ssize_t taken = sys::Send(control_->fd(), outbox_.data() + sent, outbox_.size() - sent,
+                                  MSG_DONTWAIT);
         if (taken < 0 && errno == EINTR) continue;
         if (taken < 0) break;
         sent += static_cast<size_t>(taken);
@@ -249,7 +262,8 @@ std::shared_ptr<CallConnection> Peer::TakeConnection() NO_THREAD_SAFETY_ANALYSIS
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] {
             return IsDead() ||
-                   (reachable_ && (!idle_.empty() || outgoing_ < kMaxConnectionsPerPeer - kOtherConnections));
+                   (reachable_ &&
+                    (!idle_.empty() || outgoing_ < kMaxConnectionsPerPeer - kOtherConnections));
         });
         if (IsDead()) return nullptr;
         if (!idle_.empty()) {
@@ -262,7 +276,8 @@ std::shared_ptr<CallConnection> Peer::TakeConnection() NO_THREAD_SAFETY_ANALYSIS
     Connected connected = Endpoint::Get().ConnectForCall(*this);
     std::shared_ptr<CallConnection> connection;
     if (connected.result == ConnectResult::kConnected) {
-        connection = std::make_shared<CallConnection>(shared_from_this(), std::move(connected.fd), true);
+        connection =
+                std::make_shared<CallConnection>(shared_from_this(), std::move(connected.fd), true);
     }
     std::unique_lock lock(mutex_);
     if (connection != nullptr && !IsDead()) {
@@ -308,8 +323,10 @@ bool Peer::SetReceiver(std::shared_ptr<OnewayReceiver> receiver) {
 void Peer::ShutDownConnections() {
     {
         std::lock_guard lock(mutex_);
-        for (auto& connection : in_use_) connection->ShutDown();
-        for (auto& connection : accepted_) connection->ShutDown();
+        for (auto& connection : in_use_)
+            connection->ShutDown();
+        for (auto& connection : accepted_)
+            connection->ShutDown();
         changed_.notify_all();
     }
     std::lock_guard lock(control_mutex_);
@@ -318,7 +335,8 @@ void Peer::ShutDownConnections() {
 
 void Peer::Cut(const char* reason) {
     if (IsDead() || cut_.exchange(true)) return;
-    __android_log_print(ANDROID_LOG_WARN, "host_binder", "Cutting off pid %d uid %d: %s.", pid(), uid(), reason);
+    __android_log_print(ANDROID_LOG_WARN, "host_binder", "Cutting off pid %d uid %d: %s.", pid(),
+                        uid(), reason);
     ShutDownConnections();
 }
 
@@ -335,10 +353,12 @@ void Peer::Die() {
         std::lock_guard lock(mutex_);
         accepted.swap(accepted_);
         idle.swap(idle_);
-        for (auto& connection : idle) in_use_.erase(connection);
+        for (auto& connection : idle)
+            in_use_.erase(connection);
         receiver = std::move(receiver_);
     }
-    for (auto& connection : accepted) connection->LeavePool();
+    for (auto& connection : accepted)
+        connection->LeavePool();
     oneway.Close();
     // What was sent before the death is run, ahead of the notices of the death.
     if (receiver != nullptr) receiver->TakeRest();
@@ -354,14 +374,17 @@ void Peer::Die() {
 
 void Peer::ReleaseEverything() {
     auto dropped = std::make_shared<std::vector<BinderRef>>();
-    for (auto& [id, count] : holdings.Close()) dropped->push_back(ExportTable::Get().TakeBack(id, count));
-    for (BinderRef& kept : keeps.Close()) dropped->push_back(std::move(kept));
+    for (auto& [id, count] : holdings.Close())
+        dropped->push_back(ExportTable::Get().TakeBack(id, count));
+    for (BinderRef& kept : keeps.Close())
+        dropped->push_back(std::move(kept));
     std::deque<PendingAcquire> unanswered;
     {
         std::lock_guard lock(control_mutex_);
         unanswered.swap(acquires_);
     }
-    for (auto& [id, from] : unanswered) from->SendSettled(name, id);
+    for (auto& [id, from] : unanswered)
+        from->SendSettled(name, id);
     if (!dropped->empty()) {
         Pool::Get().Post([dropped]() mutable { dropped.reset(); });
     }

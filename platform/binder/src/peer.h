@@ -1,6 +1,6 @@
-// Another process, as this one knows it: one object per process from the first contact to its death.
-// Any thread may call everything here except where said. No lock of it is held around anything that calls
-// back, destroys an object of a user, or waits.
+// Another process, as this one knows it: one object per process from the first contact to its
+// death. Any thread may call everything here except where said. No lock of it is held around
+// anything that calls back, destroys an object of a user, or waits.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -48,7 +48,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
     // Begins to connect. Does not wait: what is said meanwhile is kept.
     void Connect() EXCLUDES(control_mutex_, mutex_);
     // Housekeeper: the peer's own control connection has come in.
-    void Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t uid) EXCLUDES(control_mutex_);
+    void Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t uid)
+            EXCLUDES(control_mutex_);
     // Housekeeper: the peer has answered our attempt.
     void OnWelcome(ControlConnection* control) EXCLUDES(control_mutex_);
     void OnYield(ControlConnection* control) EXCLUDES(control_mutex_);
@@ -59,7 +60,9 @@ class Peer : public std::enable_shared_from_this<Peer> {
 
     // Says to the owner what became of a reference.
     void SendAcquire(const RefId& id, std::shared_ptr<Peer> from) EXCLUDES(control_mutex_);
-    void SendRelease(const RefId& id, uint32_t arrivals) { SendControl(FrameType::kRelease, ReleaseBody{id, arrivals, 0}); }
+    void SendRelease(const RefId& id, uint32_t arrivals) {
+        SendControl(FrameType::kRelease, ReleaseBody{id, arrivals, 0});
+    }
     void SendSettled(const std::string& owner, const RefId& id);
     void SendAcquired(const RefId& id, bool granted) {
         SendControl(FrameType::kAcquired, AcquireBody{id, granted ? 1U : 0U, 0});
@@ -67,17 +70,19 @@ class Peer : public std::enable_shared_from_this<Peer> {
     // Housekeeper: the owner's answer to the oldest request. Null and false if there was none.
     bool OnAcquired(const RefId& id, bool granted) EXCLUDES(control_mutex_);
 
-    // A connection for a two-way call of the calling thread. Waits until one is free; null if the peer is dead
-    // or cannot be reached.
+    // A connection for a two-way call of the calling thread. Waits until one is free; null if the
+    // peer is dead or cannot be reached.
     std::shared_ptr<CallConnection> TakeConnection() EXCLUDES(mutex_);
-    void GiveBackConnection(std::shared_ptr<CallConnection> connection, bool reusable) EXCLUDES(mutex_);
+    void GiveBackConnection(std::shared_ptr<CallConnection> connection, bool reusable)
+            EXCLUDES(mutex_);
 
     // Connections that the peer opened. False if it has as many as it may.
     bool AddAccepted(const std::shared_ptr<CallConnection>& connection) EXCLUDES(mutex_);
     void DropAccepted(const std::shared_ptr<CallConnection>& connection) EXCLUDES(mutex_);
     bool SetReceiver(std::shared_ptr<OnewayReceiver> receiver) EXCLUDES(mutex_);
 
-    // Ends every connection to a peer that does not keep to the rules. One WARN line, whoever comes first.
+    // Ends every connection to a peer that does not keep to the rules. One WARN line, whoever comes
+    // first.
     void Cut(const char* reason) EXCLUDES(mutex_, control_mutex_);
     // Housekeeper, once: the process is gone, or as good as gone.
     void Die() EXCLUDES(mutex_, control_mutex_);
@@ -109,6 +114,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
     std::atomic<uid_t> uid_{0};
     std::atomic<bool> dead_{false};
     std::atomic<bool> cut_{false};
+    int attempts_ = 0;   // housekeeper only
     bool died_ = false;  // housekeeper only
 
     std::mutex mutex_;

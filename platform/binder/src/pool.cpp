@@ -25,7 +25,9 @@ Pool& Pool::Get() {
     return *pool;
 }
 
-Pool::Pool() : epoll_(sys::EpollCreate1(EPOLL_CLOEXEC)), nudge_(sys::EventFd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+Pool::Pool()
+        : epoll_(sys::EpollCreate1(EPOLL_CLOEXEC)),
+          nudge_(sys::EventFd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     // A process that cannot even wait for its peers cannot serve anybody.
     CHECK(epoll_.ok() && nudge_.ok());
     epoll_event event{};
@@ -36,11 +38,13 @@ Pool::Pool() : epoll_(sys::EpollCreate1(EPOLL_CLOEXEC)), nudge_(sys::EventFd(0, 
 }
 
 void Pool::StayIfExiting() {
-    if (!g_exiting.load(std::memory_order_relaxed)) [[likely]] return;
+    if (!g_exiting.load(std::memory_order_relaxed)) [[likely]]
+        return;
     static std::mutex* mutex = new std::mutex;
     static std::condition_variable* never = new std::condition_variable;
     std::unique_lock lock(*mutex);
-    for (;;) never->wait(lock);
+    for (;;)
+        never->wait(lock);
 }
 
 void Pool::Start() {
@@ -147,7 +151,8 @@ void Pool::Loop(bool joined) {
     static std::mutex* mutex = new std::mutex;
     static std::condition_variable* never = new std::condition_variable;
     std::unique_lock lock(*mutex);
-    for (;;) never->wait(lock);
+    for (;;)
+        never->wait(lock);
 }
 
 bool Pool::ServeOnce() {

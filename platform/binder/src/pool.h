@@ -1,6 +1,6 @@
-// The threads that serve: calls that arrive, oneway calls, releases and death notices. Threads are started on
-// demand up to a bound and sleep in one wait for connections and tasks alike. Never destroyed. Any thread may
-// call everything here; nothing blocks except Join.
+// The threads that serve: calls that arrive, oneway calls, releases and death notices. Threads are
+// started on demand up to a bound and sleep in one wait for connections and tasks alike. Never
+// destroyed. Any thread may call everything here; nothing blocks except Join.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -43,16 +43,19 @@ class Pool {
     // The threads that joined come back, the others take nothing new.
     void End() EXCLUDES(mutex_);
 
-    // Runs `task` on a pool thread, after the tasks posted before it have begun. A process that serves nothing
-    // gets one thread for its tasks.
+    // Runs `task` on a pool thread, after the tasks posted before it have begun. A process that
+    // serves nothing gets one thread for its tasks.
     void Post(Task task) EXCLUDES(mutex_);
 
-    // Registers a descriptor: one-shot (Rearm after each event) or edge-triggered. 0 on failure, else a key.
-    uint64_t Add(int fd, uint32_t events, std::shared_ptr<PoolSource> source) EXCLUDES(sources_mutex_);
+    // Registers a descriptor: one-shot (Rearm after each event) or edge-triggered. 0 on failure,
+    // else a key.
+    uint64_t Add(int fd, uint32_t events, std::shared_ptr<PoolSource> source)
+            EXCLUDES(sources_mutex_);
     void Rearm(int fd, uint64_t key, uint32_t events);
     void Remove(int fd, uint64_t key) EXCLUDES(sources_mutex_);
 
-    // From the start of process exit on, threads that come by here stay: no new call or notice begins.
+    // From the start of process exit on, threads that come by here stay: no new call or notice
+    // begins.
     static void StayIfExiting();
 
   private:

@@ -1,10 +1,11 @@
 #include <android/binder_process.h>
 #include <android/log.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
-#include <string>
 
 #include "housekeeper.h"
 #include "pool.h"
@@ -13,25 +14,27 @@
 namespace {
 
 // The read end of a pipe whose end is the end of the pool.
-class EndOfPool : public host::Watched {
+class EndOfPool : public host::Watched, public std::enable_shared_from_this<EndOfPool> {
   public:
     explicit EndOfPool(int fd) : fd_(fd) {}
 
-    void Begin() { key_ = host::Housekeeper::Get().Watch(fd_.get(), EPOLLIN, self_); }
-    void Keep(std::shared_ptr<EndOfPool> self) { self_ = std::move(self); }
+    void Begin() {
+        key_.store(host::Housekeeper::Get().Watch(fd_.get(), EPOLLIN, shared_from_this()));
+    }
 
     void OnEvents(uint32_t) override {
         char unread[64];
         ssize_t got = read(fd_.get(), unread, sizeof(unread));
         if (got > 0 || (got < 0 && (errno == EINTR || errno == EAGAIN))) return;
-        host::Housekeeper::Get().Forget(fd_.get(), key_);
+        uint64_t key = key_.load();
+        if (key == 0) return;  // Begin has not come back yet; the end stays to be seen
+        host::Housekeeper::Get().Forget(fd_.get(), key);
         host::Pool::Get().End();
     }
 
   private:
     host::UniqueFd fd_;
-    uint64_t key_ = 0;
-    std::shared_ptr<EndOfPool> self_;
+    std::atomic<uint64_t> key_{0};
 };
 
 void WatchForEnd() {
@@ -40,15 +43,14 @@ void WatchForEnd() {
     char* rest = nullptr;
     long fd = strtol(named, &rest, 10);
     if (*rest != '\0' || fd < 0 || fcntl(static_cast<int>(fd), F_GETFD) < 0) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder", "BINDER_HOST_END_FD is no open descriptor: %s.", named);
+        __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                            "BINDER_HOST_END_FD is no open descriptor: %s.", named);
         return;
     }
     // From here on it belongs to the layer; a program that this one starts is not to inherit it.
     fcntl(static_cast<int>(fd), F_SETFD, FD_CLOEXEC);
-    auto* watch = new std::shared_ptr<EndOfPool>(std::make_shared<EndOfPool>(static_cast<int>(fd)));
     if (!host::Housekeeper::Get().Start()) return;
-    (*watch)->Keep(*watch);
-    (*watch)->Begin();
+    std::make_shared<EndOfPool>(static_cast<int>(fd))->Begin();
 }
 
 void WatchForEndOnce() {

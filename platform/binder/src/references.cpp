@@ -8,19 +8,22 @@
 namespace host {
 namespace {
 
-constexpr size_t kNamesDrawnAtOnce = 16;  // as many random bytes as the kernel gives without interruption
+constexpr size_t kNamesDrawnAtOnce =
+        16;  // as many random bytes as the kernel gives without interruption
 
 }  // namespace
 
 ExportTable& ExportTable::Get() {
-    static ExportTable* table = new ExportTable;  // never destroyed: releases come in until the very end
+    static ExportTable* table =
+            new ExportTable;  // never destroyed: releases come in until the very end
     return *table;
 }
 
 bool ExportTable::DrawName(RefId* id) {
     if (drawn_.empty()) {
         RefId names[kNamesDrawnAtOnce];
-        if (sys::GetRandom(names, sizeof(names)) != static_cast<ssize_t>(sizeof(names))) return false;
+        if (sys::GetRandom(names, sizeof(names)) != static_cast<ssize_t>(sizeof(names)))
+            return false;
         drawn_.assign(names, names + kNamesDrawnAtOnce);
     }
     *id = drawn_.back();
@@ -131,7 +134,8 @@ std::vector<BinderRef> Keeps::Close() {
     std::lock_guard lock(mutex_);
     closed_ = true;
     std::vector<BinderRef> all;
-    for (auto& [id, kept] : kept_) all.push_back(std::move(kept.binder));
+    for (auto& [id, kept] : kept_)
+        all.push_back(std::move(kept.binder));
     kept_.clear();
     return all;
 }
@@ -140,7 +144,8 @@ BinderRef ProxyTable::Arrive(const RefId& id, const Maker& make) {
     std::lock_guard lock(mutex_);
     if (closed_) return nullptr;
     ProxyBinder*& slot = proxies_[id];
-    // One that is losing its last reference stays out of the way: its own release settles its own arrivals.
+    // One that is losing its last reference stays out of the way: its own release settles its own
+    // arrivals.
     if (slot == nullptr || !slot->TryIncStrong()) slot = make();
     ++slot->arrivals;
     return BinderRef(slot);

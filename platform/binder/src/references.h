@@ -1,6 +1,6 @@
-// Who holds what, as plain tables without IPC in them. Each has a leaf lock of its own, under which nothing
-// is called or destroyed: what a table gives up it returns, and the caller drops it without any lock.
-// All functions: any thread.
+// Who holds what, as plain tables without IPC in them. Each has a leaf lock of its own, under which
+// nothing is called or destroyed: what a table gives up it returns, and the caller drops it without
+// any lock. All functions: any thread.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -18,8 +18,8 @@
 
 namespace host {
 
-// The objects of this process that others hold. An object is in it while its hand-overs exceed the releases,
-// and the table keeps a strong reference to it for so long. A name is never used again.
+// The objects of this process that others hold. An object is in it while its hand-overs exceed the
+// releases, and the table keeps a strong reference to it for so long. A name is never used again.
 class ExportTable {
   public:
     static ExportTable& Get();
@@ -44,7 +44,8 @@ class ExportTable {
 
     std::mutex mutex_;
     std::unordered_map<RefId, Entry, RefIdHash> entries_ GUARDED_BY(mutex_);
-    std::vector<RefId> drawn_ GUARDED_BY(mutex_);  // names drawn ahead, so that few calls ask the kernel
+    std::vector<RefId> drawn_
+            GUARDED_BY(mutex_);  // names drawn ahead, so that few calls ask the kernel
 };
 
 // What one peer holds of this process: hand-overs that it has not released, by object.
@@ -66,7 +67,8 @@ class Holdings {
     std::unordered_map<RefId, uint32_t, RefIdHash> counts_ GUARDED_BY(mutex_);
 };
 
-// References that this process passed on to one peer and keeps until the peer says that it holds its own.
+// References that this process passed on to one peer and keeps until the peer says that it holds
+// its own.
 class Keeps {
   public:
     // False if the peer is dead or too much is outstanding; then nothing is kept.
@@ -90,7 +92,8 @@ class ProxyTable {
   public:
     using Maker = std::function<ProxyBinder*()>;
 
-    // The stand-in for `id`, made if there is none, with one more arrival counted. Null if the peer is dead.
+    // The stand-in for `id`, made if there is none, with one more arrival counted. Null if the peer
+    // is dead.
     BinderRef Arrive(const RefId& id, const Maker& make) EXCLUDES(mutex_);
     // The one there is, or null.
     BinderRef Find(const RefId& id) EXCLUDES(mutex_);

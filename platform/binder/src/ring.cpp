@@ -21,14 +21,14 @@ struct RecordHeader {
 };
 static_assert(sizeof(RecordHeader) == kRecordAlign);
 
-// An empty ring is used from its start again once this much has been used, so that light traffic touches a
-// few pages only. Pages far behind are given back when a burst had used them.
+// An empty ring is used from its start again once this much has been used, so that light traffic
+// touches a few pages only. Pages far behind are given back when a burst had used them.
 constexpr size_t kRestartBytes = 16 * 1024;
 constexpr size_t kGiveBackBytes = 256 * 1024;
 constexpr size_t kKeepBytes = 64 * 1024;
 
-// Twice the bound on pending bytes: however records and one pad fall, the next record that the bound admits
-// finds contiguous room.
+// Twice the bound on pending bytes: however records and one pad fall, the next record that the
+// bound admits finds contiguous room.
 static_assert(RingMemory::kDataBytes >= 2 * kMaxOnewayPendingBytes);
 
 }  // namespace
@@ -47,7 +47,8 @@ RingMemory::~RingMemory() {
 bool RingMemory::Create(UniqueFd* file) {
     UniqueFd created(sys::MemfdCreate("binder-oneway", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     if (!created.ok() || sys::Ftruncate(created.get(), kTotalBytes) != 0) return false;
-    if (sys::Fcntl(created.get(), F_ADD_SEALS, kRingSeals) != 0 || !MapFile(created.get())) return false;
+    if (sys::Fcntl(created.get(), F_ADD_SEALS, kRingSeals) != 0 || !MapFile(created.get()))
+        return false;
     new (base_) RingControl{};
     // The reader has not looked yet: it reads everything when it gets the ring.
     *file = std::move(created);
@@ -59,7 +60,8 @@ bool RingMemory::Map(int file) {
     if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
     if (facts.st_size != static_cast<off_t>(kTotalBytes)) return false;
     int seals = sys::Fcntl(file, F_GET_SEALS, 0);
-    if (seals < 0 || (seals & kRingSeals) != kRingSeals || (seals & F_SEAL_WRITE) != 0) return false;
+    if (seals < 0 || (seals & kRingSeals) != kRingSeals || (seals & F_SEAL_WRITE) != 0)
+        return false;
     return MapFile(file);
 }
 
@@ -108,8 +110,10 @@ bool RingWriter::SkipToStart() {
 }
 
 void RingWriter::GivePagesBack() {
-    // Best effort: without it the pages only stay resident. The reader has read everything behind here.
-    fallocate(file_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, RingMemory::kControlBytes + kKeepBytes,
+    // Best effort: without it the pages only stay resident. The reader has read everything behind
+    // here.
+    fallocate(file_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+              RingMemory::kControlBytes + kKeepBytes,
               static_cast<off_t>(RingMemory::kDataBytes - kKeepBytes));
     high_water_ = 0;
 }
@@ -119,7 +123,8 @@ bool RingWriter::Publish() {
     accepted_ += next_size_;
     if (Offset(position_) > high_water_) high_water_ = Offset(position_);
     RingControl& control = memory_->control();
-    // Both sides write their own word and then read the other's: sequentially consistent, or a wake-up is lost.
+    // Both sides write their own word and then read the other's: sequentially consistent, or a
+    // wake-up is lost.
     control.produced.store(position_, std::memory_order_seq_cst);
     return control.sleeping.load(std::memory_order_seq_cst) != 0 &&
            control.sleeping.exchange(0, std::memory_order_seq_cst) != 0;
@@ -127,9 +132,11 @@ bool RingWriter::Publish() {
 
 RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
     for (;;) {
-        uint64_t available = memory_->control().produced.load(std::memory_order_seq_cst) - position_;
+        uint64_t available =
+                memory_->control().produced.load(std::memory_order_seq_cst) - position_;
         if (available == 0) return Result::kEmpty;
-        if (available > RingMemory::kDataBytes || available < sizeof(RecordHeader)) return Result::kBroken;
+        if (available > RingMemory::kDataBytes || available < sizeof(RecordHeader))
+            return Result::kBroken;
         size_t offset = position_ % RingMemory::kDataBytes;
         RecordHeader header;
         memcpy(&header, memory_->data() + offset, sizeof(header));

@@ -1,8 +1,10 @@
 // A bounded byte ring in memory that two processes share: one writes records, the other reads them.
-// It needs no system call while the reader is awake, which is what lets many oneway calls leave for one wake-up.
+// It needs no system call while the reader is awake, which is what lets many oneway calls leave for
+// one wake-up.
 //
-// Nothing in the shared memory is trusted. Each side keeps its own position and only compares the other's
-// against it; a record is copied out before it is read. The memory is a sealed file that cannot shrink.
+// Nothing in the shared memory is trusted. Each side keeps its own position and only compares the
+// other's against it; a record is copied out before it is read. The memory is a sealed file that
+// cannot shrink.
 //
 // The writer is used by one thread at a time, and so is the reader; the two run in parallel.
 #pragma once
@@ -19,10 +21,10 @@ namespace host {
 
 // What the two sides share, ahead of the records. One cache line for each writer.
 struct RingControl {
-    alignas(64) std::atomic<uint64_t> produced;   // writer: bytes of records written, ever
-    alignas(64) std::atomic<uint64_t> consumed;   // reader: bytes of records read, ever
-    std::atomic<uint64_t> finished;               // reader: bytes of calls that have begun to run, ever
-    alignas(64) std::atomic<uint32_t> sleeping;   // reader: wants a wake-up for the next record
+    alignas(64) std::atomic<uint64_t> produced;  // writer: bytes of records written, ever
+    alignas(64) std::atomic<uint64_t> consumed;  // reader: bytes of records read, ever
+    std::atomic<uint64_t> finished;  // reader: bytes of calls that have begun to run, ever
+    alignas(64) std::atomic<uint32_t> sleeping;  // reader: wants a wake-up for the next record
 };
 static_assert(sizeof(RingControl) <= 4096 && std::atomic<uint64_t>::is_always_lock_free);
 
@@ -61,11 +63,13 @@ class RingWriter {
     // The ring behind `memory`, which outlives this. The file is only needed to give pages back.
     RingWriter(RingMemory* memory, int file) : memory_(memory), file_(file) {}
 
-    // Bytes of calls accepted and not yet run, as far as the reader tells; nullopt if what it tells is impossible.
+    // Bytes of calls accepted and not yet run, as far as the reader tells; nullopt if what it tells
+    // is impossible.
     std::optional<size_t> Pending();
 
-    // A place for a record of `body_size` bytes of body, to be filled before Publish. Null if the reader has
-    // moved its position to where it cannot be. There is always room for what the limit on pending bytes admits.
+    // A place for a record of `body_size` bytes of body, to be filled before Publish. Null if the
+    // reader has moved its position to where it cannot be. There is always room for what the limit
+    // on pending bytes admits.
     uint8_t* Begin(size_t body_size);
     // Makes the record visible; true if the reader sleeps and must be woken by the caller.
     bool Publish();
@@ -94,8 +98,8 @@ class RingReader {
 
     enum class Result { kRecord, kEmpty, kBroken };
 
-    // The next record's body, still in shared memory: what is read from it must be copied out first, once.
-    // Valid until Pop. kBroken: the writer has written what no writer of ours writes.
+    // The next record's body, still in shared memory: what is read from it must be copied out
+    // first, once. Valid until Pop. kBroken: the writer has written what no writer of ours writes.
     Result Front(const uint8_t** body, size_t* body_size);
     void Pop();
 

@@ -24,7 +24,8 @@ std::string FolderFromEnvironment() {
     const char* named = getenv("BINDER_HOST_DIR");
     if (named != nullptr && *named != '\0') return named;
     const char* per_user = getenv("XDG_RUNTIME_DIR");
-    return std::string(per_user != nullptr && *per_user != '\0' ? per_user : "/run") + "/velmora-binder";
+    return std::string(per_user != nullptr && *per_user != '\0' ? per_user : "/run") +
+           "/velmora-binder";
 }
 
 binder_status_t Failed(binder_status_t status, std::string* error, const std::string& folder,
@@ -36,17 +37,21 @@ binder_status_t Failed(binder_status_t status, std::string* error, const std::st
 binder_status_t CheckFolder(const std::string& folder, std::string* error) {
     struct stat facts {};
     if (lstat(folder.c_str(), &facts) != 0) {
-        return Failed(STATUS_NAME_NOT_FOUND, error, folder, std::string("cannot be made: ") + strerror(errno));
+        return Failed(STATUS_NAME_NOT_FOUND, error, folder,
+                      std::string("cannot be made: ") + strerror(errno));
     }
-    if (!S_ISDIR(facts.st_mode)) return Failed(STATUS_NAME_NOT_FOUND, error, folder, "is not a folder");
+    if (!S_ISDIR(facts.st_mode))
+        return Failed(STATUS_NAME_NOT_FOUND, error, folder, "is not a folder");
     if (facts.st_uid != geteuid() && geteuid() != 0) {
         return Failed(STATUS_PERMISSION_DENIED, error, folder,
-                      "belongs to uid " + std::to_string(facts.st_uid) + ", not to uid " + std::to_string(geteuid()));
+                      "belongs to uid " + std::to_string(facts.st_uid) + ", not to uid " +
+                              std::to_string(geteuid()));
     }
     if ((facts.st_mode & 0777) != 0700) {
         char rights[8];
         snprintf(rights, sizeof(rights), "%04o", facts.st_mode & 07777);
-        return Failed(STATUS_PERMISSION_DENIED, error, folder, std::string("has the rights ") + rights + ", not 0700");
+        return Failed(STATUS_PERMISSION_DENIED, error, folder,
+                      std::string("has the rights ") + rights + ", not 0700");
     }
     return STATUS_OK;
 }
@@ -57,10 +62,11 @@ binder_status_t RuntimeFolder(std::string* path, std::string* error) {
     std::string folder = FolderFromEnvironment();
     size_t longest = folder.size() + 1 + kLongestSocketName;
     if (longest >= sizeof(sockaddr_un::sun_path)) {
-        return Failed(STATUS_BAD_VALUE, error, folder,
-                      "has a path that is too long for a socket address: " + std::to_string(folder.size()) +
-                              " bytes, at most " +
-                              std::to_string(sizeof(sockaddr_un::sun_path) - 2 - kLongestSocketName));
+        return Failed(
+                STATUS_BAD_VALUE, error, folder,
+                "has a path that is too long for a socket address: " +
+                        std::to_string(folder.size()) + " bytes, at most " +
+                        std::to_string(sizeof(sockaddr_un::sun_path) - 2 - kLongestSocketName));
     }
     // Whether it was made here or stood there already, it is checked alike.
     mkdir(folder.c_str(), 0700);
@@ -101,7 +107,8 @@ void SweepFolder(const std::string& folder) {
     if (entries == nullptr) return;
     while (dirent* entry = readdir(entries)) {
         auto pid = PidOfEndpointName(entry->d_name);
-        if (pid && kill(*pid, 0) != 0 && errno == ESRCH) unlink((folder + "/" + entry->d_name).c_str());
+        if (pid && kill(*pid, 0) != 0 && errno == ESRCH)
+            unlink((folder + "/" + entry->d_name).c_str());
     }
     closedir(entries);
 }

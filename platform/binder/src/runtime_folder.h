@@ -18,7 +18,8 @@ binder_status_t RuntimeFolder(std::string* path, std::string* error);
 std::string ReadContextName(const std::string& folder);
 // Enters `name` in its place, atomically.
 bool WriteContextName(const std::string& folder, const std::string& name);
-// Keeps other service managers off the folder while this process lives; STATUS_ALREADY_EXISTS if one is there.
+// Keeps other service managers off the folder while this process lives; STATUS_ALREADY_EXISTS if
+// one is there.
 binder_status_t LockContext(const std::string& folder, std::string* error);
 
 // Removes the sockets of processes that are gone.

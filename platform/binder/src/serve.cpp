@@ -52,7 +52,8 @@ CallFrame*& CurrentCall() {
 binder_status_t WriteInterfaceName(AParcel* parcel, const AIBinder_Class* clazz) {
     auto size = static_cast<int32_t>(clazz->descriptor.size());
     binder_status_t status = AParcel_writeInt32(parcel, size);
-    return status != STATUS_OK ? status : parcel->Write(clazz->descriptor.data(), clazz->descriptor.size());
+    return status != STATUS_OK ? status
+                               : parcel->Write(clazz->descriptor.data(), clazz->descriptor.size());
 }
 
 binder_status_t Dispatch(LocalBinder* target, uint32_t code, const AParcel* in, AParcel* out) {
@@ -69,7 +70,8 @@ binder_status_t Dispatch(LocalBinder* target, uint32_t code, const AParcel* in, 
 
 Served ServeCall(CallConnection* connection, Bytes body, bool nested) {
     auto call = DecodeCall(body);
-    if (!call || call->body.depth == 0 || (call->body.flags & FLAG_ONEWAY) != 0) return Served::kMalformed;
+    if (!call || call->body.depth == 0 || (call->body.flags & FLAG_ONEWAY) != 0)
+        return Served::kMalformed;
     PooledParcel in(ObtainParcel());
     if (!ReceiveInto(in.get(), connection, call->message)) return Served::kMalformed;
     BinderRef target = ExportTable::Get().Find(call->body.target);
@@ -89,7 +91,8 @@ Served ServeCall(CallConnection* connection, Bytes body, bool nested) {
         status = Run(AsLocal(target.get()), call->body, in.get(), out.get());
     }
     if (frame.deferred) return Served::kDeferred;
-    // The arguments go before the answer leaves: whoever has the answer finds nothing of them held any more.
+    // The arguments go before the answer leaves: whoever has the answer finds nothing of them held
+    // any more.
     in.reset();
     target.reset();
     return Answered(connection->SendReply(status, out.get(), nested));
@@ -106,7 +109,8 @@ DeferredReply::~DeferredReply() {
 }
 
 bool DeferredReply::CallerIsAlive() const {
-    return state_ != nullptr && !state_->connection->peer()->IsDead() && state_->connection->IsOpen();
+    return state_ != nullptr && !state_->connection->peer()->IsDead() &&
+           state_->connection->IsOpen();
 }
 
 void DeferredReply::Send(binder_status_t status, const AParcel* reply) {

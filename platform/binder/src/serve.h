@@ -25,7 +25,8 @@ enum class Served {
     kMalformed,  // the message is not one that a process of ours sends
 };
 
-// Runs one two-way call and answers it. `nested`: the calling thread waits on this connection itself.
+// Runs one two-way call and answers it. `nested`: the calling thread waits on this connection
+// itself.
 Served ServeCall(CallConnection* connection, Bytes body, bool nested);
 
 // Calls the object: checks the interface named in the parcel, then runs the class's code.

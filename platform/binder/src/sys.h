@@ -22,7 +22,8 @@ extern std::atomic<bool> g_fault_armed;
 int TakeFault(const char* name);
 
 inline bool Fails(const char* name) {
-    if (!g_fault_armed.load(std::memory_order_relaxed)) [[likely]] return false;
+    if (!g_fault_armed.load(std::memory_order_relaxed)) [[likely]]
+        return false;
     int error = TakeFault(name);
     if (error == 0) return false;
     errno = error;

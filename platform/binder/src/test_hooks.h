@@ -3,8 +3,9 @@
 
 namespace host::test {
 
-// The n-th call, counted from now and from 1, of the transport's system call `name` ("sendmsg", "accept4", ...)
-// fails once with `error`. n = 0 takes the switch back. One switch at a time. Any thread.
+// The n-th call, counted from now and from 1, of the transport's system call `name` ("sendmsg",
+// "accept4", ...) fails once with `error`. n = 0 takes the switch back. One switch at a time. Any
+// thread.
 void FailSystemCall(const char* name, int n, int error);
 
 // Whether the call armed last has failed by now.

@@ -1,5 +1,5 @@
-// What two processes say to each other: frames of a header and a body, little-endian. Values only; a body
-// is read by copying it out, never in place.
+// What two processes say to each other: frames of a header and a body, little-endian. Values only;
+// a body is read by copying it out, never in place.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,8 @@
 
 namespace host {
 
-// Names an exported object. The bits are the right to call it; the service manager's own object is the one
-// exception, whose bits everybody knows.
+// Names an exported object. The bits are the right to call it; the service manager's own object is
+// the one exception, whose bits everybody knows.
 struct RefId {
     uint64_t bits[2] = {0, 0};
 
@@ -22,7 +22,9 @@ struct RefId {
 inline constexpr RefId kContextObjectId = {};
 
 struct RefIdHash {
-    size_t operator()(const RefId& id) const { return static_cast<size_t>(id.bits[0] ^ id.bits[1]); }
+    size_t operator()(const RefId& id) const {
+        return static_cast<size_t>(id.bits[0] ^ id.bits[1]);
+    }
 };
 
 inline constexpr uint16_t kFrameMagic = 0x4256;
@@ -69,7 +71,8 @@ struct CallBody {
 };
 static_assert(sizeof(CallBody) == 40);
 
-inline constexpr uint32_t kReplyCarriesMemory = 1;  // a sealed memory file; the data is its size as a uint64
+inline constexpr uint32_t kReplyCarriesMemory =
+        1;  // a sealed memory file; the data is its size as a uint64
 
 struct ReplyBody {
     int32_t status;
@@ -103,8 +106,8 @@ enum class OwnerKind : uint8_t { kSender = 1, kReceiver = 2, kOther = 3 };
 inline constexpr uint8_t kObjectIsVintf = 1;
 inline constexpr uint8_t kObjectWantsSettled = 2;
 
-// One entry of a message's table of references, followed by the owner's name (kOther only) and the interface
-// descriptor, padded to four bytes.
+// One entry of a message's table of references, followed by the owner's name (kOther only) and the
+// interface descriptor, padded to four bytes.
 struct WireObject {
     uint32_t offset;  // where in the data its index stands
     OwnerKind owner_kind;
@@ -117,7 +120,9 @@ struct WireObject {
 static_assert(sizeof(WireObject) == 32);
 
 // The largest body that any frame may announce: a full transaction behind its fixed part.
-inline constexpr size_t kFixedBodyMax = sizeof(HelloBody) > sizeof(SettledBody) ? sizeof(HelloBody) : sizeof(SettledBody);
+inline constexpr size_t kFixedBodyMax = sizeof(HelloBody) > sizeof(SettledBody)
+                                                ? sizeof(HelloBody)
+                                                : sizeof(SettledBody);
 
 constexpr size_t Padded(size_t size) {
     return (size + 3) & ~size_t{3};
