@@ -194,7 +194,10 @@ void CallConnection::LeavePool() {
 
 void CallConnection::Rearm() {
     uint64_t key = key_.load();
-    if (key != 0) Pool::Get().Rearm(fd_.get(), key, kept_.empty() ? EPOLLIN : EPOLLOUT);
+    uint32_t events = kept_.empty() ? EPOLLIN : EPOLLOUT;
+    int fd = fd_.get();
+    handed_over_.store(true, std::memory_order_release);
+    if (key != 0) Pool::Get().Rearm(fd, key, events);
 }
 
 void CallConnection::ShutDown() {
@@ -208,6 +211,7 @@ bool CallConnection::IsOpen() const {
 
 void CallConnection::OnReady(uint32_t) {
     auto self = shared_from_this();
+    handed_over_.exchange(false, std::memory_order_acq_rel);
     if (!kept_.empty() && !SendKept()) return peer_->DropAccepted(self);
     if (!kept_.empty()) return Rearm();
     if (!ServeFrames()) peer_->DropAccepted(self);

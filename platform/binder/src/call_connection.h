@@ -69,6 +69,8 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     UniqueFd fd_;
     const bool ours_;
     std::atomic<uint64_t> key_{0};
+    // Hands the plain members below from the thread that rearmed to the one that is woken next.
+    std::atomic<bool> handed_over_{false};
     Buffer in_;
     size_t frame_size_ = 0;  // of the frame handed out last, still at the start of in_
     Buffer kept_;            // a reply that the socket has not taken
