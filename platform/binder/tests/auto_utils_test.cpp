@@ -71,6 +71,7 @@ TEST(ScopedAResourceTest, EachValueIsEndedOnceByItsLastOwner) {
         ten.set(100);
         EXPECT_EQ(ten.release(), 100);
         *ten.getR() = 1000;
+        EXPECT_EQ(*ten.getR(), 1000) << "who takes a value over through the pointer finds it";
         ScopedInt taken(std::move(ten));
         EXPECT_EQ(taken.get(), 1000);
         EXPECT_EQ(deleted_sum, 1);

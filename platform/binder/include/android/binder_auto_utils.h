@@ -104,11 +104,9 @@ class ScopedAResource {
     T get() const { return value_; }
     // Leaves the value to the caller.
     [[nodiscard]] T release() { return std::exchange(value_, DEFAULT); }
-    // For functions that give a value through a pointer; what is held is ended first.
-    T* getR() {
-        set(DEFAULT);
-        return &value_;
-    }
+    // For functions that take the value over through a pointer, or give one to an owner of nothing:
+    // what is held is not ended here.
+    T* getR() { return &value_; }
 
   private:
     T value_;
