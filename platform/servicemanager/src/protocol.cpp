@@ -108,7 +108,7 @@ binder_status_t ReadPage(const AParcel* parcel, std::vector<ServiceInfo>* page) 
 
 const AIBinder_Class* ServiceManagerClass() {
     static const AIBinder_Class* const clazz = AIBinder_Class_define(
-            "host.IServiceManager", [](void* stub) { return stub; }, [](void*) {},
+            "servicemanager", [](void* stub) { return stub; }, [](void*) {},
             [](AIBinder* binder, transaction_code_t code, const AParcel* in, AParcel* out) {
                 auto* stub = static_cast<ServiceManagerStub*>(AIBinder_getUserData(binder));
                 return stub->OnTransact(code, in, out);

@@ -63,8 +63,9 @@ class ServiceManagerStub {
                                        AParcel* out) = 0;
 };
 
-// The class of the service manager's object, the same for both sides. AIBinder_new() with it takes
-// a ServiceManagerStub*, which must outlive the object.
+// The class of the service manager's object, the same for both sides; the transport knows the
+// object by its descriptor, "servicemanager". AIBinder_new() with it takes a ServiceManagerStub*,
+// which must outlive the object.
 const AIBinder_Class* ServiceManagerClass();
 
 }  // namespace host

@@ -18,7 +18,7 @@
 namespace host::testing {
 
 struct LaunchOptions {
-    std::map<std::string, std::string> environment;  // beside what this process has
+    std::map<std::string, std::string> environment = {};  // beside what this process has
     bool pipe_input = false;                         // else /dev/null
     bool pipe_output = false;                        // else standard error
     bool echo_log = true;     // the child's standard error also appears on ours
