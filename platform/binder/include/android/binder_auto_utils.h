@@ -19,6 +19,8 @@ namespace ndk {
 class SpAIBinder {
   public:
     SpAIBinder() = default;
+    // NOLINTNEXTLINE(google-explicit-constructor): null is passed as such where a binder is asked
+    // for.
     SpAIBinder(std::nullptr_t) {}
     // Takes over a reference that the caller has.
     explicit SpAIBinder(AIBinder* binder) : binder_(binder) {}
@@ -27,8 +29,8 @@ class SpAIBinder {
     ~SpAIBinder() { set(nullptr); }
 
     SpAIBinder& operator=(const SpAIBinder& other) {
-        AIBinder_incStrong(other.binder_);
-        set(other.binder_);
+        SpAIBinder copy(other);
+        std::swap(binder_, copy.binder_);
         return *this;
     }
     SpAIBinder& operator=(SpAIBinder&& other) noexcept {

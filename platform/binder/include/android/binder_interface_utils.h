@@ -44,6 +44,8 @@ class SharedRefBase {
     }
 
   protected:
+    // For the destructors of derived classes; operator new is closed to those too.
+    // NOLINTNEXTLINE(misc-new-delete-overloads)
     static void operator delete(void* memory) { ::operator delete(memory); }
 
   private:
