@@ -19,8 +19,8 @@ namespace ndk {
 class SpAIBinder {
   public:
     SpAIBinder() = default;
-    // NOLINTNEXTLINE(google-explicit-constructor): null is passed as such where a binder is asked
-    // for.
+    // Null may be passed as such where a binder is asked for.
+    // NOLINTNEXTLINE(google-explicit-constructor)
     SpAIBinder(std::nullptr_t) {}
     // Takes over a reference that the caller has.
     explicit SpAIBinder(AIBinder* binder) : binder_(binder) {}
