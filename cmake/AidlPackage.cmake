@@ -1,8 +1,7 @@
 # Declares AIDL packages.
 #
-# VELMORA_AIDL_TOOL: path of an `aidl` that runs on the machine that builds. Needed by nobody: where
-# the build's own `aidl` cannot run (a cross build, or the thread-safety preset, which links
-# nothing), one is built with the machine's default compiler.
+# VELMORA_AIDL_TOOL: path of an `aidl` that runs on the machine that builds, in place of the one of
+# this build. A cross build that does not set it gets one built with the machine's own compiler.
 
 include_guard(GLOBAL)
 
@@ -16,7 +15,7 @@ function(velmora_find_aidl_tool tool depends)
         set(${depends} "${VELMORA_AIDL_TOOL}" PARENT_SCOPE)
         return()
     endif()
-    if(NOT CMAKE_CROSSCOMPILING AND NOT VELMORA_THREAD_SAFETY)
+    if(NOT CMAKE_CROSSCOMPILING)
         set(${tool} "$<TARGET_FILE:aidl>" PARENT_SCOPE)
         set(${depends} aidl PARENT_SCOPE)
         return()
@@ -97,7 +96,7 @@ function(aidl_package)
         OUTPUT ${generated}
         COMMAND "${tool}" compile ${common} ${check} --out "${out}" ${sources}
         DEPENDS ${inputs} ${frozen_files} ${tool_depends}
-        COMMENT "" VERBATIM)
+        COMMENT "Generating ${library}" VERBATIM)
     add_custom_target(${ARG_NAME}-V${ARG_VERSION}-freeze
         COMMAND "${tool}" freeze ${common} --api "${api}" ${sources}
         DEPENDS ${tool_depends}

@@ -27,10 +27,11 @@ class Lexer {
             : text_(text), file_(file), diagnostics_(diagnostics) {}
 
     std::vector<Token> Run() {
-        if (CheckText()) {
-            while (SkipBlanks() && at_ < text_.size() && Next()) {
-            }
+        if (!CheckText()) return {};
+        while (SkipBlanks() && at_ < text_.size()) {
+            if (!Next()) return {};
         }
+        if (at_ < text_.size()) return {};
         const auto end = static_cast<uint32_t>(at_);
         tokens_.push_back({Token::Kind::kEnd, {}, {file_, end, end}, doc_});
         return std::move(tokens_);

@@ -21,7 +21,7 @@ struct Token {
 };
 
 // The tokens of a file, the last one kEnd. On the first byte that belongs to no token the error is
-// noted and the list ends there, with kEnd too. Refuses text that is not UTF-8 and characters that
+// noted and the list is empty. Refuses text that is not UTF-8 and characters that
 // would make source or generated code read differently from what it says.
 std::vector<Token> Tokenize(const SourceSet& sources, uint32_t file, Diagnostics* diagnostics);
 

@@ -11,8 +11,8 @@ namespace {
 
 class Parser {
   public:
-    Parser(const SourceSet& sources, uint32_t file, Diagnostics* diagnostics)
-            : file_(file), tokens_(Tokenize(sources, file, diagnostics), diagnostics) {}
+    Parser(std::vector<Token> tokens, uint32_t file, Diagnostics* diagnostics)
+            : file_(file), tokens_(std::move(tokens), diagnostics) {}
 
     std::unique_ptr<Document> Run() {
         auto document = std::make_unique<Document>();
@@ -231,7 +231,9 @@ class Parser {
 }  // namespace
 
 std::unique_ptr<Document> Parse(const SourceSet& sources, uint32_t file, Diagnostics* diagnostics) {
-    return Parser(sources, file, diagnostics).Run();
+    std::vector<Token> tokens = Tokenize(sources, file, diagnostics);
+    if (tokens.empty()) return nullptr;
+    return Parser(std::move(tokens), file, diagnostics).Run();
 }
 
 }  // namespace host::aidl

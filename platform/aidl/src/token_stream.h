@@ -17,6 +17,7 @@ namespace host::aidl {
 // unwinds without further messages.
 class TokenStream {
   public:
+    // The last token is kEnd.
     TokenStream(std::vector<Token> tokens, Diagnostics* diagnostics)
             : tokens_(std::move(tokens)), diagnostics_(diagnostics) {}
 

@@ -96,6 +96,10 @@ OutputFile ClassHeader(const Document& document, const std::string& name,
     out.Line("#pragma once");
     out.Blank();
     Include(HeaderPath(document, document.type->name.text), &out);
+    // Who implements or calls the interface needs all that its header only declares.
+    for (const TypeDecl* named : Named(*document.type)) {
+        Include(HeaderPath(*named->document, named->name.text), &out);
+    }
     out.Blank();
     OpenNamespace(document, &out);
     declare(*document.type, &out);

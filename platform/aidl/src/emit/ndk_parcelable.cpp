@@ -94,6 +94,7 @@ void DeclareParcelable(const TypeDecl& type, const EmitOptions& options, CodeWri
                   ";");
     }
     if (!type.fields.empty()) out->Blank();
+    DeclareConstructor(type, out);
     out->Line("binder_status_t readFromParcel(const AParcel* _aidl_parcel);");
     out->Line("binder_status_t writeToParcel(AParcel* _aidl_parcel) const;");
     out->Line("std::string toString() const;");
@@ -103,6 +104,7 @@ void DeclareParcelable(const TypeDecl& type, const EmitOptions& options, CodeWri
 
 void DefineParcelable(const TypeDecl& type, CodeWriter* out) {
     out->Line("const char* " + LocalName(type) + "::descriptor = \"" + QualifiedName(type) + "\";");
+    DefineConstructor(type, out);
     out->Blank();
     DefineRead(type, out);
     DefineWrite(type, out);

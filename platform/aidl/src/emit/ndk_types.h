@@ -38,6 +38,12 @@ void DefineStub(const TypeDecl& type, const EmitOptions& options, CodeWriter* ou
 void DeclareStub(const TypeDecl& type, CodeWriter* out);
 void DeclareProxy(const TypeDecl& type, CodeWriter* out);
 
+// The default constructor of a parcelable or union, if it needs to be written. Inside the class
+// around it, a nested class with initializers does not count as default-constructible unless it is;
+// others stay aggregates.
+void DeclareConstructor(const TypeDecl& type, CodeWriter* out);
+void DefineConstructor(const TypeDecl& type, CodeWriter* out);
+
 // Comparison of parcelables and unions: operators over `tied`, an expression for all the fields.
 void DeclareComparison(const TypeDecl& type, const std::string& tied, CodeWriter* out);
 // Statements that write a value of the type to the stream _aidl_os.

@@ -150,6 +150,7 @@ void DeclareUnion(const TypeDecl& type, const EmitOptions& options, CodeWriter* 
     DeclareMake(name, out);
     DeclareAccess(out);
     out->Blank();
+    DeclareConstructor(type, out);
     out->Line("binder_status_t readFromParcel(const AParcel* _aidl_parcel);");
     out->Line("binder_status_t writeToParcel(AParcel* _aidl_parcel) const;");
     out->Line("std::string toString() const;");
@@ -164,6 +165,7 @@ void DeclareUnion(const TypeDecl& type, const EmitOptions& options, CodeWriter* 
 
 void DefineUnion(const TypeDecl& type, CodeWriter* out) {
     out->Line("const char* " + LocalName(type) + "::descriptor = \"" + QualifiedName(type) + "\";");
+    DefineConstructor(type, out);
     out->Blank();
     out->Open("void " + LocalName(type) + "::_aidl_wrong_tag() {");
     out->Line(

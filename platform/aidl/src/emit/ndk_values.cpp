@@ -1,4 +1,4 @@
-// Comparison and printing, which depend on what the fields allow.
+// Construction, comparison and printing, which depend on what the fields allow.
 
 #include "ndk_names.h"
 #include "ndk_types.h"
@@ -76,6 +76,15 @@ void PrintValue(const TypeRef& type, const std::string& value, CodeWriter* out) 
     out->Line("}");
 }
 
+void DeclareConstructor(const TypeDecl& type, CodeWriter* out) {
+    if (type.outer != nullptr) out->Line(type.name.text + "();");
+}
+
+void DefineConstructor(const TypeDecl& type, CodeWriter* out) {
+    if (type.outer == nullptr) return;
+    out->Line(LocalName(type) + "::" + type.name.text + "() = default;");
+}
+
 void DeclareComparison(const TypeDecl& type, const std::string& tied, CodeWriter* out) {
     if (!IsComparable(type)) return;
     const bool empty = type.fields.empty();
@@ -88,14 +97,12 @@ void DeclareComparison(const TypeDecl& type, const std::string& tied, CodeWriter
     }
     const char* rhs = empty ? "" : " _aidl_rhs";
     for (const char* op : {"==", "!=", "<", "<=", ">", ">="}) {
-        out->Open(std::string("bool operator") + op + "(const " + type.name.text + "&" + rhs +
-                  ") const {");
-        const std::string equal =
-                std::string(op).find('=') != std::string::npos && op[0] != '!' ? "true" : "false";
-        out->Line("return " +
-                  (empty ? equal : "_aidl_tie() " + std::string(op) + " _aidl_rhs._aidl_tie()") +
-                  ";");
-        out->Close("}");
+        const bool holds = std::string(op).find('=') != std::string::npos && op[0] != '!';
+        const std::string result =
+                empty ? (holds ? "true" : "false")
+                      : "_aidl_tie() " + std::string(op) + " _aidl_rhs._aidl_tie()";
+        out->Line(std::string("bool operator") + op + "(const " + type.name.text + "&" + rhs +
+                  ") const { return " + result + "; }");
     }
 }
 

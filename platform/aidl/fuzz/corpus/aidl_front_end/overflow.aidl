@@ -1,0 +1,2 @@
+package p;
+parcelable T { int x = ((((1 << 63)))) / -1; }

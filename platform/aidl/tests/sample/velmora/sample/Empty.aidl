@@ -1,0 +1,4 @@
+package velmora.sample;
+
+parcelable Empty {
+}
