@@ -223,6 +223,7 @@ bool CallConnection::ServeFrames() {
         Bytes body;
         Result result = Read(/*wait=*/false, &type, &body);
         if (result == Result::kClosed) return false;
+        if (result == Result::kIncomplete) break;
         if (result == Result::kFrame) {
             Served served = type == FrameType::kCall ? ServeCall(this, body, /*nested=*/false)
                                                      : Served::kMalformed;
