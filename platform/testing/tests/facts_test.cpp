@@ -1,0 +1,102 @@
+// Labels: threads
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <mutex>
+#include <thread>
+
+#define LOG_TAG "facts"
+#include <host_testing.h>
+
+namespace host::testing {
+namespace {
+
+using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+
+TEST(ProcessFacts, CountDescriptorsAndThreads) {
+    const int descriptors = OpenDescriptors(getpid());
+    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(OpenDescriptors(getpid()), descriptors + 1);
+    close(fd);
+    EXPECT_EQ(OpenDescriptors(getpid()), descriptors);
+
+    const int threads = Threads(getpid());
+    std::mutex mutex;
+    mutex.lock();
+    std::thread thread([&mutex] { std::lock_guard lock(mutex); });
+    EXPECT_EQ(Threads(getpid()), threads + 1);
+    mutex.unlock();
+    thread.join();
+    EXPECT_TRUE(Eventually([&] { return Threads(getpid()) == threads; }));
+}
+
+TEST(ProcessFacts, GrowWithMemoryAndWaiting) {
+    EXPECT_EQ(ProcessState(getpid()), 'R');
+    const int64_t before = ResidentKib(getpid());
+    std::vector<char> memory(64 << 20, 'x');
+    EXPECT_GE(ResidentKib(getpid()), before + (60 << 10)) << memory.back();
+
+    const int64_t switches = ContextSwitches(getpid());
+    int calls = 0;
+    EXPECT_TRUE(Eventually([&calls] { return ++calls == 5; }));
+    EXPECT_GE(ContextSwitches(getpid()), switches + 4);
+}
+
+TEST(ProcessFacts, SayThatAProcessIsGone) {
+    constexpr pid_t kNobody = 1 << 30;
+    EXPECT_EQ(OpenDescriptors(kNobody), -1);
+    EXPECT_EQ(Threads(kNobody), -1);
+    EXPECT_EQ(ResidentKib(kNobody), -1);
+    EXPECT_EQ(ContextSwitches(kNobody), -1);
+    EXPECT_EQ(ProcessState(kNobody), 0);
+}
+
+TEST(Eventually, AsksOnceMoreThanItWaitsAndGivesUp) {
+    EXPECT_TRUE(Eventually([] { return true; }, milliseconds(0)));
+    EXPECT_FALSE(Eventually([] { return false; }, milliseconds(5)));
+}
+
+TEST(LogCapture, RecordsBothRoutesInOrderAndGivesThemBack) {
+    const auto self = static_cast<pid_t>(syscall(SYS_gettid));
+    {
+        LogCapture capture;
+        __android_log_print(ANDROID_LOG_DEBUG, "tag", "number %d\nand more", 5);
+        LOG(WARNING) << "streamed";
+        const std::vector<LogLine> lines = capture.lines();
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_EQ(lines[0].priority, ANDROID_LOG_DEBUG);
+        EXPECT_EQ(lines[0].route, LogRoute::kPrint);
+        EXPECT_EQ(lines[0].tag, "tag");
+        EXPECT_EQ(lines[0].text, "number 5\nand more");
+        EXPECT_EQ(lines[0].thread, self);
+        EXPECT_EQ(lines[1].priority, ANDROID_LOG_WARN);
+        EXPECT_EQ(lines[1].route, LogRoute::kBase);
+        EXPECT_EQ(lines[1].tag, "facts");
+        EXPECT_EQ(lines[1].text, "streamed");
+        EXPECT_THAT(capture.Texts("stream"), ElementsAre("streamed"));
+        capture.Clear();
+        EXPECT_TRUE(capture.lines().empty());
+    }
+    ::testing::internal::CaptureStderr();
+    __android_log_print(ANDROID_LOG_INFO, "tag", "printed afterwards");
+    LOG(INFO) << "streamed afterwards";
+    const std::string text = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(text.find("printed afterwards"), std::string::npos);
+    EXPECT_NE(text.find("streamed afterwards"), std::string::npos);
+}
+
+TEST(LogCapture, WaitsForWhatAnotherThreadLogs) {
+    LogCapture capture;
+    std::thread thread([] { LOG(ERROR) << "from elsewhere"; });
+    EXPECT_TRUE(capture.WaitForText("elsewhere"));
+    thread.join();
+    EXPECT_NE(capture.lines()[0].thread, static_cast<pid_t>(syscall(SYS_gettid)));
+    EXPECT_FALSE(capture.WaitForText("nothing", milliseconds(5)));
+}
+
+}  // namespace
+}  // namespace host::testing
