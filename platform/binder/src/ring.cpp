@@ -89,7 +89,9 @@ uint8_t* RingWriter::Begin(size_t body_size) {
     seen_consumed_ = consumed;
     next_size_ = RecordSize(body_size);
     size_t to_end = RingMemory::kDataBytes - Offset(position_);
-    bool restart = consumed == position_ && Offset(position_) >= kRestartBytes;
+    // A pad counts as written until the reader has passed it: the record must fit beside it.
+    bool restart = consumed == position_ && Offset(position_) >= kRestartBytes &&
+                   next_size_ <= Offset(position_);
     if ((restart || to_end < next_size_) && !SkipToStart()) return nullptr;
     if (position_ + next_size_ - consumed > RingMemory::kDataBytes) return nullptr;
     uint8_t* record = memory_->data() + Offset(position_);
