@@ -1,0 +1,206 @@
+// Labels: memory
+#include "src/ring.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <vector>
+
+#include "src/limits.h"
+
+namespace host {
+namespace {
+
+// One ring, as the writer and the reader map it.
+class Ring : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(written_.Create(&file_));
+        ASSERT_TRUE(read_.Map(file_.get()));
+        writer_.emplace(&written_, file_.get());
+        reader_.emplace(&read_);
+    }
+
+    // Whether the writer found a place for a record filled with `value`.
+    bool Write(size_t size, uint8_t value) {
+        uint8_t* place = writer_->Begin(size);
+        if (place == nullptr) return false;
+        memset(place, value, size);
+        writer_->Publish();
+        return true;
+    }
+
+    // The next record is one of that size, all `value`; the reader runs it.
+    bool Read(size_t size, uint8_t value) {
+        const uint8_t* body;
+        size_t body_size;
+        if (reader_->Front(&body, &body_size) != RingReader::Result::kRecord) return false;
+        bool same = body_size >= size &&
+                    RingWriter::RecordSize(body_size) == RingWriter::RecordSize(size);
+        for (size_t i = 0; same && i < size; ++i)
+            same = body[i] == value;
+        reader_->Pop();
+        reader_->Finish(RingWriter::RecordSize(size));
+        return same;
+    }
+
+    RingReader::Result Front() {
+        const uint8_t* body;
+        size_t size;
+        return reader_->Front(&body, &size);
+    }
+
+    UniqueFd file_;
+    RingMemory written_;
+    RingMemory read_;
+    std::optional<RingWriter> writer_;
+    std::optional<RingReader> reader_;
+};
+
+TEST_F(Ring, CarriesRecordsOfEverySizeAcrossItsEnd) {
+    const size_t sizes[] = {0, 1, 7, 8, 9, 4096, 100'000, 300'000, kMaxOnewayPendingBytes - 8};
+    uint8_t value = 0;
+    for (int round = 0; round < 50; ++round) {
+        for (size_t size : sizes) {
+            ASSERT_TRUE(Write(size, ++value)) << size;
+            ASSERT_TRUE(Read(size, value)) << size;
+        }
+    }
+    EXPECT_EQ(Front(), RingReader::Result::kEmpty);
+}
+
+TEST_F(Ring, TakesALargeRecordWhereverLightTrafficHasLeftIt) {
+    for (size_t light = 0; light < RingMemory::kDataBytes; light += 5'000) {
+        SetUp();
+        for (size_t used = 0; used < light; used += 1'000)
+            ASSERT_TRUE(Write(992, 1) && Read(992, 1));
+        ASSERT_TRUE(Write(kMaxOnewayPendingBytes - 8, 2)) << "behind " << light;
+        ASSERT_TRUE(Read(kMaxOnewayPendingBytes - 8, 2));
+    }
+}
+
+TEST_F(Ring, HasRoomForWhateverTheBoundAdmits) {
+    const size_t sizes[] = {200'000, 8, 100'000, 4'000, 180'000, 50'000};
+    std::vector<size_t> unread;
+    for (int i = 0; i < 3'000; ++i) {
+        size_t size = sizes[i % std::size(sizes)];
+        while (*writer_->Pending() + RingWriter::RecordSize(size) > kMaxOnewayPendingBytes) {
+            ASSERT_TRUE(Read(unread.front(), 7));
+            unread.erase(unread.begin());
+        }
+        ASSERT_TRUE(Write(size, 7)) << i;
+        unread.push_back(size);
+    }
+}
+
+TEST_F(Ring, CountsAsPendingWhatHasNotBeenRun) {
+    ASSERT_TRUE(Write(100, 1) && Write(200, 2));
+    EXPECT_EQ(writer_->Pending(), RingWriter::RecordSize(100) + RingWriter::RecordSize(200));
+    ASSERT_TRUE(Read(100, 1));
+    EXPECT_EQ(writer_->Pending(), RingWriter::RecordSize(200));
+}
+
+TEST_F(Ring, AsksForAWakeUpOnlyWhenTheReaderSleeps) {
+    writer_->Begin(8);
+    EXPECT_FALSE(writer_->Publish()) << "it has not slept yet";
+    EXPECT_FALSE(reader_->Sleep()) << "something is there";
+    ASSERT_TRUE(Read(8, 0));
+    EXPECT_TRUE(reader_->Sleep());
+    writer_->Begin(8);
+    EXPECT_TRUE(writer_->Publish());
+    writer_->Begin(8);
+    EXPECT_FALSE(writer_->Publish()) << "one wake-up is enough";
+}
+
+TEST_F(Ring, GivesThePagesOfABurstBack) {
+    auto resident = [this] {
+        struct stat facts {};
+        fstat(file_.get(), &facts);
+        return static_cast<size_t>(facts.st_blocks) * 512;
+    };
+    for (int i = 0; i < 100; ++i)
+        ASSERT_TRUE(Write(5'000, 1));
+    for (int i = 0; i < 100; ++i)
+        ASSERT_TRUE(Read(5'000, 1));
+    ASSERT_GE(resident(), size_t{500'000});
+    ASSERT_TRUE(Write(8, 1) && Read(8, 1));
+    EXPECT_LE(resident(), size_t{128 * 1024});
+}
+
+struct Tampering {
+    const char* what;
+    void (*apply)(RingControl& control, uint8_t* data);
+};
+
+TEST_F(Ring, RefusesWhatNoWriterOfOursWrites) {
+    auto header = [](uint8_t* data, uint32_t size) { memcpy(data, &size, sizeof(size)); };
+    static auto set_header = header;
+    const Tampering tamperings[] = {
+            {"more than there can be",
+             [](RingControl& c, uint8_t*) { c.produced = uint64_t{1} << 40; }},
+            {"a position that went back",
+             [](RingControl& c, uint8_t*) { c.produced = ~uint64_t{0}; }},
+            {"half a header", [](RingControl& c, uint8_t*) { c.produced = 4; }},
+            {"a record of nothing", [](RingControl&, uint8_t* d) { set_header(d, 0); }},
+            {"a record beyond what was written",
+             [](RingControl&, uint8_t* d) { set_header(d, 4096); }},
+            {"a crooked size", [](RingControl&, uint8_t* d) { set_header(d, 12); }},
+            {"a size beyond the ring",
+             [](RingControl& c, uint8_t* d) {
+                 c.produced = RingMemory::kDataBytes;
+                 set_header(d, RingMemory::kDataBytes + 8);
+             }},
+    };
+    for (const Tampering& one : tamperings) {
+        SetUp();
+        ASSERT_TRUE(Write(64, 1));
+        one.apply(written_.control(), written_.data());
+        EXPECT_EQ(Front(), RingReader::Result::kBroken) << one.what;
+    }
+}
+
+TEST_F(Ring, TellsTheWriterOfAReaderWhosePositionsAreImpossible) {
+    ASSERT_TRUE(Write(64, 1) && Read(64, 1));
+    RingControl& control = read_.control();
+    const uint64_t finished = control.finished, consumed = control.consumed;
+    for (uint64_t wrong : {finished + 8, ~uint64_t{0}}) {
+        control.finished = wrong;
+        EXPECT_FALSE(writer_->Pending()) << wrong;
+    }
+    control.finished = finished;
+    ASSERT_TRUE(writer_->Pending());
+    control.finished = 0;
+    EXPECT_FALSE(writer_->Pending()) << "it went back";
+    for (uint64_t wrong : {consumed + 8, ~uint64_t{0}}) {
+        control.consumed = wrong;
+        EXPECT_EQ(writer_->Begin(8), nullptr) << wrong;
+    }
+    control.consumed = consumed;
+    ASSERT_NE(writer_->Begin(8), nullptr);
+    control.consumed = 0;
+    EXPECT_EQ(writer_->Begin(8), nullptr) << "it went back";
+}
+
+TEST(RingMemory, MapsNothingButARing) {
+    RingMemory ring, mapped;
+    UniqueFd file;
+    ASSERT_TRUE(ring.Create(&file));
+    UniqueFd unsealed(memfd_create("unsealed", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    ASSERT_EQ(ftruncate(unsealed.get(), RingMemory::kTotalBytes), 0);
+    UniqueFd small(memfd_create("small", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    ASSERT_EQ(fcntl(small.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL), 0);
+    UniqueFd socket_end(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    for (const UniqueFd* wrong : {&unsealed, &small, &socket_end}) {
+        EXPECT_FALSE(mapped.Map(wrong->get()));
+        EXPECT_FALSE(mapped.ok());
+    }
+    EXPECT_TRUE(mapped.Map(file.get()));
+}
+
+}  // namespace
+}  // namespace host
