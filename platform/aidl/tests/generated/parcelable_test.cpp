@@ -122,7 +122,7 @@ TEST(Parcelable, WithASizeThatCannotBeIsRefused) {
         EXPECT_EQ(ReadInner({size, 1}), STATUS_BAD_VALUE) << size;
     }
     // The string reaches over the end of the parcelable.
-    EXPECT_EQ(ReadInner({12, 1, 3, 0x00636261}), STATUS_BAD_VALUE);
+    EXPECT_EQ(ReadInner({12, 1, 1, 0x61}), STATUS_BAD_VALUE);
     EXPECT_NE(ReadInner({}), STATUS_OK);
 }
 
