@@ -93,7 +93,11 @@ bool ControlConnection::Read() {
         ssize_t got = sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return errno == EAGAIN;
-        if (got == 0 || (message.msg_flags & MSG_CTRUNC) != 0) return false;
+        if (got == 0) return false;
+        if ((message.msg_flags & MSG_CTRUNC) != 0) {
+            peer_->Cut("a descriptor that nobody asked for");
+            return false;
+        }
         in_.Advance(static_cast<size_t>(got));
         if (static_cast<size_t>(got) < kReadBytes) return true;
     }

@@ -45,22 +45,38 @@ void OnewayReceiver::JoinPool() {
 void OnewayReceiver::TakeRest() {
     uint64_t key = key_.exchange(0);
     if (key != 0) Pool::Get().Remove(fd_.get(), key);
+    {
+        std::lock_guard lock(mutex_);
+        ring_.Freeze();
+    }
     for (BinderRef& target : Drain())
         RunLater(std::move(target));
 }
 
 void OnewayReceiver::OnReady(uint32_t events) {
     if ((events & EPOLLIN) != 0) {
-        // The bytes say nothing but that something is there.
-        uint8_t wakeups[64];
-        while (sys::Recv(fd_.get(), wakeups, sizeof(wakeups), MSG_DONTWAIT) == sizeof(wakeups)) {
-        }
+        bool more = false;
+        if (!ReadWakeUps(&more)) return peer_->Cut("a descriptor that nobody asked for");
+        if (more) Pool::Get().Post([self = shared_from_this()] { self->OnReady(EPOLLIN); });
     }
     Runnable runnable = Drain();
     if (runnable.empty()) return;
     for (size_t i = 1; i < runnable.size(); ++i)
         RunLater(std::move(runnable[i]));
     RunOnewayCalls(AsLocal(runnable[0].get()));
+}
+
+bool OnewayReceiver::ReadWakeUps(bool* more) {
+    // The bytes say nothing but that something is there.
+    uint8_t wakeups[4096];
+    iovec part{wakeups, sizeof(wakeups)};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    ssize_t got = sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
+    // One edge announced all that is there; the next turn takes the rest.
+    *more = got == sizeof(wakeups) || (got < 0 && errno == EINTR);
+    return got < 0 || (message.msg_flags & MSG_CTRUNC) == 0;
 }
 
 void OnewayReceiver::Started(size_t record_size) {

@@ -54,6 +54,9 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     const std::shared_ptr<Peer>& peer() const { return peer_; }
 
   private:
+    // False if a descriptor came along. `*more`: there are more.
+    bool ReadWakeUps(bool* more);
+
     using Runnable = std::vector<BinderRef>;
     using Calls = std::vector<std::unique_ptr<OnewayCall>>;
 

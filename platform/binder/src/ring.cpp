@@ -133,9 +133,9 @@ bool RingWriter::Publish() {
 }
 
 RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
-    for (;;) {
-        uint64_t available =
-                memory_->control().produced.load(std::memory_order_seq_cst) - position_;
+    // A record follows a pad at once: the writer pads only to place one.
+    for (int pads = 0; pads <= 1; ++pads) {
+        uint64_t available = Produced() - position_;
         if (available == 0) return Result::kEmpty;
         if (available > RingMemory::kDataBytes || available < sizeof(RecordHeader))
             return Result::kBroken;
@@ -153,6 +153,7 @@ RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
         }
         Pop();
     }
+    return Result::kBroken;
 }
 
 void RingReader::Pop() {
@@ -160,10 +161,17 @@ void RingReader::Pop() {
     memory_->control().consumed.store(position_, std::memory_order_release);
 }
 
+uint64_t RingReader::Produced() const {
+    return end_ ? *end_ : memory_->control().produced.load(std::memory_order_seq_cst);
+}
+
+void RingReader::Freeze() {
+    end_ = Produced();
+}
+
 bool RingReader::Sleep() {
-    RingControl& control = memory_->control();
-    control.sleeping.store(1, std::memory_order_seq_cst);
-    return control.produced.load(std::memory_order_seq_cst) == position_;
+    memory_->control().sleeping.store(1, std::memory_order_seq_cst);
+    return Produced() == position_;
 }
 
 void RingReader::Wake() {

@@ -103,6 +103,9 @@ class RingReader {
     Result Front(const uint8_t** body, size_t* body_size);
     void Pop();
 
+    // What is written from now on is not read any more.
+    void Freeze();
+
     // Asks for a wake-up and answers true, unless a record has come in meanwhile.
     bool Sleep();
     // A wake-up is not needed for now.
@@ -112,9 +115,12 @@ class RingReader {
     void Finish(size_t record_size);
 
   private:
+    uint64_t Produced() const;
+
     RingMemory* memory_;
     uint64_t position_ = 0;
     size_t front_size_ = 0;
+    std::optional<uint64_t> end_;  // once frozen
 };
 
 }  // namespace host
