@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "call_connection.h"
 #include "control_connection.h"
@@ -26,6 +27,7 @@ namespace host {
 namespace {
 
 constexpr int kListenBacklog = 4096;
+constexpr int kListenAgainMs = 50;
 
 class Listener : public Watched {
   public:
@@ -103,8 +105,12 @@ binder_status_t Endpoint::Listen(std::string* error) {
             drawn && listener_.ok() &&
             sys::Bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) ==
                     0 &&
-            sys::Listen(listener_.get(), kListenBacklog) == 0 && Housekeeper::Get().Start() &&
-            Housekeeper::Get().Watch(listener_.get(), EPOLLIN, std::make_shared<Listener>()) != 0;
+            sys::Listen(listener_.get(), kListenBacklog) == 0 && Housekeeper::Get().Start();
+    if (listening) {
+        listener_key_ =
+                Housekeeper::Get().Watch(listener_.get(), EPOLLIN, std::make_shared<Listener>());
+        listening = listener_key_ != 0;
+    }
     if (!listening) {
         *error = "Cannot listen at " + path + ": " + strerror(errno) + ".";
         unlink(path.c_str());
@@ -196,21 +202,12 @@ void Endpoint::AcceptAll() {
 bool Endpoint::AcceptOne() {
     UniqueFd fd(sys::Accept4(listener_.get(), SOCK_CLOEXEC));
     if (!fd.ok() && (errno == EINTR || errno == ECONNABORTED)) return true;
-    if (!fd.ok() && (errno == EMFILE || errno == ENFILE) && spare_.ok()) {
-        // Refusing it takes a descriptor. Left in the queue it would wake this thread again and
-        // again.
-        spare_.Reset();
-        UniqueFd refused(sys::Accept4(listener_.get(), SOCK_CLOEXEC));
-        bool accepted = refused.ok();
-        refused.Reset();
-        spare_ = SpareDescriptor();
-        if (accepted) {
-            __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                                "Connection refused: no descriptor is left.");
-        }
-        return accepted;
+    if (!fd.ok() && (errno == EMFILE || errno == ENFILE) && RefuseOne()) return true;
+    if (!fd.ok()) {
+        // Whatever the reason, what waits would wake this thread again at once.
+        if (errno != EAGAIN) PauseListening();
+        return false;
     }
-    if (!fd.ok()) return false;
     pid_t pid = 0;
     uid_t uid = 0;
     if (!PeerCredentials(fd.get(), &pid, &uid)) {
@@ -225,9 +222,46 @@ bool Endpoint::AcceptOne() {
     return true;
 }
 
+bool Endpoint::RefuseOne() {
+    int error = errno;
+    if (!spare_.ok()) spare_ = SpareDescriptor();
+    spare_.Reset();
+    UniqueFd refused(sys::Accept4(listener_.get(), SOCK_CLOEXEC));
+    pid_t pid = 0;
+    uid_t uid = 0;
+    bool taken = refused.ok();
+    if (taken) PeerCredentials(refused.get(), &pid, &uid);
+    refused.Reset();
+    spare_ = SpareDescriptor();
+    errno = error;
+    if (!taken) return false;
+    __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                        "Cutting a connection of pid %d uid %d: no descriptor is left for it.", pid,
+                        uid);
+    return true;
+}
+
+void Endpoint::PauseListening() {
+    Housekeeper::Get().Change(listener_.get(), listener_key_, 0);
+    Housekeeper::Get().RunLater(kListenAgainMs, [this] {
+        Housekeeper::Get().Change(listener_.get(), listener_key_, EPOLLIN);
+    });
+}
+
+// A process that connects again and again pushes out its own connections, not one of another
+// process that is about to speak. What has come in meanwhile is read first.
 void Endpoint::MakeRoomForOneMore() {
     if (newcomers_.size() < kMaxNewcomers) return;
+    for (const auto& newcomer : std::vector(newcomers_.begin(), newcomers_.end()))
+        newcomer->Read();
+    if (newcomers_.size() < kMaxNewcomers) return;
+    std::unordered_map<pid_t, size_t> counts;
+    for (const auto& newcomer : newcomers_)
+        ++counts[newcomer->pid()];
     auto oldest = newcomers_.front();
+    for (const auto& newcomer : newcomers_) {
+        if (counts[newcomer->pid()] > counts[oldest->pid()]) oldest = newcomer;
+    }
     oldest->Cut("it has not said whose it is, and newer ones wait");
 }
 

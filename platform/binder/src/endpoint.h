@@ -71,6 +71,9 @@ class Endpoint {
 
     binder_status_t Listen(std::string* error) REQUIRES(mutex_);
     bool AcceptOne();
+    // Out of descriptors: gives up one connection that waits. False if that was not possible.
+    bool RefuseOne();
+    void PauseListening();
     void MakeRoomForOneMore();
     void OnControl(Newcomer* newcomer, const std::string& name);
     void OnCall(Newcomer* newcomer, const std::shared_ptr<Peer>& peer);
@@ -83,6 +86,7 @@ class Endpoint {
 
     // Housekeeper only.
     UniqueFd listener_;
+    std::atomic<uint64_t> listener_key_{0};
     UniqueFd spare_;  // closed to accept and refuse one more when there is no other descriptor
     std::list<std::shared_ptr<Newcomer>> newcomers_;
 

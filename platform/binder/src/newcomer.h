@@ -17,6 +17,8 @@ class Newcomer : public Watched, public std::enable_shared_from_this<Newcomer> {
 
     // Reads the hello if it is there already, else waits for it.
     void Begin();
+    // Takes what has come, which may end it or hand it on, and drops it from the endpoint's list.
+    void Read();
     void OnEvents(uint32_t events) override {
         Read();
         (void)events;
@@ -32,7 +34,6 @@ class Newcomer : public Watched, public std::enable_shared_from_this<Newcomer> {
     uid_t uid() const { return uid_; }
 
   private:
-    void Read();
     bool Receive();
     void Finish();
 
