@@ -22,6 +22,12 @@ struct CallFrame {
 // The innermost call that this thread serves; null outside of any.
 CallFrame*& CurrentCall();
 
+// The depth of a call that this thread makes.
+inline uint32_t OutgoingDepth() {
+    CallFrame* frame = CurrentCall();
+    return frame == nullptr ? 1 : frame->depth + 1;
+}
+
 // Stands for one served call for as long as it lives.
 class ServedCall {
   public:

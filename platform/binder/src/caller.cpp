@@ -25,11 +25,6 @@ CallConnection* WaitingConnection(const Peer* peer) {
     return nullptr;
 }
 
-uint32_t NextDepth() {
-    CallFrame* frame = CurrentCall();
-    return frame == nullptr ? 1 : frame->depth + 1;
-}
-
 // False: malformed. `out` may be null.
 bool Unpack(CallConnection* connection, Bytes body, AParcel* out, binder_status_t* status) {
     auto reply = DecodeReply(body);
@@ -87,7 +82,7 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
                            UniqueFd* memory) {
     if (target->IsDead() || IsForkedChild()) return STATUS_DEAD_OBJECT;
     const std::shared_ptr<Peer>& peer = target->peer;
-    uint32_t depth = NextDepth();
+    uint32_t depth = OutgoingDepth();
     if (depth > kMaxNestingDepth) {
         __android_log_print(ANDROID_LOG_WARN, "host_binder",
                             "A call to pid %d uid %d is not made: it is nested deeper than %u.",
@@ -97,8 +92,8 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
     CallConnection* waiting = WaitingConnection(peer.get());
     std::shared_ptr<CallConnection> own;
     if (waiting == nullptr) {
-        own = peer->TakeConnection();
-        if (own == nullptr) return STATUS_DEAD_OBJECT;
+        binder_status_t taken = peer->TakeConnection(&own);
+        if (taken != STATUS_OK) return taken;
     }
     ObjectEncoder encoder(peer.get(), Direction::kCall);
     Buffer objects;

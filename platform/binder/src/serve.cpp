@@ -72,6 +72,8 @@ Served ServeCall(CallConnection* connection, Bytes body, bool nested) {
     auto call = DecodeCall(body);
     if (!call || call->body.depth == 0 || (call->body.flags & FLAG_ONEWAY) != 0)
         return Served::kMalformed;
+    // What is called from within a call lies deeper than it, or the stack would have no bound.
+    if (nested && call->body.depth <= OutgoingDepth()) return Served::kMalformed;
     PooledParcel in(ObtainParcel());
     if (!ReceiveInto(in.get(), connection, call->message)) return Served::kMalformed;
     BinderRef target = ExportTable::Get().Find(call->body.target);
