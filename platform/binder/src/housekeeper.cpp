@@ -119,10 +119,12 @@ void Housekeeper::Loop() {
         epoll_event events[kEventsAtOnce];
         int count = sys::EpollWait(epoll_.get(), events, kEventsAtOnce, WaitMs());
         for (int i = 0; i < count; ++i) {
+            // A copy: the structure is packed, no reference may be bound to what is in it.
+            const uint64_t key = events[i].data.u64;
             std::shared_ptr<Watched> watched;
             {
                 std::lock_guard lock(mutex_);
-                auto found = watched_.find(events[i].data.u64);
+                auto found = watched_.find(key);
                 if (found != watched_.end()) watched = found->second;
             }
             if (watched != nullptr) watched->OnEvents(events[i].events);
