@@ -102,7 +102,7 @@ bool OnewaySender::OpenRing() {
 }
 
 void OnewaySender::TryConnect() {
-    if (closed_ || !ring_ || connection_.ok() || !peer_->IsReachable(/*wait=*/false)) return;
+    if (closed_ || !ring_ || connection_.ok() || !peer_->IsReachable()) return;
     Connected connected = Endpoint::Get().ConnectTo(peer_->name);
     if (connected.result == ConnectResult::kConnected &&
         SendHello(connected.fd.get(), ConnectionKind::kOneway, Endpoint::Get().name(),

@@ -3,6 +3,7 @@
 #include <android/log.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -249,44 +250,48 @@ bool Peer::OnAcquired(const RefId& id, bool granted) {
     return true;
 }
 
-// Exempt: waits on a condition variable.
-bool Peer::IsReachable(bool wait) NO_THREAD_SAFETY_ANALYSIS {
-    std::unique_lock lock(mutex_);
-    if (wait) changed_.wait(lock, [this] { return reachable_ || IsDead(); });
+bool Peer::IsReachable() {
+    std::lock_guard lock(mutex_);
     return reachable_ && !IsDead();
 }
 
+bool Peer::MayTakeConnection() const {
+    return reachable_ && (!idle_.empty() || outgoing_ < kMaxConnectionsPerPeer - kOtherConnections);
+}
+
 // Exempt: waits on a condition variable.
-std::shared_ptr<CallConnection> Peer::TakeConnection() NO_THREAD_SAFETY_ANALYSIS {
-    {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] {
-            return IsDead() ||
-                   (reachable_ &&
-                    (!idle_.empty() || outgoing_ < kMaxConnectionsPerPeer - kOtherConnections));
-        });
-        if (IsDead()) return nullptr;
-        if (!idle_.empty()) {
-            auto connection = std::move(idle_.back());
-            idle_.pop_back();
-            return connection;
-        }
+std::shared_ptr<CallConnection> Peer::TakeIdleOrPlace() NO_THREAD_SAFETY_ANALYSIS {
+    std::unique_lock lock(mutex_);
+    while (!IsDead() && !MayTakeConnection())
+        changed_.wait(lock);
+    if (idle_.empty()) {
         ++outgoing_;
+        return nullptr;
     }
+    auto connection = std::move(idle_.back());
+    idle_.pop_back();
+    return connection;
+}
+
+binder_status_t Peer::TakeConnection(std::shared_ptr<CallConnection>* taken) {
+    *taken = TakeIdleOrPlace();
+    if (*taken != nullptr) return STATUS_OK;
     Connected connected = Endpoint::Get().ConnectForCall(*this);
     std::shared_ptr<CallConnection> connection;
     if (connected.result == ConnectResult::kConnected) {
         connection =
                 std::make_shared<CallConnection>(shared_from_this(), std::move(connected.fd), true);
     }
-    std::unique_lock lock(mutex_);
+    std::lock_guard lock(mutex_);
     if (connection != nullptr && !IsDead()) {
         in_use_.insert(connection);
-        return connection;
+        *taken = std::move(connection);
+        return STATUS_OK;
     }
     --outgoing_;
     changed_.notify_one();
-    return nullptr;
+    return connected.result == ConnectResult::kShort && !IsDead() ? STATUS_NO_MEMORY
+                                                                  : STATUS_DEAD_OBJECT;
 }
 
 void Peer::GiveBackConnection(std::shared_ptr<CallConnection> connection, bool reusable) {
@@ -302,7 +307,14 @@ void Peer::GiveBackConnection(std::shared_ptr<CallConnection> connection, bool r
 
 bool Peer::AddAccepted(const std::shared_ptr<CallConnection>& connection) {
     std::lock_guard lock(mutex_);
-    if (IsDead() || accepted_.size() + kOtherConnections >= kMaxConnectionsPerPeer) return false;
+    if (IsDead()) return false;
+    size_t open = accepted_.size();
+    if (open + kOtherConnections >= kMaxConnectionsPerPeer) {
+        // Those that the peer has closed do not count, although no thread has come by to drop them.
+        open = static_cast<size_t>(std::count_if(accepted_.begin(), accepted_.end(),
+                                                 [](auto& one) { return one->IsOpen(); }));
+    }
+    if (open + kOtherConnections >= kMaxConnectionsPerPeer) return false;
     accepted_.insert(connection);
     return true;
 }

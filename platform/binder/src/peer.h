@@ -70,9 +70,10 @@ class Peer : public std::enable_shared_from_this<Peer> {
     // Housekeeper: the owner's answer to the oldest request. Null and false if there was none.
     bool OnAcquired(const RefId& id, bool granted) EXCLUDES(control_mutex_);
 
-    // A connection for a two-way call of the calling thread. Waits until one is free; null if the
-    // peer is dead or cannot be reached.
-    std::shared_ptr<CallConnection> TakeConnection() EXCLUDES(mutex_);
+    // A connection for a two-way call of the calling thread. Waits until one is free.
+    // STATUS_DEAD_OBJECT if the peer is dead or nobody listens there, STATUS_NO_MEMORY if this
+    // process has no descriptor left.
+    binder_status_t TakeConnection(std::shared_ptr<CallConnection>* taken) EXCLUDES(mutex_);
     void GiveBackConnection(std::shared_ptr<CallConnection> connection, bool reusable)
             EXCLUDES(mutex_);
 
@@ -87,8 +88,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
     // Housekeeper, once: the process is gone, or as good as gone.
     void Die() EXCLUDES(mutex_, control_mutex_);
 
-    // Whether our own attempt may go on to call and oneway connections; waits for that if `wait`.
-    bool IsReachable(bool wait) EXCLUDES(mutex_);
+    // Whether call and oneway connections may follow the control connection by now.
+    bool IsReachable() EXCLUDES(mutex_);
 
   private:
     struct PendingAcquire {
@@ -107,6 +108,10 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void ConnectLater(int delay_ms);
     void BecomeReachable(pid_t pid, uid_t uid) EXCLUDES(mutex_, control_mutex_);
     void GiveUp() EXCLUDES(mutex_);
+    bool MayTakeConnection() const REQUIRES(mutex_);
+    // An idle connection, or null and a place among those that may be opened; dead counts as a
+    // place.
+    std::shared_ptr<CallConnection> TakeIdleOrPlace() EXCLUDES(mutex_);
     void ShutDownConnections() EXCLUDES(mutex_, control_mutex_);
     void ReleaseEverything();
 

@@ -115,7 +115,7 @@ void Pool::TaskLoop() NO_THREAD_SAFETY_ANALYSIS {
         Task task;
         {
             std::unique_lock lock(mutex_);
-            task_posted_.wait(lock, [this] { return !tasks_.empty(); });
+            while (tasks_.empty()) task_posted_.wait(lock);
             task = std::move(tasks_.front());
             tasks_.pop_front();
             queued_.store(tasks_.size());
