@@ -3,7 +3,6 @@
 #include <android/log.h>
 #include <poll.h>
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -99,10 +98,12 @@ void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t ui
     std::shared_ptr<ControlConnection> replaced;
     bool adopted = false;
     bool second = false;
+    bool yielded = false;
     {
         std::lock_guard lock(control_mutex_);
         bool ours_stays = control_ != nullptr && control_ours_ && Endpoint::Get().name() < name;
         second = control_open_ && !ours_stays;
+        yielded = ours_stays;
         if (ours_stays) {
             SendFrameNow(control->fd(), FrameType::kYield);
         } else if (!second && SendFrameNow(control->fd(), FrameType::kWelcome) &&
@@ -121,7 +122,9 @@ void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t ui
                 "Connection refused, pid %d uid %d: it has a control connection already.", pid,
                 uid);
     }
-    if (adopted) BecomeReachable(pid, uid);
+    if (adopted) return BecomeReachable(pid, uid);
+    // Its connection could not be taken in: as good as gone, and a new one when it comes again.
+    if (!second && !yielded) Die();
 }
 
 void Peer::OnWelcome(ControlConnection* control) {
@@ -306,17 +309,24 @@ void Peer::GiveBackConnection(std::shared_ptr<CallConnection> connection, bool r
 }
 
 bool Peer::AddAccepted(const std::shared_ptr<CallConnection>& connection) {
-    std::lock_guard lock(mutex_);
-    if (IsDead()) return false;
-    size_t open = accepted_.size();
-    if (open + kOtherConnections >= kMaxConnectionsPerPeer) {
+    std::vector<std::shared_ptr<CallConnection>> closed;
+    bool added = false;
+    {
+        std::lock_guard lock(mutex_);
         // Those that the peer has closed do not count, although no thread has come by to drop them.
-        open = static_cast<size_t>(std::count_if(accepted_.begin(), accepted_.end(),
-                                                 [](auto& one) { return one->IsOpen(); }));
+        bool full = accepted_.size() + kOtherConnections >= kMaxConnectionsPerPeer;
+        for (auto one = accepted_.begin(); full && one != accepted_.end();) {
+            auto here = one++;
+            if ((*here)->IsOpen()) continue;
+            closed.push_back(*here);
+            accepted_.erase(here);
+        }
+        added = !IsDead() && accepted_.size() + kOtherConnections < kMaxConnectionsPerPeer;
+        if (added) accepted_.insert(connection);
     }
-    if (open + kOtherConnections >= kMaxConnectionsPerPeer) return false;
-    accepted_.insert(connection);
-    return true;
+    for (auto& one : closed)
+        one->LeavePool();
+    return added;
 }
 
 void Peer::DropAccepted(const std::shared_ptr<CallConnection>& connection) {
