@@ -1,0 +1,132 @@
+#include "test_object.h"
+
+#include <android/binder_manager.h>
+#include <android/binder_parcel.h>
+#include <android/binder_parcel_utils.h>
+#include <android/binder_process.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace host::testing {
+namespace {
+
+struct Behaviour {
+    Handler handler;
+    std::function<void()> on_destroy;
+};
+
+binder_status_t Write(AParcel* parcel, const Letter& letter) {
+    binder_status_t status = AParcel_writeInt32(parcel, letter.value);
+    if (status == STATUS_OK) status = AParcel_writeStrongBinder(parcel, letter.binder.get());
+    return status == STATUS_OK ? ndk::AParcel_writeVector(parcel, letter.numbers) : status;
+}
+
+binder_status_t Read(const AParcel* parcel, Letter* letter) {
+    binder_status_t status = AParcel_readInt32(parcel, &letter->value);
+    if (status == STATUS_OK) status = AParcel_readStrongBinder(parcel, letter->binder.getR());
+    return status == STATUS_OK ? ndk::AParcel_readVector(parcel, &letter->numbers) : status;
+}
+
+binder_status_t OnTransact(AIBinder* binder, transaction_code_t code, const AParcel* in,
+                           AParcel* out) {
+    auto* behaviour = static_cast<Behaviour*>(AIBinder_getUserData(binder));
+    Letter question, answer;
+    binder_status_t status = Read(in, &question);
+    if (status == STATUS_OK) status = behaviour->handler(static_cast<int>(code), question, &answer);
+    return status == STATUS_OK ? Write(out, answer) : status;
+}
+
+const AIBinder_Class* TestClass() {
+    static const AIBinder_Class* clazz = AIBinder_Class_define(
+            "test.IObject", [](void* behaviour) { return behaviour; },
+            [](void* behaviour) {
+                std::unique_ptr<Behaviour> last(static_cast<Behaviour*>(behaviour));
+                if (last->on_destroy) last->on_destroy();
+            },
+            OnTransact);
+    return clazz;
+}
+
+binder_status_t Transact(const ndk::SpAIBinder& target, int code, const Letter& in, Letter* out,
+                         binder_flags_t flags) {
+    if (!AIBinder_associateClass(target.get(), TestClass())) return STATUS_BAD_TYPE;
+    AParcel* question = nullptr;
+    binder_status_t status = AIBinder_prepareTransaction(target.get(), &question);
+    if (status != STATUS_OK) return status;
+    status = Write(question, in);
+    ndk::ScopedAParcel written(question), answer;
+    if (status != STATUS_OK) return status;
+    question = written.release();
+    status = AIBinder_transact(target.get(), static_cast<transaction_code_t>(code), &question,
+                               answer.getR(), flags);
+    return status == STATUS_OK && out != nullptr ? Read(answer.get(), out) : status;
+}
+
+std::string NextName() {
+    static std::atomic<int> number{0};
+    return "object/" + std::to_string(getpid()) + "-" + std::to_string(++number);
+}
+
+std::vector<std::string> WithName(const std::string& name, const std::vector<std::string>& others) {
+    std::vector<std::string> all = {name};
+    all.insert(all.end(), others.begin(), others.end());
+    return all;
+}
+
+}  // namespace
+
+ndk::SpAIBinder MakeObject(Handler handler, std::function<void()> on_destroy) {
+    auto* behaviour = new Behaviour{std::move(handler), std::move(on_destroy)};
+    return ndk::SpAIBinder(AIBinder_new(TestClass(), behaviour));
+}
+
+binder_status_t Call(const ndk::SpAIBinder& target, int code, const Letter& in, Letter* out) {
+    return Transact(target, code, in, out, 0);
+}
+
+binder_status_t Post(const ndk::SpAIBinder& target, int code, const Letter& in) {
+    return Transact(target, code, in, nullptr, FLAG_ONEWAY);
+}
+
+int Serve(HelperChannel& channel, Handler handler,
+          const std::function<std::string(const std::string&)>& command) {
+    ABinderProcess_startThreadPool();
+    const ndk::SpAIBinder object = MakeObject(std::move(handler));
+    const std::string& name = channel.arguments().front();
+    if (AServiceManager_addService(object.get(), name.c_str()) != EX_NONE) return 1;
+    channel.Serve(command ? command : [](const std::string& line) { return line; });
+    return 0;
+}
+
+RemoteObject::RemoteObject(const std::string& helper, const std::vector<std::string>& arguments)
+        : name_(NextName()),
+          helper_(helper, WithName(name_, arguments)),
+          object_(AServiceManager_waitForService(name_.c_str())) {}
+
+void Counter::Add(int more) {
+    std::lock_guard lock(mutex_);
+    value_ += more;
+    changed_.notify_all();
+}
+
+bool Counter::WaitFor(int value, std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, [this, value] { return value_ >= value; });
+}
+
+int Counter::value() const {
+    std::lock_guard lock(mutex_);
+    return value_;
+}
+
+ProcessCounts ProcessCounts::Of(pid_t pid) {
+    return {OpenDescriptors(pid), Threads(pid)};
+}
+
+void SharedHost::SetUp() {
+    host_ = std::make_unique<ScopedHost>(ScopedHostOptions{.echo_log = false});
+    ABinderProcess_startThreadPool();
+}
+
+}  // namespace host::testing
