@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -88,25 +89,33 @@ uint8_t* RingWriter::Begin(size_t body_size) {
     if (consumed < seen_consumed_ || consumed > position_) return nullptr;
     seen_consumed_ = consumed;
     next_size_ = RecordSize(body_size);
-    size_t to_end = RingMemory::kDataBytes - Offset(position_);
-    // A pad counts as written until the reader has passed it: the record must fit beside it.
-    bool restart = consumed == position_ && Offset(position_) >= kRestartBytes &&
-                   next_size_ <= Offset(position_);
-    if ((restart || to_end < next_size_) && !SkipToStart()) return nullptr;
-    if (position_ + next_size_ - consumed > RingMemory::kDataBytes) return nullptr;
+    if (consumed == position_ && Offset(position_) >= kRestartBytes) Restart();
+    if (RingMemory::kDataBytes - Offset(position_) < next_size_ && !PadToEnd()) return nullptr;
+    if (!HasRoom(next_size_)) return nullptr;
     uint8_t* record = memory_->data() + Offset(position_);
     RecordHeader header{static_cast<uint32_t>(next_size_), 0};
     memcpy(record, &header, sizeof(header));
     return record + sizeof(header);
 }
 
-bool RingWriter::SkipToStart() {
-    size_t offset = Offset(position_);
-    size_t to_end = RingMemory::kDataBytes - offset;
-    if (position_ + to_end - seen_consumed_ > RingMemory::kDataBytes) return false;
-    if (seen_consumed_ == position_ && high_water_ >= kGiveBackBytes) GivePagesBack();
+bool RingWriter::HasRoom(size_t size) const {
+    // What lies before the last restart is neither written nor read any more.
+    return position_ + size - std::max(seen_consumed_, restarted_at_) <= RingMemory::kDataBytes;
+}
+
+void RingWriter::Restart() {
+    if (high_water_ >= kGiveBackBytes) GivePagesBack();
+    // Told beside the records: a pad of most of the ring would stand in the way until it was read.
+    memory_->control().restart_from.store(position_, std::memory_order_release);
+    position_ += RingMemory::kDataBytes - Offset(position_);
+    restarted_at_ = position_;
+}
+
+bool RingWriter::PadToEnd() {
+    size_t to_end = RingMemory::kDataBytes - Offset(position_);
+    if (!HasRoom(to_end)) return false;
     RecordHeader pad{static_cast<uint32_t>(to_end), 1};
-    memcpy(memory_->data() + offset, &pad, sizeof(pad));
+    memcpy(memory_->data() + Offset(position_), &pad, sizeof(pad));
     position_ += to_end;
     return true;
 }
@@ -135,7 +144,9 @@ bool RingWriter::Publish() {
 RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
     // A record follows a pad at once: the writer pads only to place one.
     for (int pads = 0; pads <= 1; ++pads) {
-        uint64_t available = Produced() - position_;
+        uint64_t produced = Produced();
+        if (produced != position_) FollowRestart();
+        uint64_t available = produced - position_;
         if (available == 0) return Result::kEmpty;
         if (available > RingMemory::kDataBytes || available < sizeof(RecordHeader))
             return Result::kBroken;
@@ -154,6 +165,12 @@ RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
         Pop();
     }
     return Result::kBroken;
+}
+
+void RingReader::FollowRestart() {
+    uint64_t from = memory_->control().restart_from.load(std::memory_order_acquire);
+    size_t offset = position_ % RingMemory::kDataBytes;
+    if (from == position_ && offset != 0) position_ += RingMemory::kDataBytes - offset;
 }
 
 void RingReader::Pop() {

@@ -21,7 +21,9 @@ namespace host {
 
 // What the two sides share, ahead of the records. One cache line for each writer.
 struct RingControl {
-    alignas(64) std::atomic<uint64_t> produced;  // writer: bytes of records written, ever
+    alignas(64) std::atomic<uint64_t> produced;  // writer: position behind the last record
+    // Writer: position, with nothing unread before it, from which it went on at the ring's start.
+    std::atomic<uint64_t> restart_from;
     alignas(64) std::atomic<uint64_t> consumed;  // reader: bytes of records read, ever
     std::atomic<uint64_t> finished;  // reader: bytes of calls that have begun to run, ever
     alignas(64) std::atomic<uint32_t> sleeping;  // reader: wants a wake-up for the next record
@@ -79,7 +81,9 @@ class RingWriter {
 
   private:
     size_t Offset(uint64_t position) const { return position % RingMemory::kDataBytes; }
-    bool SkipToStart();
+    bool HasRoom(size_t size) const;
+    void Restart();
+    bool PadToEnd();
     void GivePagesBack();
 
     RingMemory* memory_;
@@ -88,6 +92,7 @@ class RingWriter {
     uint64_t accepted_ = 0;       // bytes of calls written, pads excluded
     uint64_t seen_finished_ = 0;  // the reader's figure last seen
     uint64_t seen_consumed_ = 0;
+    uint64_t restarted_at_ = 0;
     size_t next_size_ = 0;
     size_t high_water_ = 0;  // furthest offset used since pages were given back
 };
@@ -116,6 +121,7 @@ class RingReader {
 
   private:
     uint64_t Produced() const;
+    void FollowRestart();
 
     RingMemory* memory_;
     uint64_t position_ = 0;

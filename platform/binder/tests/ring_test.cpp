@@ -74,13 +74,18 @@ TEST_F(Ring, CarriesRecordsOfEverySizeAcrossItsEnd) {
     EXPECT_EQ(Front(), RingReader::Result::kEmpty);
 }
 
-TEST_F(Ring, TakesALargeRecordWhereverLightTrafficHasLeftIt) {
+TEST_F(Ring, TakesAllThatTheBoundAdmitsWhereverLightTrafficHasLeftIt) {
     for (size_t light = 0; light < RingMemory::kDataBytes; light += 5'000) {
-        SetUp();
-        for (size_t used = 0; used < light; used += 1'000)
-            ASSERT_TRUE(Write(992, 1) && Read(992, 1));
-        ASSERT_TRUE(Write(kMaxOnewayPendingBytes - 8, 2)) << "behind " << light;
-        ASSERT_TRUE(Read(kMaxOnewayPendingBytes - 8, 2));
+        for (size_t record : {size_t{1'000}, size_t{60'000}, kMaxOnewayPendingBytes}) {
+            SetUp();
+            for (size_t used = 0; used < light; used += 1'000)
+                ASSERT_TRUE(Write(992, 1) && Read(992, 1));
+            const size_t count = kMaxOnewayPendingBytes / record;
+            for (size_t i = 0; i < count; ++i)
+                ASSERT_TRUE(Write(record - 8, 2)) << i << " behind " << light;
+            for (size_t i = 0; i < count; ++i)
+                ASSERT_TRUE(Read(record - 8, 2)) << i << " behind " << light;
+        }
     }
 }
 
