@@ -105,7 +105,9 @@ function(aidl_package)
     add_library(${library} STATIC ${generated})
     target_include_directories(${library} PUBLIC "${out}")
     target_link_libraries(${library} PUBLIC ${ARG_IMPORTS} host_binder)
+    list(PREPEND roots "${root}")
+    list(REMOVE_DUPLICATES roots)
     set_target_properties(${library} PROPERTIES
-        AIDL_ROOTS "${root};${roots}"
+        AIDL_ROOTS "${roots}"
         AIDL_SOURCES "${inputs}")
 endfunction()
