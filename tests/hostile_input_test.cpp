@@ -1,0 +1,324 @@
+// Labels: memory processes
+// Timeout: 300
+// Bytes that no process of ours sends: whoever sends them loses its connections and gets one line
+// in the log, and nobody else notices.
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <random>
+
+#include "frame.h"
+#include "pool.h"
+#include "siege.h"
+
+namespace host::testing {
+namespace {
+
+constexpr int kRingSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
+constexpr RefId kForged = {{0x1234, 0x5678}};
+
+std::string Random(std::mt19937* random, size_t size) {
+    std::string bytes(size, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>((*random)());
+    return bytes;
+}
+
+std::string WithSize(std::string frame, uint32_t body_size) {
+    memcpy(frame.data(), &body_size, sizeof(body_size));
+    return frame;
+}
+
+// A sequence of first bytes that is refused before a peer has come to be, with what comes along.
+struct BadHello {
+    const char* name;
+    std::string bytes;
+    std::vector<int> descriptors = {};
+};
+
+TEST_F(Siege, ConnectionsThatBeginWrongAreCutOneByOne) {
+    const UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    const UniqueFd small = MemoryFile(4096, kRingSeals);
+    const UniqueFd unsealed = MemoryFile(RingMemory::kTotalBytes, F_SEAL_SEAL);
+    const UniqueFd read_only = MemoryFile(RingMemory::kTotalBytes, kRingSeals | F_SEAL_WRITE);
+    const UniqueFd ring = MemoryFile(RingMemory::kTotalBytes, kRingSeals);
+    RawPeer peer = NewPeer();
+    const std::string name = peer.name();
+    const std::string stranger = std::to_string(getpid()) + "-00000000ffffffff";
+    const auto control = ConnectionKind::kControl;
+    const auto call = ConnectionKind::kCall;
+    const auto oneway = ConnectionKind::kOneway;
+    std::string unknown_kind = RawHello(call, name);
+    unknown_kind[sizeof(FrameHeader) + offsetof(HelloBody, kind)] = 9;
+    std::mt19937 random(20240611);
+    const std::vector<BadHello> cases = {
+            {"random bytes", Random(&random, 64)},
+            {"another version", RawHello(call, name, 2)},
+            {"a body of another size", WithSize(RawHello(call, name), 40)},
+            {"a call first", RawCall{target_}.Frame().substr(0, 64)},
+            {"a kind that does not exist", unknown_kind},
+            {"another process's name", RawHello(call, "1-0123456789abcdef")},
+            {"no name", RawHello(call, "")},
+            {"a name without an end", RawHello(call, std::string(kEndpointNameSize, '1'))},
+            {"a second name", RawHello(control, stranger)},
+            {"a second control connection", RawHello(control, name)},
+            {"a call connection of nobody", RawHello(call, stranger)},
+            {"a oneway connection of nobody", RawHello(oneway, stranger), {ring.get()}},
+            {"control with a descriptor", RawHello(control, name), {null.get()}},
+            {"calls with a descriptor", RawHello(call, name), {null.get()}},
+            {"oneway without one", RawHello(oneway, name)},
+            {"oneway with two", RawHello(oneway, name), {ring.get(), ring.get()}},
+            {"oneway with ten", RawHello(oneway, name), std::vector<int>(10, ring.get())},
+            {"a device for a ring", RawHello(oneway, name), {null.get()}},
+            {"a ring too small", RawHello(oneway, name), {small.get()}},
+            {"a ring that can shrink", RawHello(oneway, name), {unsealed.get()}},
+            {"a ring nobody can write", RawHello(oneway, name), {read_only.get()}},
+            {"another size announced", RawHello(oneway, name, 1, 4096), {ring.get()}},
+    };
+    int warnings = 0;
+    for (const BadHello& bad : cases) {
+        SCOPED_TRACE(bad.name);
+        RawConnection connection = peer.Connect();
+        connection.Send(bad.bytes, bad.descriptors);
+        EXPECT_TRUE(connection.WaitForEnd());
+        ExpectServing(++warnings);
+    }
+    // The peer itself has done nothing wrong: bad connections are cut one by one.
+    EXPECT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
+    RawConnection truncated = peer.Connect();
+    truncated.Send(RawHello(call, name).substr(0, 20));
+    truncated.Close();
+    ExpectServing(++warnings);
+    peer.control().Close();
+    ExpectUnhurt(warnings);
+}
+
+// What a peer sends on one kind of connection, after which everything of it is cut.
+struct BadBytes {
+    std::string name;
+    std::string bytes;
+    std::vector<int> descriptors = {};
+};
+
+class CutPeers : public Siege {
+  protected:
+    void ExpectAllCut(ConnectionKind kind, const std::vector<BadBytes>& cases) {
+        int warnings = 0;
+        for (const BadBytes& bad : cases) {
+            SCOPED_TRACE(bad.name);
+            RawPeer peer = NewPeer();
+            RawConnection other = peer.Open(ConnectionKind::kCall);
+            std::optional<RawConnection> opened;
+            if (kind == ConnectionKind::kCall) opened.emplace(peer.Open(kind));
+            RawConnection& used = opened ? *opened : peer.control();
+            used.Send(bad.bytes, bad.descriptors);
+            EXPECT_TRUE(peer.control().WaitForEnd());
+            EXPECT_TRUE(used.WaitForEnd());
+            EXPECT_TRUE(other.WaitForEnd());
+            ExpectServing(++warnings);
+        }
+        ExpectUnhurt(warnings);
+    }
+
+    // Frames of random content, right in as much as it needs to reach the code behind the header.
+    void AddRandom(std::vector<BadBytes>* cases, FrameType type, size_t size) {
+        static std::mt19937 random(977);
+        for (int i = 0; i < 3; ++i) {
+            std::string bytes = Random(&random, size);
+            cases->push_back({"random bytes, seed 977", bytes});
+            cases->push_back({"random body, seed 977", RawFrame(type, bytes)});
+        }
+    }
+};
+
+TEST_F(CutPeers, MalformedControlMessagesCutThePeer) {
+    const UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    const std::string settled_nothing = RawBytes(SettledBody{{}, kForged});
+    SettledBody settled{};
+    snprintf(settled.owner, sizeof(settled.owner), "%d-0123456789abcdef", getpid());
+    const auto acquire = RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{target_, 0, 0}));
+    const auto release = [this](uint32_t arrivals) {
+        return RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{target_, arrivals, 0}));
+    };
+    std::vector<BadBytes> cases = {
+            {"a second hello", RawHello(ConnectionKind::kControl, "1-0123456789abcdef")},
+            {"a call", RawCall{target_}.Frame()},
+            {"a reply", RawReply(0, "")},
+            {"a type that does not exist", RawFrame(static_cast<FrameType>(10), "")},
+            {"a body too short", RawFrame(FrameType::kAcquire, std::string(20, '\0'))},
+            {"a body where none belongs", RawFrame(FrameType::kWelcome, std::string(4, '\0'))},
+            {"a body of 4 GiB", WithSize(acquire, UINT32_MAX)},
+            {"a release of nothing", release(0)},
+            {"a release of more than is held", acquire + release(2)},
+            {"an answer nobody asked for",
+             RawFrame(FrameType::kAcquired, RawBytes(AcquireBody{target_, 1, 0}))},
+            {"a settlement nobody waits for", RawFrame(FrameType::kSettled, RawBytes(settled))},
+            {"a settlement without an owner", RawFrame(FrameType::kSettled, settled_nothing)},
+            {"a descriptor", acquire, {null.get()}},
+    };
+    AddRandom(&cases, FrameType::kSettled, sizeof(SettledBody));
+    ExpectAllCut(ConnectionKind::kControl, cases);
+}
+
+TEST_F(CutPeers, MalformedCallsCutThePeer) {
+    const UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    const std::string good = RawCall{target_}.Frame();
+    const auto with = [this](const std::string& data, const std::string& objects, uint32_t count) {
+        return RawCall{target_, kEcho, data, objects, count}.Frame();
+    };
+    const auto at = [&](uint32_t offset) {
+        return with(LetterData(0, true), ObjectEntry(kForged, offset), 1);
+    };
+    std::string bad_kind = ObjectEntry(kForged);
+    bad_kind[offsetof(WireObject, owner_kind)] = 7;
+    std::string long_owner = ObjectEntry(kForged, 20, OwnerKind::kOther, std::string(48, '1'));
+    std::string half_entry = ObjectEntry(kForged).substr(0, 24);
+    const std::string letter = LetterData(0, true);
+    RawCall sizes{target_};
+    std::string larger_data = sizes.Body();
+    const uint32_t huge = 0xfffffff0;
+    memcpy(larger_data.data() + offsetof(CallBody, data_size), &huge, sizeof(huge));
+    std::string larger_table = sizes.Body();
+    memcpy(larger_table.data() + offsetof(CallBody, objects_size), &huge, sizeof(huge));
+    std::vector<BadBytes> cases = {
+            {"a reply", RawReply(0, "")},
+            {"a hello", RawHello(ConnectionKind::kCall, "1-0123456789abcdef")},
+            {"no depth", RawCall{target_, kEcho, letter, "", 0, 0}.Frame()},
+            {"oneway", RawCall{target_, kEcho, letter, "", 0, 1, 1}.Frame()},
+            {"more data than there is", RawFrame(FrameType::kCall, larger_data)},
+            {"more references than there are", RawFrame(FrameType::kCall, larger_table)},
+            {"bytes behind the end", RawFrame(FrameType::kCall, sizes.Body() + "rest")},
+            {"a size that is not aligned", WithSize(good, sizeof(CallBody) + 41)},
+            {"a body too short", WithSize(good, sizeof(CallBody) - 4)},
+            {"a count without entries", with(letter, "", 1)},
+            {"entries that are not counted", with(letter, ObjectEntry(kForged), 0)},
+            {"half an entry", with(letter, half_entry, 1)},
+            {"a count beyond all bounds", with(letter, ObjectEntry(kForged), UINT32_MAX)},
+            {"an owner of no kind", with(letter, bad_kind, 1)},
+            {"an owner's name too long", with(letter, long_owner, 1)},
+            {"an owner's name that is none",
+             with(letter, ObjectEntry(kForged, 20, OwnerKind::kOther, "../../etc/passwd"), 1)},
+            {"an owner named where none belongs",
+             with(letter, ObjectEntry(kForged, 20, OwnerKind::kSender, "1-0123456789abcdef"), 1)},
+            {"an offset that is not aligned", at(21)},
+            {"an offset behind the data", at(0x7ffffffc)},
+            {"an offset at which no index stands", at(0)},
+            {"a descriptor", good, {null.get()}},
+            {"a descriptor with half a message", good.substr(0, 30), {null.get()}},
+    };
+    AddRandom(&cases, FrameType::kCall, 256);
+    ExpectAllCut(ConnectionKind::kCall, cases);
+}
+
+TEST_F(Siege, ForgedAndStaleReferencesReachNothingAndCutNobody) {
+    RawPeer peer = NewPeer();
+    EXPECT_EQ(peer.CallOnce({kForged})->status, STATUS_DEAD_OBJECT);
+    RefId near = target_;
+    near.bits[1] ^= 1;
+    EXPECT_EQ(peer.CallOnce({near})->status, STATUS_DEAD_OBJECT);
+    EXPECT_EQ(peer.CallOnce({target_, kEcho, LetterData(7).replace(4, 4, "evil")})->status,
+              STATUS_BAD_TYPE);
+    EXPECT_EQ(peer.CallOnce({target_, 99})->status, STATUS_UNKNOWN_TRANSACTION);
+    // An object that the victim is said to own arrives as one that is dead, and may be dropped.
+    RawCall own{target_, kKeep, LetterData(0, true),
+                ObjectEntry(kForged, kLetterObjectOffset, OwnerKind::kReceiver), 1};
+    EXPECT_EQ(peer.CallOnce(own)->status, STATUS_OK);
+    // So does one of a process that never was.
+    RawCall nobody{target_, kKeep, LetterData(0, true),
+                   ObjectEntry(kForged, kLetterObjectOffset, OwnerKind::kOther,
+                               "999999999-0123456789abcdef"),
+                   1};
+    EXPECT_EQ(peer.CallOnce(nobody)->status, STATUS_OK);
+    peer.control().Send(RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{kForged, 1, 0})));
+    // The reference to nobody's object is settled first: nobody waits for it.
+    auto settled = peer.control().Receive();
+    ASSERT_TRUE(settled && settled->type == FrameType::kSettled);
+    auto answer = peer.control().Receive();
+    ASSERT_TRUE(answer && answer->type == FrameType::kAcquired);
+    AcquireBody refused;
+    memcpy(&refused, answer->body.data(), sizeof(refused));
+    EXPECT_EQ(refused.granted, 0U);
+    // A release of what is not held at all, and answers to nothing that change nothing.
+    peer.control().Send(RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{kForged, 5, 0})) +
+                        RawFrame(FrameType::kYield, "") + RawFrame(FrameType::kWelcome, ""));
+    EXPECT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
+    peer.control().Close();
+    ExpectUnhurt(0);
+}
+
+// The victim calls an object of the peer, which answers badly.
+TEST_F(Siege, BadAnswersCutWhoGivesThem) {
+    const UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    const int all = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
+    const UniqueFd sealed = MemoryFile(100, all);
+    const UniqueFd unsealed = MemoryFile(100, F_SEAL_SHRINK | F_SEAL_GROW);
+    const std::string size = RawBytes(uint64_t{100});
+    const std::string larger = RawBytes(uint64_t{1} << 40);
+    const auto memory = kReplyCarriesMemory;
+    const std::string reply = RawReply(0, LetterData(1).substr(16));
+    struct Case {
+        const char* name;
+        VictimCode code;
+        std::string bytes;
+        std::vector<int> descriptors = {};
+    };
+    const std::vector<Case> cases = {
+            {"a welcome", kCallBack, RawFrame(FrameType::kWelcome, "")},
+            {"a size that is wrong", kCallBack,
+             WithSize(reply, sizeof(ReplyBody) + 400) + std::string(400, '\0')},
+            {"a descriptor nobody asked for", kCallBack, reply, {null.get()}},
+            {"a call back that is not nested", kCallBack, RawCall{target_}.Frame()},
+            {"a dump that is not sealed", kDumpIt, RawReply(0, size, memory), {unsealed.get()}},
+            {"a dump of another size", kDumpIt, RawReply(0, larger, memory), {sealed.get()}},
+            {"a dump in a device", kDumpIt, RawReply(0, size, memory), {null.get()}},
+            {"two dumps at once", kDumpIt, RawReply(0, size, memory), {sealed.get(), sealed.get()}},
+            {"a dump without its size", kDumpIt, RawReply(0, "", memory), {sealed.get()}},
+    };
+    int warnings = 0;
+    for (const Case& bad : cases) {
+        SCOPED_TRACE(bad.name);
+        RawPeer peer = NewPeer();
+        RawConnection connection = peer.Open(ConnectionKind::kCall);
+        connection.Send(
+                RawCall{target_, bad.code, LetterData(0, true), ObjectEntry({{1, 2}}), 1}.Frame());
+        auto call_back = connection.Receive();
+        ASSERT_TRUE(call_back && call_back->type == FrameType::kCall);
+        connection.Send(bad.bytes, bad.descriptors);
+        EXPECT_TRUE(peer.control().WaitForEnd());
+        ExpectServing(++warnings);
+    }
+    ExpectUnhurt(warnings);
+}
+
+TEST_F(Siege, TwoThousandSilentConnectionsDisturbNobody) {
+    constexpr int kConnections = 2000;
+    constexpr int kBurst = 100;
+    RawPeer peer(host_.path(), victim_.pid());
+    std::vector<RawConnection> silent;
+    for (int i = 0; i < kConnections; ++i) {
+        silent.push_back(peer.Connect());
+        const int gone = i + 1 - static_cast<int>(kMaxNewcomers);
+        // In bursts, so that no line of the log finds its pipe full.
+        if ((i + 1) % kBurst != 0) continue;
+        EXPECT_TRUE(Eventually([&] { return Warnings() >= gone; }));
+    }
+    constexpr int kGone = kConnections - static_cast<int>(kMaxNewcomers);
+    ExpectServing(kGone);
+    // A client that comes now is served: it pushes out one of those that say nothing.
+    ASSERT_TRUE(peer.Begin());
+    EXPECT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
+    EXPECT_TRUE(Eventually([&] { return Warnings() >= kGone; }));
+    // The oldest have gone, the newest are left.
+    EXPECT_TRUE(silent[0].WaitForEnd());
+    EXPECT_FALSE(silent.back().WaitForEnd(std::chrono::milliseconds(0)));
+    const int warnings = Warnings();
+    EXPECT_LE(warnings, kGone + 2);
+    silent.clear();
+    peer.control().Close();
+    ExpectUnhurt(warnings);
+}
+
+}  // namespace
+}  // namespace host::testing

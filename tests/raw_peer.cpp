@@ -1,0 +1,205 @@
+#include "raw_peer.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+
+#include "frame.h"
+
+namespace host::testing {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+bool WaitFor(int fd, short events, Clock::time_point end) {
+    for (;;) {
+        auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        pollfd wait{fd, events, 0};
+        int ready = poll(&wait, 1, left < 0 ? 0 : static_cast<int>(left));
+        if (ready >= 0 || errno != EINTR) return ready > 0;
+    }
+}
+
+std::string PaddedBytes(std::string bytes) {
+    bytes.resize(Padded(bytes.size()));
+    return bytes;
+}
+
+std::string SocketOf(const std::string& folder, pid_t pid) {
+    std::string found;
+    Eventually([&] {
+        std::error_code failure;
+        for (const auto& entry : std::filesystem::directory_iterator(folder, failure)) {
+            if (PidOfEndpointName(entry.path().filename().string()) == pid) found = entry.path();
+        }
+        return !found.empty();
+    });
+    return found;
+}
+
+}  // namespace
+
+std::string RawFrame(FrameType type, const std::string& body) {
+    return RawBytes(FrameHeader{static_cast<uint32_t>(body.size()), kFrameMagic,
+                                static_cast<uint16_t>(type)}) +
+           body;
+}
+
+std::string RawHello(ConnectionKind kind, const std::string& name, uint32_t version,
+                     uint64_t ring_bytes) {
+    HelloBody hello{};
+    hello.version = version;
+    hello.kind = static_cast<uint32_t>(kind);
+    memcpy(hello.name, name.data(), std::min(name.size(), sizeof(hello.name)));
+    hello.ring_bytes = kind == ConnectionKind::kOneway ? ring_bytes : 0;
+    return RawFrame(FrameType::kHello, RawBytes(hello));
+}
+
+std::string LetterData(int32_t value, bool with_object, size_t numbers) {
+    std::string descriptor = "test.IObject";
+    return RawBytes(static_cast<int32_t>(descriptor.size())) + descriptor + RawBytes(value) +
+           RawBytes(with_object ? 0 : -1) + RawBytes(static_cast<int32_t>(numbers)) +
+           std::string(4 * numbers, '\0');
+}
+
+std::string ObjectEntry(const RefId& id, uint32_t offset, OwnerKind kind, const std::string& owner,
+                        const std::string& descriptor) {
+    WireObject entry{};
+    entry.offset = offset;
+    entry.owner_kind = kind;
+    entry.owner_size = static_cast<uint16_t>(owner.size());
+    entry.descriptor_size = static_cast<uint32_t>(descriptor.size());
+    entry.id = id;
+    return RawBytes(entry) + PaddedBytes(owner + descriptor);
+}
+
+std::string RawCall::Body() const {
+    CallBody body{target,
+                  code,
+                  flags,
+                  depth,
+                  static_cast<uint32_t>(data.size()),
+                  object_count,
+                  static_cast<uint32_t>(objects.size())};
+    return RawBytes(body) + PaddedBytes(data) + objects;
+}
+
+std::string RawReply(int32_t status, const std::string& data, uint32_t flags) {
+    ReplyBody body{status, flags, static_cast<uint32_t>(data.size()), 0, 0, 0};
+    return RawFrame(FrameType::kReply, RawBytes(body) + PaddedBytes(data));
+}
+
+UniqueFd MemoryFile(size_t size, int seals) {
+    UniqueFd file(memfd_create("raw", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    EXPECT_EQ(ftruncate(file.get(), static_cast<off_t>(size)), 0);
+    EXPECT_EQ(fcntl(file.get(), F_ADD_SEALS, seals), 0);
+    return file;
+}
+
+bool RawConnection::Send(const std::string& bytes, const std::vector<int>& descriptors) {
+    const auto end = Clock::now() + kTestLimit;
+    alignas(cmsghdr) char space[CMSG_SPACE(16 * sizeof(int))] = {};
+    for (size_t sent = 0; sent < bytes.size();) {
+        iovec part{const_cast<char*>(bytes.data()) + sent, bytes.size() - sent};
+        msghdr message{};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        if (sent == 0 && !descriptors.empty()) {
+            message.msg_control = space;
+            message.msg_controllen = CMSG_SPACE(descriptors.size() * sizeof(int));
+            cmsghdr* header = CMSG_FIRSTHDR(&message);
+            header->cmsg_level = SOL_SOCKET;
+            header->cmsg_type = SCM_RIGHTS;
+            header->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
+            memcpy(CMSG_DATA(header), descriptors.data(), descriptors.size() * sizeof(int));
+        }
+        const ssize_t taken = sendmsg(fd_.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (taken < 0 && errno == EAGAIN && WaitFor(fd_.get(), POLLOUT, end)) continue;
+        if (taken < 0) return false;
+        sent += static_cast<size_t>(taken);
+    }
+    return true;
+}
+
+bool RawConnection::ReadMore(Clock::time_point end) {
+    if (!WaitFor(fd_.get(), POLLIN, end)) return false;
+    char buffer[65536];
+    const ssize_t got = recv(fd_.get(), buffer, sizeof(buffer), MSG_DONTWAIT);
+    if (got > 0) unread_.append(buffer, static_cast<size_t>(got));
+    return got > 0;
+}
+
+std::optional<RawConnection::Received> RawConnection::Receive(std::chrono::milliseconds limit) {
+    const auto end = Clock::now() + limit;
+    for (;;) {
+        if (unread_.size() >= sizeof(FrameHeader)) {
+            FrameHeader header;
+            memcpy(&header, unread_.data(), sizeof(header));
+            if (unread_.size() >= sizeof(header) + header.body_size) {
+                Received frame{static_cast<FrameType>(header.type),
+                               unread_.substr(sizeof(header), header.body_size)};
+                unread_.erase(0, sizeof(header) + header.body_size);
+                return frame;
+            }
+        }
+        if (!ReadMore(end)) return std::nullopt;
+    }
+}
+
+bool RawConnection::WaitForEnd(std::chrono::milliseconds limit) {
+    const auto end = Clock::now() + limit;
+    while (ReadMore(end))
+        unread_.clear();
+    return Clock::now() < end;
+}
+
+RawPeer::RawPeer(const std::string& folder, pid_t victim) : path_(SocketOf(folder, victim)) {
+    static std::atomic<unsigned> next{0};
+    char name[kEndpointNameSize];
+    snprintf(name, sizeof(name), "%d-%016x", getpid(), ++next);
+    name_ = name;
+}
+
+RawConnection RawPeer::Connect() const {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    strncpy(address.sun_path, path_.c_str(), sizeof(address.sun_path) - 1);
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0)
+            << path_;
+    return RawConnection(std::move(fd));
+}
+
+RawConnection RawPeer::Open(ConnectionKind kind, int descriptor) const {
+    RawConnection connection = Connect();
+    std::vector<int> descriptors;
+    if (descriptor >= 0) descriptors.push_back(descriptor);
+    connection.Send(RawHello(kind, name_), descriptors);
+    return connection;
+}
+
+bool RawPeer::Begin() {
+    control_.emplace(Open(ConnectionKind::kControl));
+    auto answer = control_->Receive();
+    return answer && answer->type == FrameType::kWelcome;
+}
+
+std::optional<ReplyBody> RawPeer::CallOnce(const RawCall& call) const {
+    RawConnection connection = Open(ConnectionKind::kCall);
+    connection.Send(call.Frame());
+    auto answer = connection.Receive();
+    if (!answer || answer->type != FrameType::kReply) return std::nullopt;
+    ReplyBody body;
+    memcpy(&body, answer->body.data(), sizeof(body));
+    return body;
+}
+
+}  // namespace host::testing

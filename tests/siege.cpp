@@ -1,0 +1,178 @@
+#include "siege.h"
+
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <android/log.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <time.h>
+
+#include <atomic>
+#include <sstream>
+#include <thread>
+
+#include "binder.h"
+#include "references.h"
+
+namespace host::testing {
+namespace {
+
+constexpr char kName[] = "siege/victim";
+
+std::atomic<int> g_posted{0};
+
+binder_status_t Behave(int code, const Letter& in, Letter* out) {
+    static auto* kept = new std::vector<ndk::SpAIBinder>;
+    static auto* mutex = new std::mutex;
+    switch (code) {
+        case kEcho:
+            out->value = in.value;
+            return STATUS_OK;
+        case kBig:
+            out->numbers.resize(static_cast<size_t>(in.value));
+            return STATUS_OK;
+        case kCallBack:
+            out->value = Call(in.binder, kEcho);
+            return STATUS_OK;
+        case kKeep: {
+            std::lock_guard lock(*mutex);
+            kept->push_back(in.binder);
+            return STATUS_OK;
+        }
+        case kPosted:
+            g_posted.fetch_add(1);
+            return STATUS_OK;
+        case kDumpIt: {
+            UniqueFd nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
+            out->value = AIBinder_dump(in.binder.get(), nowhere.get(), nullptr, 0);
+            return STATUS_OK;
+        }
+        case kPostTo:
+            out->value = Post(in.binder, kEcho);
+            return STATUS_OK;
+        default:
+            return STATUS_UNKNOWN_TRANSACTION;
+    }
+}
+
+std::string CpuMs() {
+    timespec used{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return std::to_string(used.tv_sec * 1000 + used.tv_nsec / 1'000'000);
+}
+
+std::string Obey(const std::string& line, const RefId& id) {
+    std::istringstream words(line);
+    std::string verb;
+    int number = 0;
+    words >> verb >> number;
+    if (verb == "id") return std::to_string(id.bits[0]) + " " + std::to_string(id.bits[1]);
+    if (verb == "posted") return std::to_string(g_posted.load());
+    if (verb == "cpu") return CpuMs();
+    if (verb == "exports") return std::to_string(ExportTable::Get().size());
+    if (verb == "mark") __android_log_print(ANDROID_LOG_INFO, "siege", "mark %d.", number);
+    return "done";
+}
+
+HOST_HELPER(SiegeVictim) {
+    if (channel.arguments().size() == 1) {
+        const auto most = static_cast<rlim_t>(std::stoi(channel.arguments()[0]));
+        const rlimit limit{most, most};
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    ABinderProcess_startThreadPool();
+    const ndk::SpAIBinder object = MakeObject(Behave);
+    RefId id;
+    if (!ExportTable::Get().HandOver(AsLocal(object.get()), &id)) return 1;
+    if (AServiceManager_addService(object.get(), kName) != EX_NONE) return 1;
+    channel.Serve([&id](const std::string& line) { return Obey(line, id); });
+    return 0;
+}
+
+// Calls without a pause; counts what succeeded and what did not.
+HOST_HELPER(SiegeClient) {
+    const ndk::SpAIBinder victim(AServiceManager_waitForService(kName));
+    std::atomic<int> made{0}, failed{0};
+    std::atomic<bool> done{false};
+    std::thread calls([&] {
+        for (int i = 0; !done.load(); ++i) {
+            Letter in, out;
+            in.value = i;
+            const bool good = Call(victim, kEcho, in, &out) == STATUS_OK && out.value == i &&
+                              Post(victim, kEcho, in) == STATUS_OK;
+            (good ? made : failed).fetch_add(1);
+            if (!good) poll(nullptr, 0, 10);
+        }
+    });
+    channel.Serve([&](const std::string&) {
+        return std::to_string(made.load()) + " " + std::to_string(failed.load());
+    });
+    done.store(true);
+    calls.join();
+    return 0;
+}
+
+struct Report {
+    int made = 0;
+    int failed = 0;
+};
+
+Report Ask(Helper* client) {
+    std::istringstream answer(client->Command("report"));
+    Report report;
+    answer >> report.made >> report.failed;
+    return report;
+}
+
+}  // namespace
+
+Siege::Siege()
+        : host_({.echo_log = false}),
+          victim_("SiegeVictim", {}, {.echo_log = false}),
+          client_("SiegeClient") {
+    std::istringstream id(victim_.Command("id"));
+    id >> target_.bits[0] >> target_.bits[1];
+    EXPECT_TRUE(Eventually([this] { return Ask(&client_).made > 100; }));
+    before_ = ProcessCounts::Of(victim_.pid());
+}
+
+Siege::~Siege() {
+    if (!HasFailure()) return;
+    for (const std::string& line : victim_.log().lines())
+        fprintf(stderr, "%s\n", line.c_str());
+}
+
+RawPeer Siege::NewPeer() {
+    RawPeer peer(host_.path(), victim_.pid());
+    EXPECT_TRUE(peer.Begin());
+    return peer;
+}
+
+int Siege::Warnings() {
+    return victim_.log().Count("pid " + std::to_string(getpid()) + " uid " +
+                               std::to_string(getuid()));
+}
+
+void Siege::ExpectServing(int warnings) {
+    EXPECT_TRUE(Eventually([&] { return Warnings() >= warnings; }));
+    const Report earlier = Ask(&client_);
+    EXPECT_TRUE(Eventually([&] { return Ask(&client_).made > earlier.made + 20; }));
+    EXPECT_EQ(Ask(&client_).failed, 0);
+    // Whatever was logged before the mark has been read once the mark has.
+    victim_.Command("mark " + std::to_string(++marks_));
+    EXPECT_TRUE(victim_.log().WaitForLine("mark " + std::to_string(marks_) + "."));
+    EXPECT_EQ(Warnings(), warnings);
+}
+
+void Siege::ExpectUnhurt(int warnings) {
+    ExpectServing(warnings);
+    // A pool that has grown stays: its threads have a bound of their own.
+    EXPECT_TRUE(Eventually([&] {
+        return ProcessCounts::Of(victim_.pid()).descriptors == before_.descriptors;
+    })) << ProcessCounts::Of(victim_.pid()).descriptors
+        << " descriptors, before " << before_.descriptors;
+    EXPECT_LE(ProcessCounts::Of(victim_.pid()).threads, 20);
+}
+
+}  // namespace host::testing

@@ -1,0 +1,53 @@
+// A victim, a healthy client of it, and this process as the hostile peer of both: what the tests
+// against hostile peers are written with. One thread.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "host_testing.h"
+#include "raw_peer.h"
+#include "test_object.h"
+
+namespace host::testing {
+
+// What the victim's object does.
+enum VictimCode : uint32_t {
+    kEcho = 1,      // the value
+    kBig = 2,       // that many numbers
+    kCallBack = 3,  // calls kEcho of the object it got; its status
+    kKeep = 4,      // keeps the object it got
+    kPosted = 5,    // counts
+    kDumpIt = 6,    // dumps the object it got; the status
+    kPostTo = 7,    // a oneway kEcho to the object it got; the status
+};
+
+class Siege : public ::testing::Test {
+  protected:
+    Siege();
+    ~Siege() override;
+
+    // A peer of this process with its control connection; the one before must have been closed.
+    RawPeer NewPeer();
+
+    // WARN lines about this process so far.
+    int Warnings();
+    // Waits until exactly so many have come since the test began and nothing of the peers is left:
+    // the client has made calls meanwhile, none failed, and the victim's counts are what they were.
+    void ExpectUnhurt(int warnings);
+    // The same without the counts: connections are still open.
+    void ExpectServing(int warnings);
+
+    RefId target_;
+
+    ScopedHost host_;
+    Helper victim_;
+    Helper client_;
+    ProcessCounts before_;
+
+  private:
+    int marks_ = 0;
+};
+
+}  // namespace host::testing
