@@ -30,9 +30,9 @@ int Fail(const std::string& error) {
 int Serve(host::Manifest manifest) {
     // Never destroyed: calls may come in until the process is gone.
     auto* manager = new host::ServiceManager(std::move(manifest));
-    static ndk::SpAIBinder object = manager->NewBinder();
+    static const auto* const object = new ndk::SpAIBinder(manager->NewBinder());
     std::string error;
-    if (host::PublishContextObject(object.get(), &error) != STATUS_OK) return Fail(error);
+    if (host::PublishContextObject(object->get(), &error) != STATUS_OK) return Fail(error);
     ABinderProcess_startThreadPool();
     ABinderProcess_joinThreadPool();
     return 0;

@@ -5,6 +5,7 @@
 #include <android-base/logging.h>
 #include <pthread.h>
 
+#include <chrono>
 #include <utility>
 
 namespace host {
@@ -73,30 +74,34 @@ void Publications::Wake() {
 
 void Publications::RunAnnouncer() {
     pthread_setname_np(pthread_self(), "announcer");
-    for (;;) {
-        WaitForWork();
-        AnnounceAll();
+    for (bool failed = false;;) {
+        WaitForWork(failed);
+        std::string error;
+        const bool done = AnnounceAll(&error);
+        if (!done && !failed) LOG(ERROR) << "services stay unpublished: " << error;
+        failed = !done;
     }
 }
 
 // Waits on a condition variable, which the lock analysis does not follow.
-void Publications::WaitForWork() NO_THREAD_SAFETY_ANALYSIS {
+void Publications::WaitForWork(bool failed) NO_THREAD_SAFETY_ANALYSIS {
     std::unique_lock lock(mutex_);
-    work_.wait(lock, [this]() NO_THREAD_SAFETY_ANALYSIS { return has_work_; });
+    const auto has_work = [this]() NO_THREAD_SAFETY_ANALYSIS { return has_work_; };
+    if (failed) {
+        work_.wait_for(lock, std::chrono::seconds(1), has_work);
+    } else {
+        work_.wait(lock, has_work);
+    }
     has_work_ = false;
 }
 
-void Publications::AnnounceAll() {
+bool Publications::AnnounceAll(std::string* error) {
     Connection::Manager manager;
-    std::string error;
-    const binder_status_t status = connection_.WaitForManager("", &manager, &error);
-    if (status != STATUS_OK) {
-        LOG(ERROR) << "services stay unpublished: " << error;
-        return;
-    }
+    if (connection_.WaitForManager("", &manager, error) != STATUS_OK) return false;
     // A service manager that dies meanwhile leaves new work behind.
     for (bool more = true; more && AnnounceNext(manager, &more);) {
     }
+    return true;
 }
 
 bool Publications::AnnounceNext(const Connection::Manager& manager, bool* more) {

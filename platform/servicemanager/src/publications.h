@@ -39,9 +39,11 @@ class Publications {
             EXCLUDES(mutex_);
 
     void RunAnnouncer() EXCLUDES(order_, mutex_);
-    void WaitForWork() EXCLUDES(mutex_);
+    // Until there is work; not longer than a second if the last attempt failed.
+    void WaitForWork(bool failed) EXCLUDES(mutex_);
     void Wake() EXCLUDES(mutex_);
-    void AnnounceAll() EXCLUDES(order_, mutex_);
+    // False, with a sentence that says why: the runtime folder cannot be used.
+    bool AnnounceAll(std::string* error) EXCLUDES(order_, mutex_);
     // False if this service manager is dead.
     bool AnnounceNext(const Connection::Manager& manager, bool* more) EXCLUDES(order_, mutex_);
     void Forget(const std::string& name) EXCLUDES(mutex_);

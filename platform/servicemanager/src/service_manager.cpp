@@ -85,8 +85,9 @@ binder_status_t ServiceManager::Add(const AParcel* in, AParcel* out) {
     }
     const AddReply reply = Publish(request);
     if (reply.exception != EX_NONE) {
-        LOG(WARNING) << "pid " << AIBinder_getCallingPid() << " may not publish " << request.name
-                     << ": " << reply.reason;
+        LOG(WARNING) << "pid " << AIBinder_getCallingPid() << " of user "
+                     << AIBinder_getCallingUid() << " may not publish " << request.name << ": "
+                     << reply.reason;
     }
     return WriteAddReply(reply, out);
 }

@@ -1,5 +1,6 @@
 // Labels: processes
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "client_helper.h"
 
@@ -111,6 +112,19 @@ TEST(ARestartedServiceManager, KeepsANameForWhoeverCameFirst) {
                                        std::to_string(fast.pid())));
     EXPECT_EQ(slow.Command("check n"), Says(fast, "fast"));
     EXPECT_EQ(slow.log().Count("not published again"), 1);
+}
+
+TEST(ARestartedServiceManager, IsFoundAgainInAFolderThatWasUnusableForAWhile) {
+    ScopedHost host;
+    Helper publisher("Client"), client("Client");
+    ASSERT_EQ(publisher.Command("publish n x"), "0");
+    chmod(host.path().c_str(), 0755);
+    host.KillServiceManager();
+    EXPECT_TRUE(publisher.log().WaitForLine("services stay unpublished: "));
+    chmod(host.path().c_str(), 0700);
+    host.StartServiceManager();
+    EXPECT_EQ(client.Command("wait n"), Says(publisher, "x"));
+    EXPECT_EQ(publisher.log().Count("services stay unpublished: "), 1);
 }
 
 }  // namespace

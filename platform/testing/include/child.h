@@ -19,8 +19,8 @@ namespace host::testing {
 
 struct LaunchOptions {
     std::map<std::string, std::string> environment = {};  // beside what this process has
-    bool pipe_input = false;                         // else /dev/null
-    bool pipe_output = false;                        // else standard error
+    bool pipe_input = false;                              // else /dev/null
+    bool pipe_output = false;                             // else standard error
     bool echo_log = true;     // the child's standard error also appears on ours
     bool pool_end = false;    // gives BINDER_HOST_END_FD, for EndPool()
     bool capture_log = true;  // else standard error is ours, uncaptured

@@ -6,8 +6,9 @@
 //     }
 //     TEST(Echo, Answers) { EXPECT_EQ(Helper("Echo").Command("x"), "x"); }
 //
-// The helper is the test program itself, started again; link velmora_add_tests(MAIN
-// host_testing_main). A Helper, and the channel on its other side, belong to one thread each.
+// The helper is the test program itself, started again, or the program of the same name in the
+// folder that HOST_HELPER_FOLDER names; link velmora_add_tests(MAIN host_testing_main). A Helper,
+// and the channel on its other side, belong to one thread each.
 #pragma once
 
 #include <functional>

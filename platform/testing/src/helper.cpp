@@ -22,15 +22,19 @@ std::map<std::string, HelperEntry>& Entries() {
     return *entries;
 }
 
-std::string OwnProgram() {
+// This program, or its twin in another build's folder of test programs: a sanitised test can drive
+// helpers that are not.
+std::string HelperProgram() {
     std::error_code failure;
-    return std::filesystem::read_symlink("/proc/self/exe", failure).string();
+    const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe", failure);
+    const char* folder = getenv("HOST_HELPER_FOLDER");
+    return folder == nullptr ? own.string() : (folder / own.filename()).string();
 }
 
 std::unique_ptr<Child> LaunchHelper(const std::string& name,
                                     const std::vector<std::string>& arguments,
                                     LaunchOptions options) {
-    std::vector<std::string> line = {OwnProgram(), kHelperFlag + name};
+    std::vector<std::string> line = {HelperProgram(), kHelperFlag + name};
     line.insert(line.end(), arguments.begin(), arguments.end());
     options.pipe_input = true;
     options.pipe_output = true;
