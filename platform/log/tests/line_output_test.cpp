@@ -30,6 +30,12 @@ struct Ends {
     }
 };
 
+std::string LineOf(size_t size, char letter) {
+    std::string line(size, letter);
+    line.back() = '\n';
+    return line;
+}
+
 // All that can be read now.
 std::string Drain(int reader) {
     fcntl(reader, F_SETFL, O_NONBLOCK);
@@ -65,8 +71,7 @@ class LineOutputToAPipe : public testing::TestWithParam<bool> {
 };
 
 TEST_P(LineOutputToAPipe, RefusesWholeLinesWhenFullAndGoesOnWhenThereIsRoom) {
-    std::string line(99, 'x');
-    line += '\n';
+    const std::string line = LineOf(100, 'x');
     const int taken = FillWith(line);
     EXPECT_GT(taken, 100);
     EXPECT_EQ(output_->Put(line), Outcome::kRefused);
@@ -83,7 +88,7 @@ TEST_P(LineOutputToAPipe, LeavesTheModeOfTheSharedDescriptorAlone) {
 
 TEST_P(LineOutputToAPipe, FinishesALineThatWentOutInPartBeforeTheNextOne) {
     // Larger than a pipe takes in one piece: the first write is bound to be short.
-    const std::string huge = std::string(200'000, 'h') + '\n';
+    const std::string huge = LineOf(200'001, 'h');
     ASSERT_EQ(output_->Put(huge), Outcome::kTaken);
     std::string all = Drain(ends_.reader);
     EXPECT_LT(all.size(), huge.size());
@@ -130,7 +135,7 @@ TEST(LineOutput, KeepsLinesOfAFullStreamSocketWhole) {
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both), 0);
     Ends ends{both[0], both[1]};
     LineOutput output(ends.writer);
-    const std::string line = std::string(3'000, 's') + '\n';
+    const std::string line = LineOf(3'001, 's');
     size_t taken = 0;
     while (output.Put(line) == Outcome::kTaken)
         ++taken;
@@ -168,7 +173,7 @@ TEST(LineOutput, FilesGetLinesAndAHalfLineDoesNotFollowToAnotherFile) {
     ASSERT_EQ(pipe2(both, O_CLOEXEC), 0);
     Ends ends{both[0], both[1]};
     LineOutput output(ends.writer);
-    ASSERT_EQ(output.Put(std::string(200'000, 'h') + '\n'), Outcome::kTaken);
+    ASSERT_EQ(output.Put(LineOf(200'001, 'h')), Outcome::kTaken);
     dup2(file, ends.writer);
     EXPECT_EQ(output.Put("to the file\n"), Outcome::kTaken);
     lseek(file, 0, SEEK_SET);
