@@ -61,7 +61,8 @@ class Checker {
         const std::string why = RefuseName(name.text);
         if (!why.empty()) Error(name.span, "'" + name.text + "' is " + why);
         if (!names->insert(name.text).second) {
-            Error(name.span, std::string("duplicate ") + what + " '" + name.text + "'");
+            std::string text = "duplicate ";
+            Error(name.span, text.append(what).append(" '").append(name.text).append("'"));
         }
     }
 

@@ -177,7 +177,7 @@ class Evaluator {
     }
 
     MaybeValue EvaluateUnary(const Expr& expr, const TypeDecl& scope) {
-        const MaybeValue operand = Evaluate(*expr.operands[0], scope);
+        MaybeValue operand = Evaluate(*expr.operands[0], scope);
         if (!operand) return std::nullopt;
         if (const bool* truth = As<bool>(*operand)) {
             if (expr.text == "!") return Value{!*truth, {}};

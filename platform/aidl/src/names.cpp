@@ -63,6 +63,7 @@ constexpr std::string_view kAidlWords[] = {
 
 // Macros of the C library, and what generated code names without a qualifier.
 constexpr std::string_view kUsedByGeneratedCode[] = {
+        "toString",
         "NULL",
         "EOF",
         "errno",

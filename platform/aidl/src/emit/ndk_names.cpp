@@ -200,9 +200,11 @@ std::string CppValue(const Value& value, const TypeRef& type) {
     if (value.list.has_value()) {
         std::string out;
         for (const Value& element : *value.list) {
-            std::string text = CppValue(element, type);
-            if (type.builtin == Builtin::kByte) text = "static_cast<uint8_t>(" + text + ")";
-            out += (out.empty() ? "" : ", ") + text;
+            if (!out.empty()) out += ", ";
+            const bool unsigned_byte = type.builtin == Builtin::kByte;
+            if (unsigned_byte) out += "static_cast<uint8_t>(";
+            out += CppValue(element, type);
+            if (unsigned_byte) out += ")";
         }
         return out;
     }
