@@ -109,9 +109,10 @@ binder_status_t ObjectEncoder::HandOverLocal(AIBinder* binder, WireObject* entry
     // The parcel holds the object: this is not its last reference.
     BinderRef taken_back = ExportTable::Get().TakeBack(entry->id, 1);
     if (result != Holdings::Result::kFull) return STATUS_DEAD_OBJECT;
-    __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                        "Pid %d uid %d holds %zu objects of this process, as many as one may.",
-                        to_->pid(), to_->uid(), kMaxReferencesPerPeer);
+    __android_log_print(
+            ANDROID_LOG_WARN, "host_binder",
+            "No further object is handed to pid %d uid %d: it holds %zu, as many as one may.",
+            to_->pid(), to_->uid(), kMaxReferencesPerPeer);
     return STATUS_FAILED_TRANSACTION;
 }
 
