@@ -240,7 +240,11 @@ class Medians : public benchmark::BenchmarkReporter {
         std::printf("%-32s %10.0f ns   +-%3.0f %%\n", name.c_str(), of_[name], 100 * spread);
         std::fflush(stdout);
     }
-    double Of(const std::string& name) const { return of_.at(name); }
+    // 0 for what was not run.
+    double Of(const std::string& name) const {
+        auto found = of_.find(name);
+        return found == of_.end() ? 0 : found->second;
+    }
 
   private:
     std::map<std::string, double> of_;
@@ -262,7 +266,9 @@ inline void RunAndCompare(int argc, char** argv, const std::vector<Comparison>& 
     Medians medians;
     benchmark::RunSpecifiedBenchmarks(&medians);
     for (const Comparison& one : comparisons) {
-        PrintRatio(one.name, medians.Of(one.ours) / medians.Of(one.bare), one.limit);
+        double ours = medians.Of(one.ours);
+        double bare = medians.Of(one.bare);
+        if (ours != 0 && bare != 0) PrintRatio(one.name, ours / bare, one.limit);
     }
 }
 

@@ -110,6 +110,7 @@ int main(int argc, char** argv) {
             ->UseManualTime()
             ->Iterations(20 * kBurst);
     bench::RunAndCompare(argc, argv, {{"burst_64_time", "burst_64_call", "burst_64_packed"}});
+    if (ours.bursts == 0 || packed.bursts == 0) return 0;
     PrintTally("burst_64_call", ours);
     PrintTally("burst_64_packed", packed);
     bench::PrintRatio("burst_64_sending_calls_saved", Saved(ours.sending, ours.bursts), 0);
