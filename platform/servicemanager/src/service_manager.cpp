@@ -132,7 +132,7 @@ AddReply ServiceManager::Publish(const AddRequest& request) {
     return reply;
 }
 
-AddReply ServiceManager::Enter(const std::string& name, Service service, pid_t pid) {
+AddReply ServiceManager::Enter(const std::string& name, const Service& service, pid_t pid) {
     Table::PutResult put;
     std::vector<Reply> waiters;
     {

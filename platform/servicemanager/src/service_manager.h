@@ -62,7 +62,7 @@ class ServiceManager : public ServiceManagerStub {
 
     binder_status_t Add(const AParcel* in, AParcel* out) EXCLUDES(mutex_);
     AddReply Publish(const AddRequest& request) EXCLUDES(mutex_);
-    AddReply Enter(const std::string& name, Service service, pid_t pid) EXCLUDES(mutex_);
+    AddReply Enter(const std::string& name, const Service& service, pid_t pid) EXCLUDES(mutex_);
     AddReply Check(const AddRequest& request, pid_t caller) const;
     binder_status_t Find(transaction_code_t code, const AParcel* in, AParcel* out) EXCLUDES(mutex_);
     binder_status_t FindOrWait(const std::string& name, WaiterList<Reply>::Time deadline,

@@ -56,6 +56,7 @@ std::vector<std::string> MergedEnvironment(const LaunchOptions& options, int poo
         values[name] = value;
     if (pool_end >= 0) values["BINDER_HOST_END_FD"] = std::to_string(pool_end);
     std::vector<std::string> result;
+    result.reserve(values.size());
     for (const auto& [name, value] : values)
         result.push_back(name + "=" + value);
     return result;
@@ -63,6 +64,7 @@ std::vector<std::string> MergedEnvironment(const LaunchOptions& options, int poo
 
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (const std::string& text : texts)
         pointers.push_back(const_cast<char*>(text.c_str()));
     pointers.push_back(nullptr);

@@ -70,7 +70,7 @@ char ProcessState(pid_t pid) {
     std::getline(file, line);
     // The program's name stands in parentheses and may hold any character.
     const size_t end = line.rfind(") ");
-    return end == std::string::npos || end + 2 >= line.size() ? 0 : line[end + 2];
+    return end == std::string::npos || end + 2 >= line.size() ? '\0' : line[end + 2];
 }
 
 }  // namespace host::testing

@@ -31,7 +31,7 @@ ScopedHost::~ScopedHost() {
 }
 
 std::string ScopedHost::WriteManifest(const std::vector<std::string>& declared) {
-    const std::string file = base_ + "/declared.xml";
+    std::string file = base_ + "/declared.xml";
     std::ofstream out(file);
     out << "<manifest version=\"1.0\" type=\"device\">\n";
     for (const std::string& name : declared) {
