@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "descriptors.h"
 #include "frame.h"
 
 namespace host::testing {
@@ -31,6 +32,13 @@ bool WaitFor(int fd, short events, Clock::time_point end) {
 std::string PaddedBytes(std::string bytes) {
     bytes.resize(Padded(bytes.size()));
     return bytes;
+}
+
+sockaddr_un AddressOf(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof(address.sun_path) - 1));
+    return address;
 }
 
 std::string SocketOf(const std::string& folder, pid_t pid) {
@@ -161,17 +169,18 @@ bool RawConnection::WaitForEnd(std::chrono::milliseconds limit) {
     return Clock::now() < end;
 }
 
-RawPeer::RawPeer(const std::string& folder, pid_t victim) : path_(SocketOf(folder, victim)) {
+std::string NextPeerName() {
     static std::atomic<unsigned> next{0};
     char name[kEndpointNameSize];
     snprintf(name, sizeof(name), "%d-%016x", getpid(), ++next);
-    name_ = name;
+    return name;
 }
 
+RawPeer::RawPeer(const std::string& folder, pid_t victim, const std::string& name)
+        : path_(SocketOf(folder, victim)), name_(name.empty() ? NextPeerName() : name) {}
+
 RawConnection RawPeer::Connect() const {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, path_.c_str(), sizeof(address.sun_path) - 1);
+    sockaddr_un address = AddressOf(path_);
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0)
             << path_;
@@ -200,6 +209,35 @@ std::optional<ReplyBody> RawPeer::CallOnce(const RawCall& call) const {
     ReplyBody body;
     memcpy(&body, answer->body.data(), sizeof(body));
     return body;
+}
+
+RawListener::RawListener(const std::string& folder)
+        : name_(NextPeerName()),
+          path_(folder + "/" + name_),
+          fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address = AddressOf(path_);
+    EXPECT_EQ(bind(fd_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    EXPECT_EQ(listen(fd_.get(), 16), 0);
+}
+
+RawListener::~RawListener() {
+    unlink(path_.c_str());
+}
+
+RawConnection RawListener::AcceptOneway(UniqueFd* ring) {
+    EXPECT_TRUE(WaitFor(fd_.get(), POLLIN, Clock::now() + kTestLimit));
+    RawConnection connection(UniqueFd(accept4(fd_.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+    char hello[sizeof(FrameHeader) + sizeof(HelloBody)];
+    iovec part{hello, sizeof(hello)};
+    DescriptorSpace space;
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    space.Attach(&message);
+    EXPECT_TRUE(WaitFor(connection.fd(), POLLIN, Clock::now() + kTestLimit));
+    EXPECT_EQ(recvmsg(connection.fd(), &message, 0), static_cast<ssize_t>(sizeof(hello)));
+    EXPECT_TRUE(space.Take(message, ring));
+    return connection;
 }
 
 }  // namespace host::testing

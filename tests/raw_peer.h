@@ -82,10 +82,14 @@ class RawConnection {
 
 class RawPeer {
   public:
-    // Finds the victim's socket in the folder; does not connect yet.
-    RawPeer(const std::string& folder, pid_t victim);
+    // Finds the victim's socket in the folder; does not connect yet. Without a name it gets one of
+    // its own.
+    RawPeer(const std::string& folder, pid_t victim, const std::string& name = "");
 
     const std::string& name() const { return name_; }
+
+    // The victim's socket.
+    const std::string& path() const { return path_; }
 
     // A connection that has said nothing.
     RawConnection Connect() const;
@@ -103,5 +107,26 @@ class RawPeer {
     std::string name_;
     std::optional<RawConnection> control_;
 };
+
+// Where a peer listens, to be called by the victim.
+class RawListener {
+  public:
+    explicit RawListener(const std::string& folder);
+    ~RawListener();
+    RawListener(const RawListener&) = delete;
+    RawListener& operator=(const RawListener&) = delete;
+
+    const std::string& name() const { return name_; }
+    // The next connection, which must be one for oneway calls; `*ring` is the file that came along.
+    RawConnection AcceptOneway(UniqueFd* ring);
+
+  private:
+    const std::string name_;
+    const std::string path_;
+    UniqueFd fd_;
+};
+
+// A name that no other peer of this process has.
+std::string NextPeerName();
 
 }  // namespace host::testing

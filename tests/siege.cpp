@@ -1,6 +1,7 @@
 #include "siege.h"
 
 #include <android/binder_manager.h>
+#include <android/binder_parcel_utils.h>
 #include <android/binder_process.h>
 #include <android/log.h>
 #include <fcntl.h>
@@ -21,6 +22,7 @@ namespace {
 constexpr char kName[] = "siege/victim";
 
 std::atomic<int> g_posted{0};
+Counter g_unblocked;
 
 binder_status_t Behave(int code, const Letter& in, Letter* out) {
     static auto* kept = new std::vector<ndk::SpAIBinder>;
@@ -51,6 +53,11 @@ binder_status_t Behave(int code, const Letter& in, Letter* out) {
         case kPostTo:
             out->value = Post(in.binder, kEcho);
             return STATUS_OK;
+        case kBlock:
+            return g_unblocked.WaitFor(1) ? STATUS_OK : STATUS_TIMED_OUT;
+        case kFlood:
+            out->value = CallWithObjects(in.binder, static_cast<size_t>(in.value));
+            return STATUS_OK;
         default:
             return STATUS_UNKNOWN_TRANSACTION;
     }
@@ -69,6 +76,7 @@ std::string Obey(const std::string& line, const RefId& id) {
     words >> verb >> number;
     if (verb == "id") return std::to_string(id.bits[0]) + " " + std::to_string(id.bits[1]);
     if (verb == "posted") return std::to_string(g_posted.load());
+    if (verb == "unblock") g_unblocked.Add();
     if (verb == "cpu") return CpuMs();
     if (verb == "exports") return std::to_string(ExportTable::Get().size());
     if (verb == "mark") __android_log_print(ANDROID_LOG_INFO, "siege", "mark %d.", number);
@@ -113,6 +121,12 @@ HOST_HELPER(SiegeClient) {
     return 0;
 }
 
+std::vector<std::string> Arguments(int descriptors) {
+    std::vector<std::string> arguments;
+    if (descriptors != 0) arguments.push_back(std::to_string(descriptors));
+    return arguments;
+}
+
 struct Report {
     int made = 0;
     int failed = 0;
@@ -127,9 +141,27 @@ Report Ask(Helper* client) {
 
 }  // namespace
 
-Siege::Siege()
+binder_status_t CallWithObjects(const ndk::SpAIBinder& target, size_t objects, size_t numbers) {
+    // The first call tells what the object is.
+    const binder_status_t known = Call(target, kEcho);
+    if (known != STATUS_OK) return known;
+    AParcel* in = nullptr;
+    binder_status_t status = AIBinder_prepareTransaction(target.get(), &in);
+    ndk::ScopedAParcel question(in), answer;
+    const std::vector<int32_t> filling(numbers);
+    if (status == STATUS_OK) status = AParcel_writeInt32(in, 0);
+    if (status == STATUS_OK) status = AParcel_writeStrongBinder(in, nullptr);
+    if (status == STATUS_OK) status = ndk::AParcel_writeVector(in, filling);
+    for (size_t i = 0; i < objects && status == STATUS_OK; ++i)
+        status = AParcel_writeStrongBinder(in, MakeObject(Behave).get());
+    if (status != STATUS_OK) return status;
+    in = question.release();
+    return AIBinder_transact(target.get(), kEcho, &in, answer.getR(), 0);
+}
+
+Siege::Siege(int victim_descriptors)
         : host_({.echo_log = false}),
-          victim_("SiegeVictim", {}, {.echo_log = false}),
+          victim_("SiegeVictim", Arguments(victim_descriptors), {.echo_log = false}),
           client_("SiegeClient") {
     std::istringstream id(victim_.Command("id"));
     id >> target_.bits[0] >> target_.bits[1];

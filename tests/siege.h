@@ -21,11 +21,17 @@ enum VictimCode : uint32_t {
     kPosted = 5,    // counts
     kDumpIt = 6,    // dumps the object it got; the status
     kPostTo = 7,    // a oneway kEcho to the object it got; the status
+    kBlock = 8,     // returns after the command "unblock"
+    kFlood = 9,     // hands so many new objects to the object it got, in one call; the status
 };
+
+// One kEcho call that carries so many new objects and numbers beside.
+binder_status_t CallWithObjects(const ndk::SpAIBinder& target, size_t objects, size_t numbers = 0);
 
 class Siege : public ::testing::Test {
   protected:
-    Siege();
+    // Without a number the victim may have as many descriptors as it wants.
+    explicit Siege(int victim_descriptors = 0);
     ~Siege() override;
 
     // A peer of this process with its control connection; the one before must have been closed.
