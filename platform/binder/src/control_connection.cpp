@@ -13,27 +13,12 @@ constexpr size_t kReadBytes = 4096;
 // others.
 constexpr int kReadsPerTurn = 16;
 
-// A reference is dropped where the owner's code may run.
-void DropOnPool(BinderRef ref) {
-    if (ref == nullptr) return;
-    Pool::Get().Post([shared = std::shared_ptr<AIBinder>(std::move(ref))] {});
-}
-
 bool HandleAcquire(Peer* peer, const AcquireBody& body) {
     bool known = ExportTable::Get().HandOver(body.id);
     Holdings::Result result = known ? peer->holdings.Add(body.id) : Holdings::Result::kUnknown;
     if (known && result != Holdings::Result::kOk)
         DropOnPool(ExportTable::Get().TakeBack(body.id, 1));
     peer->SendAcquired(body.id, result == Holdings::Result::kOk);
-    return true;
-}
-
-bool HandleRelease(Peer* peer, const ReleaseBody& body) {
-    if (body.arrivals == 0) return false;
-    // Not held: an arrival of which the owner was never told, because it knew the object no more.
-    if (!peer->holdings.Contains(body.id)) return true;
-    if (peer->holdings.Remove(body.id, body.arrivals) != Holdings::Result::kOk) return false;
-    DropOnPool(ExportTable::Get().TakeBack(body.id, body.arrivals));
     return true;
 }
 
@@ -136,7 +121,7 @@ bool ControlConnection::HandleFrame(FrameType type, Bytes body) {
             return peer_->OnAcquired(answer.id, answer.granted != 0);
         }
         case FrameType::kRelease:
-            return HandleRelease(peer_.get(), CopyOut<ReleaseBody>(body.data()));
+            return peer_->OnRelease(CopyOut<ReleaseBody>(body.data()));
         case FrameType::kSettled:
             return HandleSettled(peer_.get(), CopyOut<SettledBody>(body.data()));
         default:

@@ -49,8 +49,13 @@ void OnewayReceiver::TakeRest() {
         std::lock_guard lock(mutex_);
         ring_.Freeze();
     }
-    for (BinderRef& target : Drain())
-        RunLater(std::move(target));
+    // All of it: what is not entered when the peer's references are given up finds no object. It
+    // ends, as nothing is added any more.
+    bool more = true;
+    while (more) {
+        for (BinderRef& target : Drain(&more))
+            RunLater(std::move(target));
+    }
 }
 
 void OnewayReceiver::OnReady(uint32_t events) {
@@ -59,7 +64,9 @@ void OnewayReceiver::OnReady(uint32_t events) {
         if (!ReadWakeUps(&more)) return peer_->Cut("a descriptor that nobody asked for");
         if (more) Pool::Get().Post([self = shared_from_this()] { self->OnReady(EPOLLIN); });
     }
-    Runnable runnable = Drain();
+    bool more = false;
+    Runnable runnable = Drain(&more);
+    if (more) Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
     if (runnable.empty()) return;
     for (size_t i = 1; i < runnable.size(); ++i)
         RunLater(std::move(runnable[i]));
@@ -84,21 +91,23 @@ void OnewayReceiver::Started(size_t record_size) {
     RingReader(&memory_).Finish(record_size);
 }
 
-OnewayReceiver::Runnable OnewayReceiver::Drain() {
+OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more) {
     Runnable runnable;
     Calls dropped;
     bool cut = false;
-    bool more = false;
+    uint64_t position;
+    *more = false;
     {
         std::lock_guard lock(mutex_);
-        if (!broken_ && !TakeSome(&runnable, &more)) {
+        if (!broken_ && !TakeSome(&runnable, more)) {
             broken_ = true;
             cut = true;
         }
         dropped.swap(unanswerable_);
+        position = ring_.position();
     }
+    peer_->OnOnewayRead(position);
     if (cut) peer_->Cut("malformed oneway call");
-    if (more) Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
     return runnable;
 }
 

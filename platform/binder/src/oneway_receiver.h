@@ -60,9 +60,9 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     using Runnable = std::vector<BinderRef>;
     using Calls = std::vector<std::unique_ptr<OnewayCall>>;
 
-    // Takes what is in the ring, as much as one turn may; another turn is posted if there is more.
-    // The result is the objects that someone must run now.
-    Runnable Drain() EXCLUDES(mutex_);
+    // Takes what is in the ring, as much as one turn may; `*more` if that was not all. The result
+    // is the objects that someone must run now.
+    Runnable Drain(bool* more) EXCLUDES(mutex_);
     // Null and true: the object called is not there any more. False: malformed.
     bool Take(const uint8_t* body, size_t size, std::unique_ptr<OnewayCall>* call) REQUIRES(mutex_);
     // `*more`: the turn ended before the ring was empty.

@@ -56,7 +56,9 @@ binder_status_t OnewaySender::SendLocked(const RefId& target, uint32_t code, con
     binder_status_t status = WriteRecord(target, code, parcel, report);
     if (status == STATUS_OK) {
         report->refused_before = std::exchange(refused_, 0);
-        if (ring_->Publish()) Wake();
+        const bool wake = ring_->Publish();
+        position_.store(ring_->position(), std::memory_order_release);
+        if (wake) Wake();
     }
     return status;
 }

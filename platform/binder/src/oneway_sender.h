@@ -6,6 +6,7 @@
 #include <android-base/thread_annotations.h>
 #include <android/binder_status.h>
 
+#include <atomic>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -28,6 +29,9 @@ class OnewaySender {
     // is pending, or the call is too large. STATUS_DEAD_OBJECT, STATUS_NO_MEMORY: as they say.
     binder_status_t Send(const RefId& target, uint32_t code, const AParcel& parcel)
             EXCLUDES(mutex_);
+
+    // Where the ring ends for now: everything sent before the call stands before it.
+    uint64_t position() const { return position_.load(std::memory_order_acquire); }
 
     // The peer can be connected to.
     void OnReachable() EXCLUDES(mutex_);
@@ -55,6 +59,7 @@ class OnewaySender {
     void Wake() REQUIRES(mutex_);
 
     Peer* const peer_;
+    std::atomic<uint64_t> position_{0};
 
     std::mutex mutex_;
     bool closed_ GUARDED_BY(mutex_) = false;

@@ -26,6 +26,11 @@ constexpr int kMaxAttempts = 100;
 
 }  // namespace
 
+void DropOnPool(BinderRef ref) {
+    if (ref == nullptr) return;
+    Pool::Get().Post([shared = std::shared_ptr<AIBinder>(std::move(ref))] {});
+}
+
 Peer::Peer(std::string endpoint_name) : name(std::move(endpoint_name)), oneway(this) {}
 
 Peer::~Peer() = default;
@@ -253,6 +258,29 @@ bool Peer::OnAcquired(const RefId& id, bool granted) {
     return true;
 }
 
+bool Peer::OnRelease(const ReleaseBody& body) {
+    if (body.arrivals == 0) return false;
+    // Not held: an arrival of which the owner was never told, because it knew the object no more.
+    if (!holdings.Contains(body.id)) return true;
+    if (holdings.Remove(body.id, body.arrivals) != Holdings::Result::kOk) return false;
+    switch (delayed_releases.Add({body.id, body.arrivals, body.after})) {
+        case DelayedReleases::Result::kNow:
+            DropOnPool(ExportTable::Get().TakeBack(body.id, body.arrivals));
+            return true;
+        case DelayedReleases::Result::kDelayed:
+            return true;
+        case DelayedReleases::Result::kFull:
+            DropOnPool(ExportTable::Get().TakeBack(body.id, body.arrivals));
+            return false;
+    }
+    return false;
+}
+
+void Peer::OnOnewayRead(uint64_t position) {
+    for (const DelayedReleases::Release& release : delayed_releases.Reach(position))
+        DropOnPool(ExportTable::Get().TakeBack(release.id, release.arrivals));
+}
+
 bool Peer::IsReachable() {
     std::lock_guard lock(mutex_);
     return reachable_ && !IsDead();
@@ -398,6 +426,8 @@ void Peer::ReleaseEverything() {
     auto dropped = std::make_shared<std::vector<BinderRef>>();
     for (auto& [id, count] : holdings.Close())
         dropped->push_back(ExportTable::Get().TakeBack(id, count));
+    for (const DelayedReleases::Release& release : delayed_releases.Close())
+        dropped->push_back(ExportTable::Get().TakeBack(release.id, release.arrivals));
     for (BinderRef& kept : keeps.Close())
         dropped->push_back(std::move(kept));
     std::deque<PendingAcquire> unanswered;

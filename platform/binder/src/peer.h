@@ -27,6 +27,9 @@ class CallConnection;
 class ControlConnection;
 class OnewayReceiver;
 
+// Drops the reference where the owner's code may run. Null is accepted.
+void DropOnPool(BinderRef ref);
+
 class Peer : public std::enable_shared_from_this<Peer> {
   public:
     explicit Peer(std::string endpoint_name);
@@ -41,6 +44,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
     bool IsConnectionOpen() EXCLUDES(control_mutex_);
 
     Holdings holdings;
+    DelayedReleases delayed_releases;
     Keeps keeps;
     ProxyTable proxies;
     OnewaySender oneway;
@@ -61,7 +65,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
     // Says to the owner what became of a reference.
     void SendAcquire(const RefId& id, std::shared_ptr<Peer> from) EXCLUDES(control_mutex_);
     void SendRelease(const RefId& id, uint32_t arrivals) {
-        SendControl(FrameType::kRelease, ReleaseBody{id, arrivals, 0});
+        SendControl(FrameType::kRelease, ReleaseBody{id, arrivals, 0, oneway.position()});
     }
     void SendSettled(const std::string& owner, const RefId& id);
     void SendAcquired(const RefId& id, bool granted) {
@@ -87,6 +91,12 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void Cut(const char* reason) EXCLUDES(mutex_, control_mutex_);
     // Housekeeper, once: the process is gone, or as good as gone.
     void Die() EXCLUDES(mutex_, control_mutex_);
+
+    // Housekeeper: the peer drops what it holds. False if it does not hold so much, or too many of
+    // its releases wait for oneway calls that never come.
+    bool OnRelease(const ReleaseBody& body);
+    // The peer's oneway ring has been read up to there, and the objects called are referenced.
+    void OnOnewayRead(uint64_t position);
 
     // Whether call and oneway connections may follow the control connection by now.
     bool IsReachable() EXCLUDES(mutex_);

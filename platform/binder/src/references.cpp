@@ -1,5 +1,7 @@
 #include "references.h"
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "limits.h"
@@ -138,6 +140,30 @@ std::vector<BinderRef> Keeps::Close() {
         all.push_back(std::move(kept.binder));
     kept_.clear();
     return all;
+}
+
+DelayedReleases::Result DelayedReleases::Add(const Release& release) {
+    std::lock_guard lock(mutex_);
+    if (release.after <= position_) return Result::kNow;
+    if (waiting_.size() >= kMaxReferencesPerPeer) return Result::kFull;
+    waiting_.push_back(release);
+    return Result::kDelayed;
+}
+
+std::vector<DelayedReleases::Release> DelayedReleases::Reach(uint64_t position) {
+    std::vector<Release> reached;
+    std::lock_guard lock(mutex_);
+    // Several threads read the ring in turns, and tell of it in any order.
+    position_ = std::max(position_, position);
+    while (!waiting_.empty() && waiting_.front().after <= position_) {
+        reached.push_back(waiting_.front());
+        waiting_.pop_front();
+    }
+    return reached;
+}
+
+std::vector<DelayedReleases::Release> DelayedReleases::Close() {
+    return Reach(std::numeric_limits<uint64_t>::max());
 }
 
 BinderRef ProxyTable::Arrive(const RefId& id, const Maker& make) {

@@ -6,6 +6,7 @@
 #include <android-base/thread_annotations.h>
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -85,6 +86,30 @@ class Keeps {
     std::mutex mutex_;
     bool closed_ GUARDED_BY(mutex_) = false;
     std::unordered_map<RefId, Kept, RefIdHash> kept_ GUARDED_BY(mutex_);
+};
+
+// Releases of one peer that have overtaken oneway calls which the peer made before: the objects
+// stay until those calls have found them.
+class DelayedReleases {
+  public:
+    struct Release {
+        RefId id;
+        uint32_t arrivals;
+        uint64_t after;  // position in the oneway ring
+    };
+    enum class Result { kNow, kDelayed, kFull };
+
+    // kNow: nothing stands before it. kFull: too many wait already.
+    Result Add(const Release& release) EXCLUDES(mutex_);
+    // The ring has been read up to there. Those that waited for no more than that.
+    [[nodiscard]] std::vector<Release> Reach(uint64_t position) EXCLUDES(mutex_);
+    // All that wait; none will wait any more.
+    [[nodiscard]] std::vector<Release> Close() EXCLUDES(mutex_);
+
+  private:
+    std::mutex mutex_;
+    uint64_t position_ GUARDED_BY(mutex_) = 0;
+    std::deque<Release> waiting_ GUARDED_BY(mutex_);
 };
 
 // The stand-ins for one peer's objects: at most one per object.

@@ -76,6 +76,9 @@ class RingWriter {
     // Makes the record visible; true if the reader sleeps and must be woken by the caller.
     bool Publish();
 
+    // Behind the last record.
+    uint64_t position() const { return position_; }
+
     // What a body of this size counts.
     static size_t RecordSize(size_t body_size);
 
@@ -107,6 +110,9 @@ class RingReader {
     // first, once. Valid until Pop. kBroken: the writer has written what no writer of ours writes.
     Result Front(const uint8_t** body, size_t* body_size);
     void Pop();
+
+    // Behind the last record that was read; the writer counts alike.
+    uint64_t position() const { return position_; }
 
     // What is written from now on is not read any more.
     void Freeze();

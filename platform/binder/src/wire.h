@@ -94,6 +94,7 @@ struct ReleaseBody {
     RefId id;
     uint32_t arrivals;  // how many hand-overs this settles
     uint32_t reserved;
+    uint64_t after;  // where the sender's oneway ring ended then
 };
 
 struct SettledBody {
