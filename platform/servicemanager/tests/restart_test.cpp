@@ -79,6 +79,9 @@ TEST(ARestartedServiceManager, HasNotDisturbedRunningConnections) {
     Helper publisher("Client"), client("Client");
     ASSERT_EQ(publisher.Command("publish n x"), "0");
     ASSERT_EQ(client.Command("keep n"), Says(publisher, "x"));
+    // Until the publisher knows of the new holder, the reference stands and falls with the service
+    // manager that passed it on.
+    ASSERT_TRUE(WaitForRest({publisher.pid(), client.pid()}));
     host.KillServiceManager();
     EXPECT_EQ(client.Command("ask"), Says(publisher, "x"));
     host.StartServiceManager();

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <string>
 
+#include "eventually.h"
+
 namespace host::testing {
 namespace {
 
@@ -62,6 +64,20 @@ int64_t ContextSwitches(pid_t pid) {
         }
     }
     return failure ? -1 : sum;
+}
+
+bool WaitForRest(const std::vector<pid_t>& pids) {
+    constexpr int kLooks = 6;  // the first ones follow each other closely, the last 16 ms apart
+    int64_t last = -1;
+    int same = 0;
+    return Eventually([&] {
+        int64_t sum = 0;
+        for (const pid_t pid : pids)
+            sum += ContextSwitches(pid);
+        same = sum == last ? same + 1 : 0;
+        last = sum;
+        return same >= kLooks;
+    });
 }
 
 char ProcessState(pid_t pid) {
