@@ -111,8 +111,10 @@ void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t ui
         yielded = ours_stays;
         if (ours_stays) {
             SendFrameNow(control->fd(), FrameType::kYield);
-        } else if (!second && SendFrameNow(control->fd(), FrameType::kWelcome) &&
-                   control->StartWatching()) {
+        } else if (!second && control->StartWatching()) {
+            // A peer that is gone by now takes no welcome. It is adopted all the same: what it had
+            // sent comes in first, then the end is noticed in its turn.
+            if (!SendFrameNow(control->fd(), FrameType::kWelcome)) control->ShutDown();
             replaced = std::exchange(control_, control);
             control_ours_ = false;
             control_open_ = true;
