@@ -1,0 +1,295 @@
+// Labels: memory threads processes
+// Timeout: 300
+#include <unistd.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "../platform/binder/src/limits.h"
+#include "ring.h"
+#include "test_object.h"
+#include "wire.h"
+
+namespace host::testing {
+namespace {
+
+using std::chrono::steady_clock;
+
+enum Code {
+    kNote = FIRST_CALL_TRANSACTION,
+    kNoted,
+    kFence,
+    kBlock,
+    kOpen,
+    kMake,
+    kPostMany,
+    kMeet
+};
+
+// Notes numbers in the order in which they come.
+class Notes {
+  public:
+    binder_status_t Behave(int code, const Letter& in, Letter* out) {
+        if (code == kNote) Append(in.value);
+        if (code == kNoted) *out = Take();
+        if (code == kFence) Post(in.binder, kFence);
+        if (code == kBlock) {
+            if (in.binder) Post(in.binder, kFence);
+            opened_.WaitFor(in.value);
+        }
+        if (code == kOpen) opened_.Add();
+        if (code == kMake) out->binder = MakeObject(Handler());
+        return STATUS_OK;
+    }
+
+    host::testing::Handler Handler() {
+        return [this](int code, const Letter& in, Letter* out) { return Behave(code, in, out); };
+    }
+
+  private:
+    void Append(int32_t number) {
+        std::lock_guard lock(mutex_);
+        numbers_.push_back(number);
+    }
+    Letter Take() {
+        std::lock_guard lock(mutex_);
+        return {static_cast<int32_t>(numbers_.size()), {}, std::exchange(numbers_, {})};
+    }
+
+    Counter opened_;
+    std::mutex mutex_;
+    std::vector<int32_t> numbers_;
+};
+
+HOST_HELPER(Notebook) {
+    Notes notes;
+    return Serve(channel, notes.Handler());
+}
+
+// An object that counts the fences that have been reached.
+struct FenceBell {
+    Counter rung;
+    ndk::SpAIBinder object = MakeObject([this](int, const Letter&, Letter*) {
+        rung.Add();
+        return STATUS_OK;
+    });
+};
+
+std::vector<int32_t> FromZero(int32_t count) {
+    std::vector<int32_t> numbers(static_cast<size_t>(count));
+    for (int32_t i = 0; i < count; ++i)
+        numbers[static_cast<size_t>(i)] = i;
+    return numbers;
+}
+
+// Everything noted by a notebook, asked for when a fence behind it has been reached.
+std::vector<int32_t> NotedBy(const ndk::SpAIBinder& notebook) {
+    FenceBell bell;
+    Letter answer;
+    EXPECT_EQ(Post(notebook, kFence, {0, bell.object, {}}), STATUS_OK);
+    EXPECT_TRUE(bell.rung.WaitFor(1));
+    EXPECT_EQ(Call(notebook, kNoted, {}, &answer), STATUS_OK);
+    return answer.numbers;
+}
+
+TEST(OnewayCalls, RunInOrderAndOneAtATimePerObject) {
+    RemoteObject notebook("Notebook");
+    constexpr int32_t kCalls = 20'000;
+    for (int32_t i = 0; i < kCalls; ++i) {
+        while (Post(notebook.object(), kNote, {i, {}, {}}) == STATUS_FAILED_TRANSACTION) {
+            FenceBell bell;
+            if (Post(notebook.object(), kFence, {0, bell.object, {}}) == STATUS_OK)
+                bell.rung.WaitFor(1);
+        }
+    }
+    EXPECT_EQ(NotedBy(notebook.object()), FromZero(kCalls));
+}
+
+TEST(OnewayCalls, ToDifferentObjectsRunInParallelWhileOneBlocks) {
+    RemoteObject notebook("Notebook");
+    Letter other;
+    ASSERT_EQ(Call(notebook.object(), kMake, {}, &other), STATUS_OK);
+    FenceBell entered;
+    ASSERT_EQ(Post(notebook.object(), kBlock, {1, entered.object, {}}), STATUS_OK);
+    ASSERT_EQ(Post(notebook.object(), kNote, {0, {}, {}}), STATUS_OK);
+    ASSERT_TRUE(entered.rung.WaitFor(1));
+    EXPECT_EQ(NotedBy(other.binder), std::vector<int32_t>{}) << "the blocked object's call waits";
+    // A two-way call to the object overtakes what waits for it.
+    ASSERT_EQ(Call(notebook.object(), kOpen), STATUS_OK);
+    EXPECT_EQ(NotedBy(notebook.object()), FromZero(1));
+}
+
+TEST(OnewayCalls, WaitForAThreadOfAFullPoolWithoutHoldingUpTheCaller) {
+    RemoteObject notebook("Notebook");
+    std::vector<Letter> objects(kDefaultPoolThreads + 5);
+    FenceBell entered;
+    for (Letter& one : objects)
+        ASSERT_EQ(Call(notebook.object(), kMake, {}, &one), STATUS_OK);
+    for (Letter& one : objects) {
+        ASSERT_EQ(Post(one.binder, kBlock,
+                       {static_cast<int32_t>(objects.size()), entered.object, {}}),
+                  STATUS_OK);
+    }
+    ASSERT_TRUE(entered.rung.WaitFor(kDefaultPoolThreads));
+    for (int32_t i = 0; i < 1'000; ++i)
+        ASSERT_EQ(Post(notebook.object(), kNote, {i, {}, {}}), STATUS_OK);
+    EXPECT_EQ(entered.rung.value(), static_cast<int>(kDefaultPoolThreads));
+    // Calls that open the gate need a thread that is free: the blocked ones are given up with their
+    // process.
+    notebook.process().Kill();
+    EXPECT_TRUE(Eventually([&] { return Post(notebook.object(), kNote) == STATUS_DEAD_OBJECT; }));
+}
+
+// What one call of that many numbers counts.
+size_t RecordSize(size_t numbers) {
+    const size_t interface = sizeof(int32_t) + Padded(sizeof("test.IObject") - 1);
+    const size_t letter = sizeof(int32_t) * (3 + numbers);  // value, null, length
+    return RingWriter::RecordSize(sizeof(CallBody) + interface + letter);
+}
+
+TEST(OnewayCalls, AreAcceptedUpToTheBoundAndRefusedBeyondIt) {
+    RemoteObject notebook("Notebook");
+    ASSERT_EQ(Post(notebook.object(), kNote, {-1, {}, {}}), STATUS_OK);
+    ASSERT_EQ(NotedBy(notebook.object()), std::vector<int32_t>{-1});
+    LogCapture log;
+    ASSERT_TRUE(notebook.process().Stop());
+    const std::vector<int32_t> load(245);
+    const size_t calls = kMaxOnewayPendingBytes / RecordSize(load.size());
+    for (size_t i = 0; i < calls; ++i) {
+        ASSERT_EQ(Post(notebook.object(), kNote, {static_cast<int32_t>(i), {}, load}), STATUS_OK)
+                << i;
+    }
+    size_t left = kMaxOnewayPendingBytes - calls * RecordSize(load.size());
+    ASSERT_GE(left, RecordSize(0));
+    const std::vector<int32_t> rest((left - RecordSize(0)) / sizeof(int32_t));
+    ASSERT_EQ(RecordSize(rest.size()), left) << "the last one fills the bound to the byte";
+    EXPECT_EQ(Post(notebook.object(), kNote, {0, {}, std::vector<int32_t>(rest.size() + 2)}),
+              STATUS_FAILED_TRANSACTION);
+    EXPECT_EQ(Post(notebook.object(), kNote, {static_cast<int32_t>(calls), {}, rest}), STATUS_OK);
+    for (int i = 0; i < 99; ++i)
+        EXPECT_EQ(Post(notebook.object(), kNote), STATUS_FAILED_TRANSACTION);
+    ASSERT_TRUE(notebook.process().Continue());
+    ASSERT_TRUE(Eventually([&] {
+        return Post(notebook.object(), kNote, {-1, {}, {}}) == STATUS_OK;
+    }));
+    std::vector<int32_t> expected = FromZero(static_cast<int32_t>(calls) + 1);
+    expected.push_back(-1);
+    EXPECT_EQ(NotedBy(notebook.object()), expected);
+    const auto lines = log.Texts("Oneway calls to pid " + std::to_string(notebook.pid()));
+    ASSERT_EQ(lines.size(), 4U) << "each first refusal, and how many there were";
+    EXPECT_NE(lines[0].find("are refused"), std::string::npos) << lines[0];
+    EXPECT_NE(lines[1].find("; 1 were refused"), std::string::npos) << lines[1];
+    EXPECT_NE(lines[2].find("are refused"), std::string::npos) << lines[2];
+    const auto number = lines[3].find("; ");
+    ASSERT_NE(number, std::string::npos) << lines[3];
+    EXPECT_GE(atoi(lines[3].c_str() + number + 2), 99) << lines[3];
+}
+
+struct Timed {
+    std::vector<steady_clock::duration> took;
+
+    binder_status_t Post(const ndk::SpAIBinder& target, int32_t number) {
+        const auto before = steady_clock::now();
+        const binder_status_t status = host::testing::Post(target, kNote, {number, {}, {}});
+        took.push_back(steady_clock::now() - before);
+        return status;
+    }
+    steady_clock::duration Median() {
+        std::sort(took.begin(), took.end());
+        return took[took.size() / 2];
+    }
+};
+
+TEST(OnewayCalls, ToAStoppedProcessDelayNobodyAndAreRunWhenItContinues) {
+    RemoteObject stopped("Notebook"), healthy("Notebook");
+    ASSERT_EQ(NotedBy(stopped.object()), NotedBy(healthy.object()));
+    ASSERT_TRUE(stopped.process().Stop());
+    Timed to_stopped, to_healthy;
+    int32_t sent = 0, accepted = 0;
+    std::vector<int32_t> noted;
+    for (int round = 0; round < 100; ++round) {
+        for (int i = 0; i < 100; ++i, ++sent) {
+            const binder_status_t status = to_stopped.Post(stopped.object(), sent);
+            ASSERT_TRUE(status == STATUS_OK || status == STATUS_FAILED_TRANSACTION) << status;
+            if (status == STATUS_OK) {
+                ASSERT_EQ(accepted++, sent) << "accepted behind a refused one";
+            }
+            ASSERT_EQ(to_healthy.Post(healthy.object(), sent), STATUS_OK);
+        }
+        const auto batch = NotedBy(healthy.object());
+        noted.insert(noted.end(), batch.begin(), batch.end());
+    }
+    EXPECT_EQ(noted, FromZero(sent));
+    EXPECT_GT(accepted, 6'000);
+    EXPECT_LT(accepted, sent);
+    EXPECT_LE(to_stopped.Median(), 2 * to_healthy.Median());
+    ASSERT_TRUE(stopped.process().Continue());
+    EXPECT_TRUE(Eventually([&] {
+        return Post(stopped.object(), kNote, {accepted, {}, {}}) == STATUS_OK;
+    }));
+    EXPECT_EQ(NotedBy(stopped.object()), FromZero(accepted + 1));
+}
+
+// Posts as many notes as it is asked to, to an object that it has never called before, and ends.
+HOST_HELPER(Hasty) {
+    Counter served;
+    return Serve(channel, [](int code, const Letter& in, Letter* out) -> binder_status_t {
+        if (code == kPostMany) {
+            for (int32_t i = 0; i < in.value; ++i) {
+                if (Post(in.binder, kNote, {i, {}, {}}) == STATUS_OK) ++out->value;
+            }
+            if (!in.numbers.empty()) _exit(0);
+        }
+        return STATUS_OK;
+    });
+}
+
+class FirstContact : public ::testing::Test {
+  protected:
+    RemoteObject sender_{"Hasty"};
+    RemoteObject notebook_{"Notebook"};
+};
+
+TEST_F(FirstContact, WithAStoppedProcessDoesNotDelayAOnewayCall) {
+    ASSERT_TRUE(notebook_.process().Stop());
+    Letter accepted;
+    ASSERT_EQ(Call(sender_.object(), kPostMany, {1'000, notebook_.object(), {}}, &accepted),
+              STATUS_OK);
+    EXPECT_EQ(accepted.value, 1'000);
+    ASSERT_TRUE(notebook_.process().Continue());
+    std::vector<int32_t> noted;
+    EXPECT_TRUE(Eventually([&] {
+        for (int32_t number : NotedBy(notebook_.object()))
+            noted.push_back(number);
+        return noted.size() >= 1'000;
+    }));
+    EXPECT_EQ(noted, FromZero(1'000));
+}
+
+TEST_F(FirstContact, DeliversWhatWasSentRightBeforeTheSenderExited) {
+    ASSERT_EQ(NotedBy(notebook_.object()), FromZero(0));
+    const int before = OpenDescriptors(notebook_.pid());
+    for (bool while_stopped : {false, true}) {
+        RemoteObject sender("Hasty");
+        ASSERT_TRUE(!while_stopped || notebook_.process().Stop());
+        EXPECT_EQ(Call(sender.object(), kPostMany, {1'000, notebook_.object(), {1}}),
+                  STATUS_DEAD_OBJECT);
+        ASSERT_TRUE(sender.process().WaitExit());
+        ASSERT_TRUE(!while_stopped || notebook_.process().Continue());
+        std::vector<int32_t> noted;
+        EXPECT_TRUE(Eventually([&] {
+            for (int32_t number : NotedBy(notebook_.object()))
+                noted.push_back(number);
+            return noted.size() >= 1'000;
+        })) << noted.size();
+        EXPECT_EQ(noted, FromZero(1'000)) << while_stopped;
+        EXPECT_TRUE(Eventually([&] { return OpenDescriptors(notebook_.pid()) <= before; }))
+                << "the dead sender is forgotten, whether it was stopped: " << while_stopped
+                << ", now " << OpenDescriptors(notebook_.pid()) << " before " << before;
+    }
+}
+
+const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
+
+}  // namespace
+}  // namespace host::testing
