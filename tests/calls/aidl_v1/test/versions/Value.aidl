@@ -1,0 +1,7 @@
+package test.versions;
+
+/** One of several kinds. */
+union Value {
+    int number;
+    String text;
+}

@@ -1,0 +1,9 @@
+package test.versions;
+
+/** How a text is kept. */
+@Backing(type="int")
+enum Setting {
+    PLAIN,
+    LOUD,
+    QUIET,
+}
