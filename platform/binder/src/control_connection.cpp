@@ -63,8 +63,10 @@ void ControlConnection::OnEvents(uint32_t events) {
     }
     if (open) return;
     StopWatching();
-    // What the peer sent before it died counts: connections that it opened are still in the queue.
+    // What the peer sent before it died counts: connections that it opened may still be in the
+    // queue, or their hello unread.
     Endpoint::Get().AcceptAll();
+    Endpoint::Get().ReadHellos(peer_->pid());
     peer_->OnControlEnd(this);
 }
 

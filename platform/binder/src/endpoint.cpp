@@ -101,11 +101,11 @@ binder_status_t Endpoint::Listen(std::string* error) {
     name_ = name;
     spare_ = SpareDescriptor();
     listener_ = UniqueFd(sys::Socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    bool listening =
-            drawn && listener_.ok() &&
-            sys::Bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) ==
-                    0 &&
-            sys::Listen(listener_.get(), kListenBacklog) == 0 && Housekeeper::Get().Start();
+    bool listening = drawn && listener_.ok() &&
+                     sys::Bind(listener_.get(), reinterpret_cast<sockaddr*>(&address),
+                               sizeof(address)) == 0 &&
+                     sys::Listen(listener_.get(), kListenBacklog) == 0 &&
+                     Housekeeper::Get().Start();
     if (listening) {
         listener_key_ =
                 Housekeeper::Get().Watch(listener_.get(), EPOLLIN, std::make_shared<Listener>());
@@ -263,6 +263,13 @@ void Endpoint::MakeRoomForOneMore() {
         if (counts[newcomer->pid()] > counts[oldest->pid()]) oldest = newcomer;
     }
     oldest->Cut("it has not said whose it is, and newer ones wait");
+}
+
+void Endpoint::ReadHellos(pid_t pid) {
+    // Copied: who has said its hello leaves the list.
+    for (const auto& newcomer : std::list<std::shared_ptr<Newcomer>>(newcomers_)) {
+        if (newcomer->pid() == pid) newcomer->OnEvents(EPOLLIN);
+    }
 }
 
 void Endpoint::DropNewcomer(Newcomer* newcomer) {

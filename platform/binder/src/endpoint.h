@@ -62,6 +62,8 @@ class Endpoint {
 
     // Housekeeper: takes in connections that wait, a queue full of them at most.
     void AcceptAll();
+    // Housekeeper: reads what the new connections of that process have said by now.
+    void ReadHellos(pid_t pid);
     // Housekeeper: a connection has said whose it is.
     void OnHello(Newcomer* newcomer, const HelloBody& hello);
     void DropNewcomer(Newcomer* newcomer);
