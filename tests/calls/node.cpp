@@ -100,6 +100,13 @@ ScopedAStatus Node::kept(std::shared_ptr<INode>* out) {
     return ScopedAStatus::ok();
 }
 
+ScopedAStatus Node::askKept(const std::shared_ptr<INode>& keeper, Who* out) {
+    std::shared_ptr<INode> node;
+    ScopedAStatus status = keeper->kept(&node);
+    if (!status.isOk()) return status;
+    return node == nullptr ? ScopedAStatus::fromExceptionCode(EX_ILLEGAL_STATE) : node->who(out);
+}
+
 ScopedAStatus Node::tell(const std::shared_ptr<INode>& other, int32_t value) {
     return other->hear(value);
 }

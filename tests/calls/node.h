@@ -43,6 +43,7 @@ class Node : public aidl::test::calls::BnNode {
                          int32_t* out) override;
     ScopedAStatus keep(const std::shared_ptr<INode>& node) override;
     ScopedAStatus kept(std::shared_ptr<INode>* out) override;
+    ScopedAStatus askKept(const std::shared_ptr<INode>& keeper, Who* out) override;
     ScopedAStatus tell(const std::shared_ptr<INode>& other, int32_t value) override;
     ScopedAStatus hear(int32_t value) override;
     ScopedAStatus fail(int32_t exception, int32_t serviceSpecific,

@@ -1,7 +1,6 @@
 // Labels: memory threads processes
 #include <aidl/velmora/sample/IListener.h>
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "node.h"
@@ -78,17 +77,20 @@ TEST(Objects, ArePassedToAThirdProcessAndCalledThere) {
     const RemoteNode a;
     const RemoteNode b;
     const auto own = MakeNode();
-    ASSERT_TRUE(a->keep(own).isOk());
-    std::shared_ptr<INode> kept;
-    {
-        // b gets this process's object from a's hands.
-        SpAIBinder back;
-        ASSERT_TRUE(a->echoBy(b.node(), own->asBinder(), &back).isOk());
-        EXPECT_EQ(back, own->asBinder());
-    }
-    ASSERT_TRUE(a->kept(&kept).isOk());
-    ASSERT_TRUE(b->keep(a.node()).isOk());
     Who who;
+    // This process's object, which b gets from a.
+    ASSERT_TRUE(a->keep(own).isOk());
+    ASSERT_TRUE(b->askKept(a.node(), &who).isOk());
+    EXPECT_EQ(who.pid, OwnPid());
+    EXPECT_EQ(who.callingPid, b.pid());
+    // b's own object, which comes back to it from a: called directly, inside the call from here.
+    ASSERT_TRUE(a->keep(b.node()).isOk());
+    ASSERT_TRUE(b->askKept(a.node(), &who).isOk());
+    EXPECT_EQ(who.pid, b.pid());
+    EXPECT_EQ(who.callingPid, OwnPid());
+    // a's object, which this process gets from b.
+    ASSERT_TRUE(b->keep(a.node()).isOk());
+    std::shared_ptr<INode> kept;
     ASSERT_TRUE(b->kept(&kept).isOk());
     ASSERT_TRUE(kept->who(&who).isOk());
     EXPECT_EQ(who.pid, a.pid());

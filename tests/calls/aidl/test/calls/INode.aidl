@@ -26,6 +26,8 @@ interface INode {
     /** Keeps the node, in the place of what it kept. */
     void keep(@nullable INode node);
     @nullable INode kept();
+    /** What the node kept by that one answers to this process's who(). */
+    Who askKept(INode keeper);
 
     oneway void tell(INode other, int value);
     oneway void hear(int value);
