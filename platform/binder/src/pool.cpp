@@ -18,6 +18,25 @@ void NoteExit() {
     g_exiting.store(true);
 }
 
+// exit() destroys what is local to its thread before anything static, also before what became
+// static after the pool. A process whose first thread ends is taken to exit: main returns, or calls
+// exit.
+class ExitWatch {
+  public:
+    ~ExitWatch() {
+        if (armed_) NoteExit();
+    }
+    void ArmOnFirstThread() { armed_ = gettid() == getpid(); }
+
+  private:
+    bool armed_ = false;
+};
+
+void WatchForExit() {
+    thread_local ExitWatch watch;
+    watch.ArmOnFirstThread();
+}
+
 }  // namespace
 
 Pool& Pool::Get() {
@@ -35,6 +54,7 @@ Pool::Pool()
     event.data.u64 = kNudgeKey;
     CHECK(epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, nudge_.get(), &event) == 0);
     std::atexit(NoteExit);
+    WatchForExit();
 }
 
 void Pool::StayIfExiting() {
@@ -48,6 +68,7 @@ void Pool::StayIfExiting() {
 }
 
 void Pool::Start() {
+    WatchForExit();
     std::lock_guard lock(mutex_);
     if (started_.exchange(true) || max_threads_.load() == 0) return;
     threads_.emplace_back([this] { Loop(/*joined=*/false); });
@@ -115,7 +136,8 @@ void Pool::TaskLoop() NO_THREAD_SAFETY_ANALYSIS {
         Task task;
         {
             std::unique_lock lock(mutex_);
-            while (tasks_.empty()) task_posted_.wait(lock);
+            while (tasks_.empty())
+                task_posted_.wait(lock);
             task = std::move(tasks_.front());
             tasks_.pop_front();
             queued_.store(tasks_.size());
