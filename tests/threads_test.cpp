@@ -1,0 +1,252 @@
+// Labels: memory threads processes
+// Timeout: 300
+#include <android/binder_process.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "test_object.h"
+
+namespace host::testing {
+namespace {
+
+constexpr int kPoolThreads = 15;
+constexpr int kMaxDepth = 64;
+
+enum Code {
+    kEcho = FIRST_CALL_TRANSACTION,
+    kMeet,      // returns when as many calls as its value are in it at once
+    kCallBack,  // calls the binder
+    kDescend,   // calls the binder with itself and one less, down to zero
+    kChain,     // has the one that was kept call the binder
+    kKeep,
+};
+
+// Runs calls that call on; serves in this process and in helpers alike.
+class Caller {
+  public:
+    ndk::SpAIBinder NewObject() {
+        return MakeObject(
+                [this](int code, const Letter& in, Letter* out) { return Behave(code, in, out); });
+    }
+    void set_self(ndk::SpAIBinder self) { self_ = std::move(self); }
+
+    binder_status_t Behave(int code, const Letter& in, Letter* out) {
+        out->value = in.value;
+        if (code == kMeet) return Meet(in.value);
+        if (code == kCallBack) return Call(in.binder, kEcho, {in.value, {}, {}}, out);
+        if (code == kDescend) return Descend(in, out);
+        if (code == kKeep) kept_ = in.binder;
+        if (code == kChain) return Call(kept_, kCallBack, {in.value, in.binder, {}}, out);
+        return STATUS_OK;
+    }
+
+  private:
+    binder_status_t Meet(int number) {
+        met_.Add();
+        return met_.WaitFor(number) ? STATUS_OK : STATUS_TIMED_OUT;
+    }
+    binder_status_t Descend(const Letter& in, Letter* out) {
+        if (in.value == 0) return STATUS_OK;
+        return Call(in.binder, kDescend, {in.value - 1, self_, {}}, out);
+    }
+
+    Counter met_;
+    ndk::SpAIBinder self_, kept_;
+};
+
+HOST_HELPER(Caller) {
+    Caller caller;
+    caller.set_self(caller.NewObject());
+    return Serve(channel, [&](int code, const Letter& in, Letter* out) {
+        return caller.Behave(code, in, out);
+    });
+}
+
+template <typename Body>
+void InParallel(int count, const Body& body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back(body);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(Threads, AreStartedOnDemandAndServeInParallelUpToTheBound) {
+    RemoteObject server("Caller");
+    for (int i = 0; i < 200; ++i)
+        ASSERT_EQ(Call(server.object(), kEcho), STATUS_OK);
+    const int few = Threads(server.pid());
+    EXPECT_LE(few, 3 + kPoolThreads / 2) << "calls one after another need no crowd";
+    InParallel(kPoolThreads, [&] {
+        EXPECT_EQ(Call(server.object(), kMeet, {kPoolThreads, {}, {}}), STATUS_OK);
+    });
+    const int all = Threads(server.pid());
+    EXPECT_LE(all, 3 + kPoolThreads) << "with its main thread and two of the layer's own";
+    InParallel(3 * kPoolThreads, [&] {
+        for (int i = 0; i < 20; ++i)
+            EXPECT_EQ(Call(server.object(), kEcho), STATUS_OK);
+    });
+    EXPECT_EQ(Threads(server.pid()), all) << "the bound stays";
+}
+
+TEST(Threads, ThatWaitRunTheirCallbacksThemselvesHoweverMany) {
+    RemoteObject server("Caller");
+    Counter wrong;
+    std::atomic<int> answered{0};
+    InParallel(3 * kPoolThreads, [&] {
+        const auto self = std::this_thread::get_id();
+        ndk::SpAIBinder back = MakeObject([&, self](int, const Letter& in, Letter* out) {
+            if (std::this_thread::get_id() != self) wrong.Add();
+            out->value = in.value + 1;
+            return STATUS_OK;
+        });
+        for (int i = 0; i < 50; ++i) {
+            Letter answer;
+            EXPECT_EQ(Call(server.object(), kCallBack, {i, back, {}}, &answer), STATUS_OK);
+            if (answer.value == i + 1) ++answered;
+        }
+    });
+    EXPECT_EQ(answered.load(), 3 * kPoolThreads * 50);
+    EXPECT_EQ(wrong.value(), 0) << "a callback ran on another thread";
+}
+
+TEST(Threads, NestCallsBetweenTwoProcessesUpToTheBound) {
+    RemoteObject server("Caller");
+    Caller local;
+    local.set_self(local.NewObject());
+    ndk::SpAIBinder self = local.NewObject();
+    // The first call is at depth 1, so that a descent of n takes n + 1.
+    EXPECT_EQ(Call(server.object(), kDescend, {kMaxDepth - 1, self, {}}), STATUS_OK);
+    EXPECT_EQ(Call(server.object(), kDescend, {kMaxDepth, self, {}}), STATUS_FAILED_TRANSACTION);
+    EXPECT_EQ(Call(server.object(), kEcho), STATUS_OK) << "the connection is as it was";
+}
+
+TEST(Threads, NestCallsAroundThreeProcesses) {
+    RemoteObject second("Caller"), third("Caller");
+    Caller local;
+    ndk::SpAIBinder self = local.NewObject();
+    ASSERT_EQ(Call(second.object(), kKeep, {0, third.object(), {}}), STATUS_OK);
+    InParallel(4, [&] {
+        for (int32_t i = 0; i < 100; ++i) {
+            Letter answer;
+            EXPECT_EQ(Call(second.object(), kChain, {i, self, {}}, &answer), STATUS_OK);
+            EXPECT_EQ(answer.value, i);
+        }
+    });
+}
+
+// Joins the pool with its main thread, and says so when it has come back.
+HOST_HELPER(Joiner) {
+    Caller caller;
+    ndk::SpAIBinder object = caller.NewObject();
+    std::thread server([&] {
+        Serve(channel, [&](int code, const Letter& in, Letter* out) {
+            return caller.Behave(code, in, out);
+        });
+    });
+    ABinderProcess_joinThreadPool();
+    channel.Write("came back");
+    _exit(5);
+}
+
+TEST(Threads, ThatJoinedComeBackAtTheEndOfThePool) {
+    LaunchOptions options;
+    options.pool_end = true;
+    Helper joiner("Joiner", {"object/joiner"}, options);
+    ASSERT_EQ(joiner.Command("hello"), "hello");
+    joiner.process().EndPool();
+    EXPECT_EQ(joiner.WaitForAnswer(), "came back");
+    EXPECT_EQ(joiner.process().WaitExit(), (ExitStatus{5, 0}));
+}
+
+// What a process that leaves was given, and what it begins to run after it has begun to leave.
+struct Leaving {
+    explicit Leaving(HelperChannel& driver) : channel(driver) {}
+
+    binder_status_t Behave(int code, const Letter& in) {
+        if (exiting) channel.Write("a call began");
+        std::lock_guard lock(mutex);
+        if (code == kKeep) kept.push_back(in.binder);
+        return STATUS_OK;
+    }
+    static void OnDied(void* leaving) {
+        auto* self = static_cast<Leaving*>(leaving);
+        if (self->exiting) self->channel.Write("a death callback began");
+    }
+
+    HelperChannel channel;
+    std::atomic<bool> exiting{false};
+    std::mutex mutex;
+    std::vector<ndk::SpAIBinder> kept;
+    AIBinder_DeathRecipient* recipient = AIBinder_DeathRecipient_new(&OnDied);
+};
+
+// Destroyed while the process exits: calls, releases and deletes then, and waits for the driver.
+struct Leftovers {
+    Leaving* leaving = nullptr;
+    ndk::ScopedAIBinder_DeathRecipient deleted;
+    ndk::SpAIBinder own;
+
+    ~Leftovers() {
+        leaving->exiting = true;
+        ndk::SpAIBinder& driver = leaving->kept[0];
+        const bool called = Call(driver, kEcho) == STATUS_OK && Post(driver, kEcho) == STATUS_OK;
+        deleted.set(nullptr);
+        driver.set(nullptr);
+        own.set(nullptr);
+        leaving->channel.Write(called ? "called" : "failed");
+        leaving->channel.Read();
+        leaving->channel.Write("end");
+    }
+};
+
+HOST_HELPER(Leaver) {
+    static auto* const leaving = new Leaving(channel);
+    return Serve(
+            channel, [](int code, const Letter& in, Letter*) { return leaving->Behave(code, in); },
+            [](const std::string&) -> std::string {
+                static Leftovers leftovers;
+                std::lock_guard lock(leaving->mutex);
+                leftovers.leaving = leaving;
+                leftovers.own = MakeObject([](int, const Letter&, Letter*) { return STATUS_OK; });
+                leftovers.deleted.set(AIBinder_DeathRecipient_new(&Leaving::OnDied));
+                AIBinder* victim = leaving->kept[1].get();
+                AIBinder_linkToDeath(victim, leaving->recipient, leaving);
+                AIBinder_linkToDeath(victim, leftovers.deleted.get(), leaving);
+                exit(6);
+            });
+}
+
+TEST(Threads, StartNothingNewOnceTheProcessHasBegunToExitWhileItsOwnCallsStillWork) {
+    RemoteObject leaver("Leaver"), victim("Caller");
+    Counter called, destroyed;
+    ndk::SpAIBinder own = MakeObject(
+            [&](int, const Letter&, Letter*) {
+                called.Add();
+                return STATUS_OK;
+            },
+            [&] { destroyed.Add(); });
+    ASSERT_EQ(Call(leaver.object(), kKeep, {0, own, {}}), STATUS_OK);
+    ASSERT_EQ(Call(leaver.object(), kKeep, {0, victim.object(), {}}), STATUS_OK);
+    own.set(nullptr);
+    leaver.helper().Send("leave");
+    ASSERT_EQ(leaver.helper().WaitForAnswer(), "called");
+    EXPECT_TRUE(called.WaitFor(2)) << "a two-way and a oneway call";
+    EXPECT_TRUE(destroyed.WaitFor(1)) << "released by a destructor";
+    std::thread pending([&] { EXPECT_EQ(Call(leaver.object(), kEcho), STATUS_DEAD_OBJECT); });
+    EXPECT_EQ(Post(leaver.object(), kEcho), STATUS_OK);
+    victim.process().Kill();
+    EXPECT_EQ(leaver.helper().WaitForAnswer(std::chrono::milliseconds(150)), std::nullopt);
+    leaver.helper().Send("go on");
+    EXPECT_EQ(leaver.helper().WaitForAnswer(), "end");
+    EXPECT_EQ(leaver.process().WaitExit(), (ExitStatus{6, 0}));
+    pending.join();
+}
+
+const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
+
+}  // namespace
+}  // namespace host::testing
