@@ -1,0 +1,197 @@
+// Labels: memory processes
+// Timeout: 300
+// Peers that take and do not give: half messages, replies that nobody reads, every descriptor there
+// is. The others are served as if they were not there.
+
+#include <android/binder_manager.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "pool.h"
+#include "siege.h"
+
+namespace host::testing {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kPeers = 15;
+constexpr int kReplyNumbers = 262'000;  // nearly a mebibyte
+constexpr int kCalls = 1000;
+constexpr uid_t kNobody = 65534;
+
+int64_t Since(Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
+}
+
+// A raw peer in a process of its own. Arguments: folder, victim, the object's two numbers.
+HOST_HELPER(RawProcess) {
+    const auto& arguments = channel.arguments();
+    const RefId target{{std::stoull(arguments[2]), std::stoull(arguments[3])}};
+    RawPeer peer(arguments[0], std::stoi(arguments[1]));
+    std::vector<RawConnection> connections;
+    channel.Serve([&](const std::string& command) -> std::string {
+        if (command == "begin") return peer.Begin() ? "begun" : "refused";
+        if (command == "stranger") {
+            if (setuid(kNobody) != 0) return "still privileged";
+            return peer.Begin() ? "begun" : "refused";
+        }
+        if (command == "half") {
+            connections.push_back(peer.Open(ConnectionKind::kCall));
+            const std::string call = RawCall{target, kEcho, LetterData(0, false, 1000)}.Frame();
+            return connections.back().Send(call.substr(0, call.size() / 2)) ? "sent" : "cut";
+        }
+        if (command == "unread") {
+            connections.push_back(peer.Open(ConnectionKind::kCall));
+            const RawCall call{target, kBig, LetterData(kReplyNumbers)};
+            return connections.back().Send(call.Frame()) ? "sent" : "cut";
+        }
+        auto reply = connections.back().Receive();
+        return reply ? std::to_string(reply->body.size()) : "nothing";
+    });
+    return 0;
+}
+
+// Calls by the layer: the median of so many, in microseconds; a oneway call; a fresh connection.
+HOST_HELPER(LoadCaller) {
+    const ndk::SpAIBinder victim(AServiceManager_waitForService("siege/victim"));
+    channel.Serve([&](const std::string& command) {
+        if (command == "post") return std::to_string(Post(victim, kPosted));
+        std::vector<int64_t> times;
+        for (int i = 0; i < kCalls; ++i) {
+            const auto start = Clock::now();
+            if (Call(victim, kEcho) != STATUS_OK) return std::string("-1");
+            times.push_back(Since(start));
+        }
+        std::nth_element(times.begin(), times.begin() + kCalls / 2, times.end());
+        return std::to_string(times[kCalls / 2]);
+    });
+    return 0;
+}
+
+class Load : public Siege {
+  protected:
+    explicit Load(int victim_descriptors = 0) : Siege(victim_descriptors) {}
+
+    std::unique_ptr<Helper> NewRawProcess() {
+        return std::make_unique<Helper>(
+                "RawProcess", std::vector<std::string>{host_.path(), std::to_string(victim_.pid()),
+                                                       std::to_string(target_.bits[0]),
+                                                       std::to_string(target_.bits[1])});
+    }
+
+    std::vector<std::unique_ptr<Helper>> Fifteen(const std::string& command) {
+        std::vector<std::unique_ptr<Helper>> peers;
+        for (int i = 0; i < kPeers; ++i) {
+            peers.push_back(NewRawProcess());
+            EXPECT_EQ(peers.back()->Command("begin"), "begun");
+            EXPECT_EQ(peers.back()->Command(command), "sent");
+        }
+        return peers;
+    }
+
+    // The sixteenth is served as fast as before, a loaded machine's noise apart.
+    void ExpectAsFast(int64_t before) {
+        int64_t after = -1;
+        EXPECT_TRUE(Eventually([&] {
+            after = std::stoll(caller_.Command("median"));
+            return after >= 0 && after <= 2 * before + 100;
+        })) << "median before "
+            << before << " us, now " << after << " us";
+        ExpectServing(0);
+    }
+
+    // The victim's share of the processor while the caller makes its calls.
+    void ExpectNoSpinning() {
+        EXPECT_TRUE(client_.process().Stop());
+        const int64_t cpu = std::stoll(victim_.Command("cpu"));
+        const auto start = Clock::now();
+        EXPECT_GE(std::stoll(caller_.Command("median")), 0);
+        EXPECT_LE(std::stoll(victim_.Command("cpu")) - cpu, Since(start) / 1000 + 50);
+        EXPECT_TRUE(client_.process().Continue());
+    }
+
+    Helper caller_{"LoadCaller"};
+};
+
+TEST_F(Load, FifteenHalfMessagesDoNotSlowASixteenth) {
+    const int64_t before = std::stoll(caller_.Command("median"));
+    auto peers = Fifteen("half");
+    ExpectAsFast(before);
+    ExpectNoSpinning();
+    peers.clear();
+    EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
+    ExpectUnhurt(0);
+}
+
+TEST_F(Load, FifteenUnreadRepliesDoNotSlowASixteenthAndAreDeliveredWhenRead) {
+    const int64_t before = std::stoll(caller_.Command("median"));
+    auto peers = Fifteen("unread");
+    ExpectAsFast(before);
+    ExpectNoSpinning();
+    const std::string whole = std::to_string(sizeof(ReplyBody) + 12 + 4 * kReplyNumbers);
+    for (auto& peer : peers)
+        EXPECT_EQ(peer->Command("read"), whole);
+    peers.clear();
+    EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
+    ExpectUnhurt(0);
+}
+
+class Starved : public Load {
+  protected:
+    static constexpr int kDescriptors = 64;
+
+    Starved() : Load(kDescriptors) {}
+};
+
+TEST_F(Starved, WithoutADescriptorLeftItServesWhoIsThereAndLaterWhoComes) {
+    EXPECT_GE(std::stoll(caller_.Command("median")), 0);
+    RawPeer peer(host_.path(), victim_.pid());
+    std::vector<RawConnection> silent;
+    while (Warnings() == 0 && silent.size() < kMaxNewcomers) {
+        const int used = OpenDescriptors(victim_.pid());
+        silent.push_back(peer.Connect());
+        EXPECT_TRUE(Eventually(
+                [&] { return Warnings() > 0 || OpenDescriptors(victim_.pid()) > used; }));
+    }
+    EXPECT_TRUE(silent.back().WaitForEnd());
+    ExpectServing(1);
+    ExpectNoSpinning();
+    // A oneway call for which there is no connection yet is accepted all the same.
+    EXPECT_EQ(caller_.Command("post"), "0");
+    ExpectServing(1);
+    silent.clear();
+    EXPECT_TRUE(Eventually([&] { return victim_.Command("posted") == "1"; }));
+    ASSERT_TRUE(peer.Begin());
+    EXPECT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
+    peer.control().Close();
+    EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
+    ExpectUnhurt(1);
+}
+
+TEST_F(Load, AProcessOfAnotherUserIsRefusedByWhatTheKernelSaysOfIt) {
+    auto stranger = NewRawProcess();
+    const bool root = geteuid() == 0;
+    if (root) {
+        // Let it come as far as the socket, past what the folder's rights keep from it.
+        const std::string folder = host_.path();
+        chmod(folder.substr(0, folder.rfind('/')).c_str(), 0755);
+        chmod(folder.c_str(), 0755);
+        const std::string name = NewPeer().path();
+        chmod(name.c_str(), 0777);
+        EXPECT_EQ(stranger->Command("stranger"), "refused");
+        const std::string who = "pid " + std::to_string(stranger->pid()) + " uid 65534";
+        EXPECT_TRUE(victim_.log().WaitForLine(who + ": another user's"));
+        chmod(folder.c_str(), 0700);
+    }
+    // One of the same user is not.
+    auto known = NewRawProcess();
+    EXPECT_EQ(known->Command("begin"), "begun");
+    ExpectServing(0);
+}
+
+}  // namespace
+}  // namespace host::testing
