@@ -123,6 +123,7 @@ binder_status_t RunDump(LocalBinder* target, int file, const AParcel* in) {
     std::vector<std::string> args;
     if (!ReadArguments(in, &args)) return STATUS_BAD_VALUE;
     std::vector<const char*> pointers;
+    pointers.reserve(args.size());
     for (const std::string& argument : args)
         pointers.push_back(argument.c_str());
     const AIBinder_Class* clazz = target->clazz.load();
