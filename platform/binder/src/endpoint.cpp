@@ -287,6 +287,12 @@ void Endpoint::OnHello(Newcomer* newcomer, const HelloBody& hello) {
         OnControl(newcomer, name);
     } else {
         auto peer = FindPeer(name);
+        if (peer == nullptr) {
+            // Its control connection came first, and may have been accepted before its hello was
+            // there.
+            ReadHellos(newcomer->pid());
+            peer = FindPeer(name);
+        }
         if (peer == nullptr || name == name_) return newcomer->Cut("it has no control connection");
         if (kind == ConnectionKind::kCall) {
             OnCall(newcomer, peer);
@@ -335,7 +341,11 @@ void Endpoint::OnOneway(Newcomer* newcomer, const std::shared_ptr<Peer>& peer,
     bool mapped = hello.ring_bytes == RingMemory::kTotalBytes && receiver->Map(ring.get());
     if (!mapped) return newcomer->Cut("memory that is not a ring");
     if (!peer->SetReceiver(receiver)) return newcomer->Cut("a second oneway connection");
-    receiver->JoinPool();
+    if (!receiver->JoinPool()) {
+        // Nothing has been read: the peer brings the ring again.
+        peer->DropReceiver();
+        return newcomer->Cut("it cannot be watched");
+    }
     DropNewcomer(newcomer);
 }
 

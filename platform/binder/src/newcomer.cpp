@@ -43,6 +43,7 @@ bool Newcomer::Receive() {
 }
 
 void Newcomer::Read() {
+    if (size_ == sizeof(bytes_)) return;  // it has said its hello, which is being handled
     auto self = shared_from_this();
     if (!Receive()) {
         if (size_ == 0) {
