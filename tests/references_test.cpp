@@ -106,19 +106,23 @@ HOST_HELPER(Holder) {
     });
 }
 
-// An object of this process that counts its calls and its end.
+// Objects of this process that count their calls and their ends. They may outlive this.
 struct Own {
-    Counter called;
-    Counter destroyed;
+    struct Counts {
+        Counter called, destroyed;
+    };
+    std::shared_ptr<Counts> counts = std::make_shared<Counts>();
+    Counter& called = counts->called;
+    Counter& destroyed = counts->destroyed;
     ndk::SpAIBinder object = New();
 
     ndk::SpAIBinder New() {
         return MakeObject(
-                [this](int, const Letter&, Letter*) {
-                    called.Add();
+                [counts = counts](int, const Letter&, Letter*) {
+                    counts->called.Add();
                     return STATUS_OK;
                 },
-                [this] { destroyed.Add(); });
+                [counts = counts] { counts->destroyed.Add(); });
     }
 };
 
@@ -258,11 +262,11 @@ TEST(References, PassedOnByAProcessThatDiesAtOnceLeadToThatObjectOrToNone) {
 TEST(References, SurviveReleasesThatCrossHandOvers) {
     RemoteObject holder("Holder");
     Own own;
-    Holder local;
+    auto local = std::make_shared<Holder>();
     ndk::SpAIBinder here = MakeObject(
-            [&](int code, const Letter& in, Letter* out) { return local.Behave(code, in, out); });
+            [&](int code, const Letter& in, Letter* out) { return local->Behave(code, in, out); });
     ASSERT_EQ(Call(holder.object(), kKeep, {0, here, {}}), STATUS_OK);
-    ASSERT_EQ(local.Behave(kKeep, {0, holder.object(), {}}, nullptr), STATUS_OK);
+    ASSERT_EQ(local->Behave(kKeep, {0, holder.object(), {}}, nullptr), STATUS_OK);
     constexpr int kThreads = 3, kTimes = Rounds(2'000, 400);
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i) {
@@ -270,7 +274,7 @@ TEST(References, SurviveReleasesThatCrossHandOvers) {
             EXPECT_EQ(Call(holder.object(), kHammer, {kTimes, own.object, {}}), STATUS_OK);
         });
         threads.emplace_back([&] {
-            EXPECT_EQ(local.Behave(kHammer, {kTimes, own.object, {}}, nullptr), STATUS_OK);
+            EXPECT_EQ(local->Behave(kHammer, {kTimes, own.object, {}}, nullptr), STATUS_OK);
         });
     }
     for (std::thread& thread : threads)
@@ -280,7 +284,7 @@ TEST(References, SurviveReleasesThatCrossHandOvers) {
     own.object.set(nullptr);
     EXPECT_TRUE(own.destroyed.WaitFor(1));
     ASSERT_EQ(Call(holder.object(), kDropKept), STATUS_OK);
-    local.Behave(kDropKept, {}, nullptr);
+    local->Behave(kDropKept, {}, nullptr);
 }
 
 const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
