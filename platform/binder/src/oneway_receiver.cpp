@@ -36,10 +36,12 @@ bool OnewayReceiver::Map(int file) {
     return memory_.Map(file);
 }
 
-void OnewayReceiver::JoinPool() {
+bool OnewayReceiver::JoinPool() {
     key_.store(Pool::Get().Add(fd_.get(), EPOLLIN | EPOLLET, shared_from_this()));
+    if (key_.load() == 0) return false;
     // The ring was filled before it got here.
     Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
+    return true;
 }
 
 void OnewayReceiver::TakeRest() {

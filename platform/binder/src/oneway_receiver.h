@@ -44,7 +44,8 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
 
     // False unless `file` is a ring.
     bool Map(int file);
-    void JoinPool();
+    // False if it cannot be watched; then nothing has been read.
+    bool JoinPool();
     // Housekeeper, after the peer's death: what it had sent is run by the pool.
     void TakeRest() EXCLUDES(mutex_);
 

@@ -147,7 +147,20 @@ void OnewaySender::Wake() {
     uint8_t byte = 0;
     // A full socket holds enough wake-ups already; a closed one is a death that is noticed
     // elsewhere.
-    if (connection_.ok()) sys::Send(connection_.get(), &byte, sizeof(byte), MSG_DONTWAIT);
+    if (!connection_.ok()) return;
+    ssize_t sent = -1;
+    do {
+        sent = sys::Send(connection_.get(), &byte, sizeof(byte), MSG_DONTWAIT);
+    } while (sent < 0 && errno == EINTR);
+    if (sent >= 0 || errno == EAGAIN || errno == EPIPE || errno == ECONNRESET) return;
+    // The kernel is short of memory: the call is in the ring, and its wake-up comes later.
+    Housekeeper::Get().RunLater(kConnectRetryMs,
+                                [peer = peer_->shared_from_this()] { peer->oneway.WakeAgain(); });
+}
+
+void OnewaySender::WakeAgain() {
+    std::lock_guard lock(mutex_);
+    Wake();
 }
 
 void OnewaySender::Close() {

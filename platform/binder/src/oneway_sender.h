@@ -41,6 +41,9 @@ class OnewaySender {
     // The peer is dead; nothing is accepted any more.
     void Close() EXCLUDES(mutex_);
 
+    // Housekeeper: a wake-up could not be sent.
+    void WakeAgain() EXCLUDES(mutex_);
+
   private:
     struct Report {
         const char* broken = nullptr;

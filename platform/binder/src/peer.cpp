@@ -372,6 +372,12 @@ bool Peer::SetReceiver(std::shared_ptr<OnewayReceiver> receiver) {
     return true;
 }
 
+void Peer::DropReceiver() {
+    std::shared_ptr<OnewayReceiver> dropped;  // after unlocking
+    std::lock_guard lock(mutex_);
+    dropped = std::move(receiver_);
+}
+
 void Peer::ShutDownConnections() {
     {
         std::lock_guard lock(mutex_);

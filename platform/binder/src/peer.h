@@ -85,6 +85,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
     bool AddAccepted(const std::shared_ptr<CallConnection>& connection) EXCLUDES(mutex_);
     void DropAccepted(const std::shared_ptr<CallConnection>& connection) EXCLUDES(mutex_);
     bool SetReceiver(std::shared_ptr<OnewayReceiver> receiver) EXCLUDES(mutex_);
+    void DropReceiver() EXCLUDES(mutex_);
 
     // Ends every connection to a peer that does not keep to the rules. One WARN line, whoever comes
     // first.
