@@ -52,7 +52,9 @@ void ChildLog::Append(const std::string& chunk) {
     changed_.notify_all();
 }
 
-bool ChildLog::WaitForLine(const std::string& text, std::chrono::milliseconds limit) {
+// Waits on a condition variable, which the lock analysis does not follow.
+bool ChildLog::WaitForLine(const std::string& text,
+                           std::chrono::milliseconds limit) NO_THREAD_SAFETY_ANALYSIS {
     const auto end = std::chrono::steady_clock::now() + limit;
     std::unique_lock lock(mutex_);
     for (size_t seen = 0;;) {
@@ -68,7 +70,10 @@ bool ChildLog::WaitForLine(const std::string& text, std::chrono::milliseconds li
 
 bool ChildLog::WaitForEnd(std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [this] { return ended_; });
+    return changed_.wait_for(lock, limit, [this] {
+        android::base::ScopedLockAssertion held(mutex_);
+        return ended_;
+    });
 }
 
 std::vector<std::string> ChildLog::lines() const {

@@ -119,7 +119,10 @@ std::vector<std::string> LogCapture::Texts(const std::string& part) const {
 bool LogCapture::WaitFor(const std::function<bool(const std::vector<LogLine>&)>& predicate,
                          std::chrono::milliseconds limit) const {
     std::unique_lock lock(store_->mutex);
-    return store_->changed.wait_for(lock, limit, [&] { return predicate(store_->lines); });
+    return store_->changed.wait_for(lock, limit, [&] {
+        android::base::ScopedLockAssertion held(store_->mutex);
+        return predicate(store_->lines);
+    });
 }
 
 bool LogCapture::WaitForText(const std::string& text, std::chrono::milliseconds limit) const {
