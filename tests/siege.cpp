@@ -23,6 +23,7 @@ constexpr char kName[] = "siege/victim";
 
 std::atomic<int> g_posted{0};
 Counter g_unblocked;
+std::atomic<bool> g_met{false};
 
 binder_status_t Behave(int code, const Letter& in, Letter* out) {
     static auto* kept = new std::vector<ndk::SpAIBinder>;
@@ -55,6 +56,9 @@ binder_status_t Behave(int code, const Letter& in, Letter* out) {
             return STATUS_OK;
         case kBlock:
             return g_unblocked.WaitFor(1) ? STATUS_OK : STATUS_TIMED_OUT;
+        case kMet:
+            g_met.store(true);
+            return STATUS_OK;
         case kFlood:
             out->value = CallWithObjects(in.binder, static_cast<size_t>(in.value));
             return STATUS_OK;
@@ -77,6 +81,7 @@ std::string Obey(const std::string& line, const RefId& id) {
     if (verb == "id") return std::to_string(id.bits[0]) + " " + std::to_string(id.bits[1]);
     if (verb == "posted") return std::to_string(g_posted.load());
     if (verb == "unblock") g_unblocked.Add();
+    if (verb == "met") return g_met.load() ? "yes" : "no";
     if (verb == "cpu") return CpuMs();
     if (verb == "exports") return std::to_string(ExportTable::Get().size());
     if (verb == "mark") __android_log_print(ANDROID_LOG_INFO, "siege", "mark %d.", number);
@@ -108,7 +113,7 @@ HOST_HELPER(SiegeClient) {
             Letter in, out;
             in.value = i;
             const bool good = Call(victim, kEcho, in, &out) == STATUS_OK && out.value == i &&
-                              Post(victim, kEcho, in) == STATUS_OK;
+                              Post(victim, i == 0 ? kMet : kEcho, in) == STATUS_OK;
             (good ? made : failed).fetch_add(1);
             if (!good) poll(nullptr, 0, 10);
         }
@@ -166,6 +171,8 @@ Siege::Siege(int victim_descriptors)
     std::istringstream id(victim_.Command("id"));
     id >> target_.bits[0] >> target_.bits[1];
     EXPECT_TRUE(Eventually([this] { return Ask(&client_).made > 100; }));
+    // Every connection of the client has been taken in: from here on the counts stand still.
+    EXPECT_TRUE(Eventually([this] { return victim_.Command("met") == "yes"; }));
     before_ = ProcessCounts::Of(victim_.pid());
 }
 
@@ -202,7 +209,7 @@ void Siege::ExpectUnhurt(int warnings) {
     // A pool that has grown stays: its threads have a bound of their own.
     EXPECT_TRUE(Eventually([&] {
         return ProcessCounts::Of(victim_.pid()).descriptors == before_.descriptors;
-    })) << ProcessCounts::Of(victim_.pid()).descriptors
+    })) << OpenDescriptors(victim_.pid())
         << " descriptors, before " << before_.descriptors;
     EXPECT_LE(ProcessCounts::Of(victim_.pid()).threads, 20);
 }
