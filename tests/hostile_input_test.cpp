@@ -140,7 +140,7 @@ TEST_F(CutPeers, MalformedControlMessagesCutThePeer) {
     snprintf(settled.owner, sizeof(settled.owner), "%d-0123456789abcdef", getpid());
     const auto acquire = RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{target_, 0, 0}));
     const auto release = [this](uint32_t arrivals) {
-        return RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{target_, arrivals, 0}));
+        return RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{target_, arrivals, 0, 0}));
     };
     std::vector<BadBytes> cases = {
             {"a second hello", RawHello(ConnectionKind::kControl, "1-0123456789abcdef")},
@@ -241,7 +241,7 @@ TEST_F(Siege, ForgedAndStaleReferencesReachNothingAndCutNobody) {
     memcpy(&refused, answer->body.data(), sizeof(refused));
     EXPECT_EQ(refused.granted, 0U);
     // A release of what is not held at all, and answers to nothing that change nothing.
-    peer.control().Send(RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{kForged, 5, 0})) +
+    peer.control().Send(RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{kForged, 5, 0, 0})) +
                         RawFrame(FrameType::kYield, "") + RawFrame(FrameType::kWelcome, ""));
     EXPECT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
     peer.control().Close();
