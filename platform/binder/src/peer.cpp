@@ -193,7 +193,8 @@ void Peer::SendControlBytes(FrameType type, const void* body, size_t size) {
     bool in_bounds;
     {
         std::lock_guard lock(control_mutex_);
-        in_bounds = QueueControl(type, body, size);
+        // Asked once more: the end may have come, and with it the connection has gone.
+        in_bounds = IsDead() || QueueControl(type, body, size);
     }
     if (!in_bounds) Cut("control messages pile up unread");
 }
@@ -425,6 +426,7 @@ void Peer::Die() {
     {
         std::lock_guard lock(control_mutex_);
         control = std::move(control_);
+        control_open_ = false;
         outbox_.Clear(0);
     }
     if (control != nullptr) control->StopWatching();
