@@ -1,0 +1,126 @@
+// Labels: memory
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "src/limits.h"
+#include "src/references.h"
+#include "tests/local_object.h"
+
+namespace host {
+namespace {
+
+RefId Id(uint64_t number) {
+    return {{number, ~number}};
+}
+
+LocalBinder* Local(const ndk::SpAIBinder& object) {
+    return AsLocal(object.get());
+}
+
+TEST(ExportTable, KeepsAnObjectUntilItsHandOversAreTakenBackAndThenForgetsItsName) {
+    std::atomic<int> alive{0};
+    ndk::SpAIBinder object = MakeLocalObject(&alive);
+    ExportTable& table = ExportTable::Get();
+    RefId id, same, later;
+    ASSERT_TRUE(table.HandOver(Local(object), &id));
+    ASSERT_TRUE(table.HandOver(Local(object), &same));
+    EXPECT_TRUE(id == same);
+    ASSERT_TRUE(table.HandOver(id));
+    EXPECT_EQ(table.TakeBack(id, 4), nullptr) << "more than there were";
+    EXPECT_EQ(table.TakeBack(id, 2), nullptr);
+    EXPECT_EQ(table.Find(id).get(), object.get());
+    EXPECT_EQ(table.TakeBack(id, 1).get(), object.get());
+    EXPECT_EQ(table.Find(id), nullptr);
+    EXPECT_FALSE(table.HandOver(id));
+    ASSERT_TRUE(table.HandOver(Local(object), &later));
+    EXPECT_FALSE(later == id) << "a name is never used again";
+    object.set(nullptr);
+    EXPECT_EQ(alive, 1);
+    EXPECT_NE(table.TakeBack(later, 1), nullptr);
+    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(table.size(), 0U);
+}
+
+TEST(Holdings, CountPerObjectAndRefuseWhatIsNotHeld) {
+    Holdings holdings;
+    EXPECT_EQ(holdings.Add(Id(1)), Holdings::Result::kOk);
+    EXPECT_EQ(holdings.Add(Id(1)), Holdings::Result::kOk);
+    EXPECT_EQ(holdings.Remove(Id(1), 3), Holdings::Result::kUnknown);
+    EXPECT_EQ(holdings.Remove(Id(2), 1), Holdings::Result::kUnknown);
+    EXPECT_EQ(holdings.Remove(Id(1), 2), Holdings::Result::kOk);
+    EXPECT_FALSE(holdings.Contains(Id(1)));
+    EXPECT_EQ(holdings.Add(Id(3)), Holdings::Result::kOk);
+    const auto left = holdings.Close();
+    ASSERT_EQ(left.size(), 1U);
+    EXPECT_EQ(left[0].second, 1U);
+    EXPECT_EQ(holdings.Add(Id(1)), Holdings::Result::kClosed);
+}
+
+TEST(Holdings, AreBoundedByTheNumberOfObjects) {
+    Holdings holdings;
+    for (uint64_t i = 0; i < kMaxReferencesPerPeer; ++i) {
+        ASSERT_EQ(holdings.Add(Id(i)), Holdings::Result::kOk);
+    }
+    EXPECT_EQ(holdings.Add(Id(kMaxReferencesPerPeer)), Holdings::Result::kFull);
+    EXPECT_EQ(holdings.Add(Id(0)), Holdings::Result::kOk) << "one more of the same";
+}
+
+TEST(Keeps, HoldAnObjectUntilEveryHandOverIsSettled) {
+    std::atomic<int> alive{0};
+    ndk::SpAIBinder object = MakeLocalObject(&alive);
+    Keeps keeps;
+    BinderRef released;
+    ASSERT_TRUE(keeps.Add(object.get(), Id(1)));
+    ASSERT_TRUE(keeps.Add(object.get(), Id(1)));
+    object.set(nullptr);
+    EXPECT_FALSE(keeps.Settle(Id(2), &released));
+    EXPECT_TRUE(keeps.Settle(Id(1), &released));
+    EXPECT_EQ(released, nullptr);
+    EXPECT_TRUE(keeps.Settle(Id(1), &released));
+    EXPECT_EQ(alive, 1);
+    released.reset();
+    EXPECT_EQ(alive, 0);
+    EXPECT_FALSE(keeps.Settle(Id(1), &released)) << "once too often";
+    keeps.Close();
+    EXPECT_FALSE(keeps.Add(nullptr, Id(1)));
+}
+
+// Releases wait for the place in the ring that they name, in any order of places.
+TEST(DelayedReleases, WaitForTheRingToBeReadThatFar) {
+    DelayedReleases releases;
+    EXPECT_EQ(releases.Add({Id(1), 1, 0}), DelayedReleases::Result::kNow);
+    EXPECT_EQ(releases.Add({Id(2), 1, 100}), DelayedReleases::Result::kDelayed);
+    EXPECT_TRUE(releases.Reach(99).empty());
+    EXPECT_EQ(releases.Reach(100).size(), 1U);
+    EXPECT_EQ(releases.Add({Id(3), 1, 100}), DelayedReleases::Result::kNow);
+    EXPECT_EQ(releases.Add({Id(4), 1, 300}), DelayedReleases::Result::kDelayed);
+    EXPECT_TRUE(releases.Reach(50).empty()) << "told late";
+    EXPECT_EQ(releases.Close().size(), 1U);
+}
+
+TEST(ProxyTable, HasOneStandInWhileItIsReferencedAndCountsItsArrivals) {
+    ProxyTable table;
+    int made = 0;
+    const auto make = [&made] {
+        ++made;
+        return new ProxyBinder(nullptr, Id(1), "test.IObject");
+    };
+    BinderRef first = table.Arrive(Id(1), make);
+    BinderRef second = table.Arrive(Id(1), make);
+    EXPECT_EQ(first.get(), second.get());
+    EXPECT_EQ(made, 1);
+    EXPECT_EQ(table.Find(Id(1)).get(), first.get());
+    EXPECT_EQ(table.Leave(AsProxy(first.get())), 2U);
+    EXPECT_EQ(table.Find(Id(1)), nullptr);
+    BinderRef third = table.Arrive(Id(1), make);
+    EXPECT_NE(third.get(), first.get()) << "the one that left settles its own arrivals only";
+    EXPECT_EQ(AsProxy(third.get())->arrivals, 1U);
+    EXPECT_EQ(table.Leave(AsProxy(first.get())), 2U);
+    EXPECT_EQ(table.Find(Id(1)).get(), third.get()) << "and does not take the new one along";
+    EXPECT_EQ(table.Close().size(), 1U);
+    EXPECT_EQ(table.Arrive(Id(1), make), nullptr);
+}
+
+}  // namespace
+}  // namespace host
