@@ -120,6 +120,8 @@ class ProxyBinder final : public AIBinder {
     uint32_t arrivals = 0;
 
     std::atomic<bool> gone{false};
+    // Requests to be entered with the owner that are not answered yet.
+    std::atomic<uint32_t> acquiring{0};
 
     // Guarded by the lock of the death links.
     std::list<std::shared_ptr<DeathLink>> links;

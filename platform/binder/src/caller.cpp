@@ -82,6 +82,7 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
                            UniqueFd* memory) {
     if (target->IsDead() || IsForkedChild()) return STATUS_DEAD_OBJECT;
     const std::shared_ptr<Peer>& peer = target->peer;
+    if (target->acquiring.load(std::memory_order_acquire) != 0) peer->AwaitAcquired(*target);
     uint32_t depth = OutgoingDepth();
     if (depth > kMaxNestingDepth) {
         __android_log_print(ANDROID_LOG_WARN, "host_binder",

@@ -218,19 +218,20 @@ void Peer::FlushControl() {
     }
 }
 
-void Peer::SendAcquire(const RefId& id, std::shared_ptr<Peer> from) {
-    AcquireBody body{id, 0, 0};
+void Peer::SendAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from) {
+    AcquireBody body{proxy->id, 0, 0};
     bool queued = false;
     bool in_bounds = true;
     {
         std::lock_guard lock(control_mutex_);
         queued = !IsDead();
         if (queued) {
-            acquires_.push_back({id, from});
+            proxy->acquiring.fetch_add(1);
+            acquires_.push_back({proxy->id, from, NewRef(proxy)});
             in_bounds = QueueControl(FrameType::kAcquire, &body, sizeof(body));
         }
     }
-    if (!queued) from->SendSettled(name, id);  // a reference to nothing
+    if (!queued) from->SendSettled(name, proxy->id);  // a reference to nothing
     if (!in_bounds) Cut("control messages pile up unread");
 }
 
@@ -250,15 +251,26 @@ bool Peer::OnAcquired(const RefId& id, bool granted) {
         acquires_.pop_front();
     }
     answered.from->SendSettled(name, id);
-    if (granted) return true;
-    // Who passed it on had died, and the owner let go of it: a stand-in for nothing.
-    if (BinderRef proxy = proxies.Find(id)) {
-        AsProxy(proxy.get())->gone.store(true);
-        std::vector<BinderRef> one;
-        one.push_back(std::move(proxy));
-        PostDeathNotices(std::move(one));
+    // Not granted: who passed it on had died, and the owner let go of it: a stand-in for nothing.
+    ProxyBinder* proxy = AsProxy(answered.proxy.get());
+    if (!granted) proxy->gone.store(true);
+    proxy->acquiring.fetch_sub(1);
+    {
+        std::lock_guard lock(mutex_);
+        changed_.notify_all();
     }
+    if (granted) return true;
+    std::vector<BinderRef> one;
+    one.push_back(std::move(answered.proxy));
+    PostDeathNotices(std::move(one));
     return true;
+}
+
+// Exempt: waits on a condition variable.
+void Peer::AwaitAcquired(const ProxyBinder& proxy) NO_THREAD_SAFETY_ANALYSIS {
+    std::unique_lock lock(mutex_);
+    while (proxy.acquiring.load() != 0 && !IsDead())
+        changed_.wait(lock);
 }
 
 bool Peer::OnRelease(const ReleaseBody& body) {
@@ -445,8 +457,8 @@ void Peer::ReleaseEverything() {
         std::lock_guard lock(control_mutex_);
         unanswered.swap(acquires_);
     }
-    for (auto& [id, from] : unanswered)
-        from->SendSettled(name, id);
+    for (const PendingAcquire& one : unanswered)
+        one.from->SendSettled(name, one.id);
     if (!dropped->empty()) {
         Pool::Get().Post([dropped]() mutable { dropped.reset(); });
     }

@@ -63,7 +63,12 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void OnControlEnd(ControlConnection* control) EXCLUDES(control_mutex_);
 
     // Says to the owner what became of a reference.
-    void SendAcquire(const RefId& id, std::shared_ptr<Peer> from) EXCLUDES(control_mutex_);
+    void SendAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from)
+            EXCLUDES(control_mutex_);
+    // Waits until the peer has entered this process as a holder of what another process passed on.
+    // A call that waits for an answer waits for this, too: once it has succeeded, the death of who
+    // passed the reference on takes nothing away.
+    void AwaitAcquired(const ProxyBinder& proxy) EXCLUDES(mutex_);
     void SendRelease(const RefId& id, uint32_t arrivals) {
         SendControl(FrameType::kRelease, ReleaseBody{id, arrivals, 0, oneway.position()});
     }
@@ -106,6 +111,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
     struct PendingAcquire {
         RefId id;
         std::shared_ptr<Peer> from;
+        BinderRef proxy;
     };
 
     template <typename Body>
