@@ -82,8 +82,8 @@ struct ProcessCounts {
     int threads = 0;
 
     static ProcessCounts Of(pid_t pid);
-    bool operator==(const ProcessCounts& other) const {
-        return descriptors == other.descriptors && threads == other.threads;
+    bool IsMoreThan(const ProcessCounts& other) const {
+        return descriptors > other.descriptors || threads > other.threads;
     }
 };
 

@@ -11,7 +11,7 @@ namespace host {
 namespace {
 
 RefId Id(uint64_t number) {
-    return {{number, ~number}};
+    return {{number, 1}};
 }
 
 LocalBinder* Local(const ndk::SpAIBinder& object) {
