@@ -96,6 +96,7 @@ void OnewayReceiver::Started(size_t record_size) {
 OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more) {
     Runnable runnable;
     Calls dropped;
+    Runnable refused;
     bool cut = false;
     uint64_t position;
     *more = false;
@@ -106,6 +107,7 @@ OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more) {
             cut = true;
         }
         dropped.swap(unanswerable_);
+        refused.swap(refused_);
         position = ring_.position();
     }
     peer_->OnOnewayRead(position);
@@ -159,12 +161,18 @@ bool OnewayReceiver::Take(const uint8_t* shared, size_t size, std::unique_ptr<On
     Message message{{}, Bytes(table.data(), table.size()), body.object_count};
     auto call = std::make_unique<OnewayCall>();
     call->parcel = ObtainParcel();
-    if (!DecodeObjects(peer_, message, &objects)) {
-        DropObjects(&objects);
+    bool good = DecodeObjects(peer_, message, &objects);
+    // References of a message that is refused outlive the lock, under which none may be the last.
+    std::vector<BinderRef> held;
+    for (const AParcel::Object& object : objects)
+        held.push_back(NewRef(object.binder));
+    if (!good) DropObjects(&objects);
+    good = good &&
+           call->parcel->Assign(shared + sizeof(CallBody), body.data_size, std::move(objects));
+    if (!good) {
+        refused_.swap(held);
         return false;
     }
-    if (!call->parcel->Assign(shared + sizeof(CallBody), body.data_size, std::move(objects)))
-        return false;
     call->target = ExportTable::Get().Find(body.target);
     call->code = body.code;
     call->record_size = record_size;

@@ -78,6 +78,7 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     std::mutex mutex_;
     RingReader ring_ GUARDED_BY(mutex_){&memory_};
     Calls unanswerable_ GUARDED_BY(mutex_);  // for objects that are gone; dropped unlocked
+    Runnable refused_ GUARDED_BY(mutex_);    // out of a malformed call; dropped unlocked
     bool broken_ GUARDED_BY(mutex_) = false;
 };
 

@@ -409,6 +409,8 @@ void Peer::Cut(const char* reason) {
     __android_log_print(ANDROID_LOG_WARN, "host_binder", "Cutting off pid %d uid %d: %s.", pid(),
                         uid(), reason);
     ShutDownConnections();
+    // Also where there is no control connection whose end would tell.
+    Housekeeper::Get().RunSoon([self = shared_from_this()] { self->Die(); });
 }
 
 void Peer::Die() {

@@ -21,10 +21,10 @@ struct RefId {
 
 inline constexpr RefId kContextObjectId = {};
 
+// Spreads names by a secret of this process: names of other processes' objects are chosen by them,
+// and must not be able to meet in one bucket.
 struct RefIdHash {
-    size_t operator()(const RefId& id) const {
-        return static_cast<size_t>(id.bits[0] ^ id.bits[1]);
-    }
+    size_t operator()(const RefId& id) const;
 };
 
 inline constexpr uint16_t kFrameMagic = 0x4256;
