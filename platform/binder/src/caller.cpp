@@ -94,7 +94,7 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
     std::shared_ptr<CallConnection> own;
     if (waiting == nullptr) {
         binder_status_t taken = peer->TakeConnection(&own);
-        if (taken != STATUS_OK) return taken;
+        if (own == nullptr) return taken;
     }
     ObjectEncoder encoder(peer.get(), Direction::kCall);
     Buffer objects;

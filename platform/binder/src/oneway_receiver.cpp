@@ -164,6 +164,7 @@ bool OnewayReceiver::Take(const uint8_t* shared, size_t size, std::unique_ptr<On
     bool good = DecodeObjects(peer_, message, &objects);
     // References of a message that is refused outlive the lock, under which none may be the last.
     std::vector<BinderRef> held;
+    held.reserve(objects.size());
     for (const AParcel::Object& object : objects)
         held.push_back(NewRef(object.binder));
     if (!good) DropObjects(&objects);
