@@ -90,11 +90,12 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
                             peer->pid(), peer->uid(), kMaxNestingDepth);
         return STATUS_FAILED_TRANSACTION;
     }
-    CallConnection* waiting = WaitingConnection(peer.get());
+    CallConnection* connection = WaitingConnection(peer.get());
     std::shared_ptr<CallConnection> own;
-    if (waiting == nullptr) {
+    if (connection == nullptr) {
         binder_status_t taken = peer->TakeConnection(&own);
-        if (own == nullptr) return taken;
+        connection = own.get();
+        if (connection == nullptr) return taken;
     }
     ObjectEncoder encoder(peer.get(), Direction::kCall);
     Buffer objects;
@@ -107,7 +108,7 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
                       static_cast<uint32_t>(in.size()),
                       static_cast<uint32_t>(in.objects().size()),
                       static_cast<uint32_t>(objects.size())};
-        outcome = CallOn(own != nullptr ? own.get() : waiting, call, in, objects, out, memory);
+        outcome = CallOn(connection, call, in, objects, out, memory);
     }
     if (!outcome.sent) encoder.Undo();
     if (own != nullptr) peer->GiveBackConnection(std::move(own), outcome.reusable);
