@@ -1,5 +1,6 @@
 #include <android/binder_process.h>
 #include <android/log.h>
+#include <host/environment.h>
 
 #include <atomic>
 #include <cerrno>
@@ -38,13 +39,13 @@ class EndOfPool : public host::Watched, public std::enable_shared_from_this<EndO
 };
 
 void WatchForEnd() {
-    const char* named = getenv("BINDER_HOST_END_FD");
-    if (named == nullptr || *named == '\0') return;
+    const auto named = host::ReadEnvironment("BINDER_HOST_END_FD");
+    if (!named) return;
     char* rest = nullptr;
-    long fd = strtol(named, &rest, 10);
+    const long fd = strtol(named->c_str(), &rest, 10);
     if (*rest != '\0' || fd < 0 || fcntl(static_cast<int>(fd), F_GETFD) < 0) {
         __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "BINDER_HOST_END_FD is no open descriptor: %s.", named);
+                            "BINDER_HOST_END_FD is no open descriptor: %s.", named->c_str());
         return;
     }
     // From here on it belongs to the layer; a program that this one starts is not to inherit it.

@@ -1,8 +1,8 @@
 #include "runtime_folder.h"
 
 #include <dirent.h>
+#include <host/environment.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -21,11 +21,8 @@ constexpr char kContextLink[] = "servicemanager";
 constexpr char kContextLock[] = "servicemanager.lock";
 
 std::string FolderFromEnvironment() {
-    const char* named = getenv("BINDER_HOST_DIR");
-    if (named != nullptr && *named != '\0') return named;
-    const char* per_user = getenv("XDG_RUNTIME_DIR");
-    return std::string(per_user != nullptr && *per_user != '\0' ? per_user : "/run") +
-           "/velmora-binder";
+    if (auto named = ReadEnvironment("BINDER_HOST_DIR")) return *named;
+    return ReadEnvironment("XDG_RUNTIME_DIR").value_or("/run") + "/velmora-binder";
 }
 
 binder_status_t Failed(binder_status_t status, std::string* error, const std::string& folder,
