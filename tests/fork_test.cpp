@@ -1,4 +1,4 @@
-// Labels: processes
+// Labels: processes forks
 #include <android/binder_manager.h>
 #include <dirent.h>
 #include <fcntl.h>
