@@ -44,9 +44,23 @@ void CloseAllInChild() {
     }
 }
 
-[[maybe_unused]] const int g_registered = pthread_atfork(nullptr, nullptr, CloseAllInChild);
+void LetFork() {
+    ForkMutex().unlock();
+}
+
+[[maybe_unused]] const int g_registered = pthread_atfork([] { ForkMutex().lock(); }, LetFork,
+                                                         [] {
+                                                             LetFork();
+                                                             CloseAllInChild();
+                                                         });
 
 }  // namespace
+
+std::shared_mutex& ForkMutex() {
+    static auto* mutex =
+            new std::shared_mutex;  // never destroyed: processes fork until the very end
+    return *mutex;
+}
 
 bool IsForkedChild() {
     return g_forked_child.load(std::memory_order_relaxed);

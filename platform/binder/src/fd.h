@@ -2,6 +2,7 @@
 // thread.
 #pragma once
 
+#include <shared_mutex>
 #include <utility>
 
 namespace host {
@@ -9,6 +10,23 @@ namespace host {
 // True in a child that was forked and has not called exec: the layer's descriptors are gone there,
 // and nothing of the layer may touch a descriptor by number again.
 bool IsForkedChild();
+
+// Shared by threads between making a descriptor and owning it, held alone by a fork: without it a
+// child could keep a copy that nobody had entered yet.
+std::shared_mutex& ForkMutex();
+
+// A descriptor on its way into a UniqueFd. Lives to the end of the full expression, so that
+// `UniqueFd fd(sys::Socket(...))` leaves no moment in between.
+class NewFd {
+  public:
+    template <typename Make>
+    explicit NewFd(Make make) : lock_(ForkMutex()), fd_(make()) {}
+    operator int() const { return fd_; }
+
+  private:
+    std::shared_lock<std::shared_mutex> lock_;
+    const int fd_;
+};
 
 // Owns one descriptor. Every descriptor of the layer lives in one of these, so that a forked child
 // can give up its copies: a copy kept open there would hide its parent's death from the parent's

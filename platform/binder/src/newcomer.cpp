@@ -35,6 +35,7 @@ bool Newcomer::Receive() {
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     space.Attach(&message);
+    std::shared_lock until_owned(ForkMutex());
     ssize_t got = sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
     if (got < 0) return errno == EAGAIN || errno == EINTR;
     size_ += static_cast<size_t>(got);

@@ -13,6 +13,8 @@
 #include <atomic>
 #include <cerrno>
 
+#include "fd.h"
+
 namespace host::sys {
 
 // True while some call is to fail. The only cost of the switch in normal operation is this load.
@@ -42,8 +44,8 @@ inline ssize_t Send(int fd, const void* data, size_t size, int flags) {
 inline ssize_t Recv(int fd, void* data, size_t size, int flags) {
     return Fails("recv") ? -1 : ::recv(fd, data, size, flags);
 }
-inline int Socket(int domain, int type, int protocol) {
-    return Fails("socket") ? -1 : ::socket(domain, type, protocol);
+inline NewFd Socket(int domain, int type, int protocol) {
+    return NewFd([&] { return Fails("socket") ? -1 : ::socket(domain, type, protocol); });
 }
 inline int Connect(int fd, const sockaddr* address, socklen_t size) {
     return Fails("connect") ? -1 : ::connect(fd, address, size);
@@ -54,14 +56,14 @@ inline int Bind(int fd, const sockaddr* address, socklen_t size) {
 inline int Listen(int fd, int backlog) {
     return Fails("listen") ? -1 : ::listen(fd, backlog);
 }
-inline int Accept4(int fd, int flags) {
-    return Fails("accept4") ? -1 : ::accept4(fd, nullptr, nullptr, flags);
+inline NewFd Accept4(int fd, int flags) {
+    return NewFd([&] { return Fails("accept4") ? -1 : ::accept4(fd, nullptr, nullptr, flags); });
 }
 inline int GetSockOpt(int fd, int level, int name, void* value, socklen_t* size) {
     return Fails("getsockopt") ? -1 : ::getsockopt(fd, level, name, value, size);
 }
-inline int EpollCreate1(int flags) {
-    return Fails("epoll_create1") ? -1 : ::epoll_create1(flags);
+inline NewFd EpollCreate1(int flags) {
+    return NewFd([&] { return Fails("epoll_create1") ? -1 : ::epoll_create1(flags); });
 }
 inline int EpollCtl(int epoll, int operation, int fd, epoll_event* event) {
     return Fails("epoll_ctl") ? -1 : ::epoll_ctl(epoll, operation, fd, event);
@@ -69,11 +71,11 @@ inline int EpollCtl(int epoll, int operation, int fd, epoll_event* event) {
 inline int EpollWait(int epoll, epoll_event* events, int count, int timeout_ms) {
     return Fails("epoll_wait") ? -1 : ::epoll_wait(epoll, events, count, timeout_ms);
 }
-inline int EventFd(unsigned value, int flags) {
-    return Fails("eventfd") ? -1 : ::eventfd(value, flags);
+inline NewFd EventFd(unsigned value, int flags) {
+    return NewFd([&] { return Fails("eventfd") ? -1 : ::eventfd(value, flags); });
 }
-inline int MemfdCreate(const char* name, unsigned flags) {
-    return Fails("memfd_create") ? -1 : ::memfd_create(name, flags);
+inline NewFd MemfdCreate(const char* name, unsigned flags) {
+    return NewFd([&] { return Fails("memfd_create") ? -1 : ::memfd_create(name, flags); });
 }
 inline int Ftruncate(int fd, off_t size) {
     return Fails("ftruncate") ? -1 : ::ftruncate(fd, size);
