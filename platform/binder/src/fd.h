@@ -21,7 +21,7 @@ class NewFd {
   public:
     template <typename Make>
     explicit NewFd(Make make) : lock_(ForkMutex()), fd_(make()) {}
-    operator int() const { return fd_; }
+    int get() const { return fd_; }
 
   private:
     std::shared_lock<std::shared_mutex> lock_;
@@ -35,6 +35,7 @@ class UniqueFd {
   public:
     UniqueFd() = default;
     explicit UniqueFd(int fd) { Reset(fd); }
+    explicit UniqueFd(const NewFd& made) : UniqueFd(made.get()) {}
     UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     UniqueFd& operator=(UniqueFd&& other) noexcept {
         if (this != &other) {
