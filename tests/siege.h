@@ -44,7 +44,7 @@ class Siege : public ::testing::Test {
     // the client has made calls meanwhile, none failed, and the victim's counts are what they were.
     void ExpectUnhurt(int warnings);
     // The same without the counts: connections are still open.
-    void ExpectServing(int warnings);
+    void ExpectServing(int warnings, int at_most_more = 0);
 
     RefId target_;
 

@@ -33,7 +33,7 @@ struct Pieces {
 
 constexpr uint8_t kZeros[sizeof(uint32_t)] = {};
 
-FrameHeader Gather(const CallConnection::Parts& message, FrameHeader* header, Pieces* pieces) {
+void Gather(const CallConnection::Parts& message, FrameHeader* header, Pieces* pieces) {
     size_t padding = Padded(message.data.size()) - message.data.size();
     size_t body = message.fixed_size + message.data.size() + padding + message.objects.size();
     *header = {static_cast<uint32_t>(body), kFrameMagic, static_cast<uint16_t>(message.type)};
@@ -42,7 +42,6 @@ FrameHeader Gather(const CallConnection::Parts& message, FrameHeader* header, Pi
     pieces->Add(message.data.data(), message.data.size());
     pieces->Add(kZeros, padding);
     pieces->Add(message.objects.data(), message.objects.size());
-    return *header;
 }
 
 void SkipSent(Pieces* pieces, size_t sent) {

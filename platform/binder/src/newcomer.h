@@ -19,10 +19,7 @@ class Newcomer : public Watched, public std::enable_shared_from_this<Newcomer> {
     void Begin();
     // Takes what has come, which may end it or hand it on, and drops it from the endpoint's list.
     void Read();
-    void OnEvents(uint32_t events) override {
-        Read();
-        (void)events;
-    }
+    void OnEvents(uint32_t) override { Read(); }
     void StopWatching();
     // Ends it with one WARN line.
     void Cut(const char* reason);

@@ -120,11 +120,6 @@ struct WireObject {
 };
 static_assert(sizeof(WireObject) == 32);
 
-// The largest body that any frame may announce: a full transaction behind its fixed part.
-inline constexpr size_t kFixedBodyMax = sizeof(HelloBody) > sizeof(SettledBody)
-                                                ? sizeof(HelloBody)
-                                                : sizeof(SettledBody);
-
 constexpr size_t Padded(size_t size) {
     return (size + 3) & ~size_t{3};
 }
