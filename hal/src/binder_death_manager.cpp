@@ -1,0 +1,101 @@
+#include "binder_death_manager.h"
+
+#include <android-base/thread_annotations.h>
+#include <android/log.h>
+
+#include <algorithm>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace aidl::vendor::quorin::velmora_hub {
+
+namespace {
+
+constexpr char kLogTag[] = "velmora_hal";
+
+using Cookie = std::unique_ptr<DeathCookie>;
+
+std::mutex gDeathCookiesMutex;
+
+// Every cookie that a token was last tracked with. Made before main and never destroyed: owners of
+// links may end them during static destruction, and a binder thread may be inside a callback while
+// the process exits.
+std::unordered_map<IToken*, Cookie>& gDeathCookies GUARDED_BY(gDeathCookiesMutex) =
+        *new std::unordered_map<IToken*, Cookie>;
+
+// Cookies whose token was tracked again while the platform still held them. Rare, hence a list.
+std::vector<Cookie>& gDisplacedCookies GUARDED_BY(gDeathCookiesMutex) = *new std::vector<Cookie>;
+
+// Puts the cookie in its token's place. Returns the one that stood there, unless the platform may
+// still call back with it; the caller destroys it without the lock.
+Cookie Store(Cookie cookie) {
+    std::lock_guard lock(gDeathCookiesMutex);
+    Cookie& place = gDeathCookies[cookie->token.get()];
+    std::swap(place, cookie);
+    if (cookie != nullptr && !cookie->refused) gDisplacedCookies.push_back(std::move(cookie));
+    return cookie;
+}
+
+// Takes the cookie out of the displaced ones; null if it is not among them.
+Cookie TakeDisplaced(const DeathCookie* cookie) REQUIRES(gDeathCookiesMutex) {
+    const auto found = std::find_if(gDisplacedCookies.begin(), gDisplacedCookies.end(),
+                                    [=](const Cookie& other) { return other.get() == cookie; });
+    if (found == gDisplacedCookies.end()) return nullptr;
+    Cookie taken = std::move(*found);
+    gDisplacedCookies.erase(found);
+    return taken;
+}
+
+// Takes the cookie out of wherever it is; null if it is nowhere. The newer cookie of a token that
+// was tracked again stays.
+Cookie Take(DeathCookie* cookie) {
+    std::lock_guard lock(gDeathCookiesMutex);
+    const auto entry = gDeathCookies.find(cookie->token.get());
+    if (entry == gDeathCookies.end() || entry->second.get() != cookie) return TakeDisplaced(cookie);
+    Cookie taken = std::move(entry->second);
+    gDeathCookies.erase(entry);
+    return taken;
+}
+
+// Notes that the platform does not hold the cookie. It stays in its token's place; a displaced one
+// is of no use to anybody and is returned, to be destroyed without the lock.
+Cookie Refuse(DeathCookie* cookie) {
+    std::lock_guard lock(gDeathCookiesMutex);
+    cookie->refused = true;
+    return TakeDisplaced(cookie);
+}
+
+}  // namespace
+
+AIBinder_DeathRecipient* BinderDeathManager::TrackDeath(AIBinder* binder,
+                                                        const std::shared_ptr<IToken>& token,
+                                                        DeathHandler* handler) {
+    Cookie owned(new DeathCookie{handler, token});
+    DeathCookie* cookie = owned.get();
+    // Before the link: its death and its unlinking may be over when AIBinder_linkToDeath returns.
+    Store(std::move(owned));
+    AIBinder_DeathRecipient* recipient = AIBinder_DeathRecipient_new(OnBinderDied);
+    AIBinder_DeathRecipient_setOnUnlinked(recipient, OnBinderUnlinked);
+    if (AIBinder_linkToDeath(binder, recipient, cookie) != STATUS_OK) {
+        __android_log_print(ANDROID_LOG_WARN, kLogTag,
+                            "Cannot listen to binder death for this client.");
+        Refuse(cookie);
+    }
+    return recipient;
+}
+
+void BinderDeathManager::OnBinderDied(void* cookie) {
+    const auto* died = static_cast<DeathCookie*>(cookie);
+    // A copy: the handler may end the link, and the platform free the cookie, while it runs.
+    const std::shared_ptr<IToken> token = died->token;
+    died->handler->HandleBinderDeath(token);
+}
+
+void BinderDeathManager::OnBinderUnlinked(void* cookie) {
+    // Destroyed here, without the lock: a token's destructor is not ours.
+    const Cookie unlinked = Take(static_cast<DeathCookie*>(cookie));
+}
+
+}  // namespace aidl::vendor::quorin::velmora_hub

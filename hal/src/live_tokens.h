@@ -1,0 +1,40 @@
+// The addresses of the living tokens of one class: how a manager recognises its own tokens among
+// those it is handed, without looking into an object that may be anybody's.
+//
+// Threads: any. The lock is a leaf: readers share it, and nothing is called while it is held. An
+// address is only meaningful to somebody who keeps the object alive.
+
+#pragma once
+
+#include <aidl/vendor/quorin/velmora_hub/IToken.h>
+
+#include <mutex>
+#include <shared_mutex>
+#include <unordered_set>
+
+namespace aidl::vendor::quorin::velmora_hub {
+
+class LiveTokens {
+  public:
+    void Add(const IToken* token) {
+        std::lock_guard lock(mutex_);
+        tokens_.insert(token);
+    }
+
+    void Remove(const IToken* token) {
+        std::lock_guard lock(mutex_);
+        tokens_.erase(token);
+    }
+
+    bool Contains(const IToken* token) const {
+        std::shared_lock lock(mutex_);
+        return tokens_.count(token) != 0;
+    }
+
+  private:
+    mutable std::shared_mutex mutex_;
+    // Guarded by mutex_, which has no annotations in every C++ library that builds this.
+    std::unordered_set<const IToken*> tokens_;
+};
+
+}  // namespace aidl::vendor::quorin::velmora_hub

@@ -1,0 +1,145 @@
+#include "hub_parts.h"
+
+#include <android/binder_manager.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <future>
+#include <optional>
+#include <utility>
+
+#include "eventually.h"
+#include "worker/callable.h"
+
+namespace velmora_test {
+
+using ::aidl::android::hardware::biometrics::Callable;
+using ::ndk::ScopedAStatus;
+
+void Record::Add(const std::string& line) {
+    std::lock_guard lock(mutex_);
+    lines_.push_back(line);
+    added_.notify_all();
+}
+
+std::vector<std::string> Record::lines() const {
+    std::lock_guard lock(mutex_);
+    return lines_;
+}
+
+void Record::Clear() {
+    std::lock_guard lock(mutex_);
+    lines_.clear();
+}
+
+std::vector<std::string> Record::WaitFor(size_t count) const {
+    std::unique_lock lock(mutex_);
+    added_.wait_for(lock, host::testing::kTestLimit, [&] { return lines_.size() >= count; });
+    return lines_;
+}
+
+ScopedAStatus RecordingConsumer::onSignalAvailable(int32_t signalId) {
+    return Add("available " + std::to_string(signalId));
+}
+
+ScopedAStatus RecordingConsumer::onSignalUpdate(const hub::VelmoraEvent& event) {
+    std::optional<hub::SignalDescriptor> payload;
+    event.payload.getParcelable(&payload);
+    return Add("update " + std::to_string(event.signalId) + " @" +
+               std::to_string(event.timestampMs) + (payload ? " " + payload->tags.at(0) : ""));
+}
+
+ScopedAStatus RecordingConsumer::onSignalUnavailable(int32_t signalId, SignalError error) {
+    return Add("unavailable " + std::to_string(signalId) + " " + toString(error));
+}
+
+ScopedAStatus RecordingConsumer::Add(const std::string& text) {
+    const std::string line = name_ + ": " + text;
+    record_->Add(line);
+    if (hook_) hook_(line);
+    return ScopedAStatus::ok();
+}
+
+ScopedAStatus RecordingProducer::onClientsUpdated(bool hasClients) {
+    return Add(hasClients ? "clients" : "no clients");
+}
+
+ScopedAStatus RecordingProducer::nudge() {
+    return Add("nudge");
+}
+
+ScopedAStatus RecordingProducer::Add(const std::string& text) {
+    const std::string line = name_ + ": " + text;
+    record_->Add(line);
+    if (hook_) hook_(line);
+    return ScopedAStatus::ok();
+}
+
+hub::VelmoraEvent MakeEvent(int32_t signal_id, int64_t timestamp_ms, const std::string& tag) {
+    hub::VelmoraEvent event;
+    event.signalId = signal_id;
+    event.timestampMs = timestamp_ms;
+    if (!tag.empty()) {
+        hub::SignalDescriptor payload;
+        payload.tags = {tag};
+        event.payload.setParcelable(payload);
+    }
+    return event;
+}
+
+hub::SignalDescriptor MakeDescriptor(int32_t signal_id, int64_t ttl_ms) {
+    hub::SignalDescriptor descriptor;
+    descriptor.signalId = signal_id;
+    descriptor.ttlMs = ttl_ms;
+    return descriptor;
+}
+
+std::string DumpOf(::ndk::ICInterface& object) {
+    std::FILE* file = std::tmpfile();
+    object.dump(fileno(file), nullptr, 0);
+    std::string text(static_cast<size_t>(lseek(fileno(file), 0, SEEK_END)), '\0');
+    const ssize_t read = pread(fileno(file), text.data(), text.size(), 0);
+    text.resize(read < 0 ? 0 : static_cast<size_t>(read));
+    std::fclose(file);
+    return text;
+}
+
+Hub::Hub()
+        : worker(std::make_shared<WorkerThread>(100)),
+          consumers(::ndk::SharedRefBase::make<hub::VelmoraHubConsumerManager>(worker)),
+          producers(::ndk::SharedRefBase::make<hub::VelmoraHubProducerManager>(worker)) {
+    const auto broker = std::make_shared<hub::SignalBroker>(producers, consumers);
+    consumers->RegisterListener(broker);
+    producers->RegisterListener(broker);
+}
+
+Hub::~Hub() {
+    Fence();
+    consumers->RegisterListener(nullptr);
+    producers->RegisterListener(nullptr);
+}
+
+void Hub::Fence() const {
+    velmora_test::Fence(*worker);
+}
+
+binder_exception_t Hub::Publish() const {
+    const std::string suffix = "/default";
+    const binder_exception_t status = AServiceManager_addService(
+            consumers->asBinder().get(),
+            (hub::IVelmoraHubConsumerManager::descriptor + suffix).c_str());
+    if (status != EX_NONE) return status;
+    return AServiceManager_addService(
+            producers->asBinder().get(),
+            (hub::IVelmoraHubProducerManager::descriptor + suffix).c_str());
+}
+
+void Fence(WorkerThread& worker) {
+    std::promise<void> reached;
+    // A full queue takes it as soon as a task has left.
+    host::testing::Eventually(
+            [&] { return worker.schedule(Callable::wrap([&] { reached.set_value(); })); });
+    reached.get_future().wait();
+}
+
+}  // namespace velmora_test

@@ -1,0 +1,110 @@
+// What tests of the hub are written with: a wired hub, and clients that write down what they are
+// told. Functions may be called from any thread unless they say otherwise.
+
+#pragma once
+
+#include <aidl/vendor/quorin/velmora_hub/BnVelmoraHubConsumer.h>
+#include <aidl/vendor/quorin/velmora_hub/BnVelmoraHubProducer.h>
+#include <android-base/thread_annotations.h>
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "signal_broker.h"
+
+namespace velmora_test {
+
+namespace hub = ::aidl::vendor::quorin::velmora_hub;
+using ::aidl::android::hardware::biometrics::WorkerThread;
+
+// Lines in the order in which they were added.
+class Record {
+  public:
+    void Add(const std::string& line);
+    std::vector<std::string> lines() const;
+    void Clear();
+
+    // All lines, once there are at least so many; fewer if the time limit passes before.
+    std::vector<std::string> WaitFor(size_t count) const;
+
+  private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable added_;
+    std::vector<std::string> lines_ GUARDED_BY(mutex_);
+};
+
+// Writes "NAME: available 5", "NAME: update 5 @TIMESTAMP [PAYLOAD TAG]", "NAME: unavailable 5
+// UNREGISTERED", then calls the hook, if there is one, with the line.
+class RecordingConsumer : public hub::BnVelmoraHubConsumer {
+  public:
+    using Hook = std::function<void(const std::string& line)>;
+
+    RecordingConsumer(std::shared_ptr<Record> record, std::string name = "consumer", Hook hook = {})
+            : record_(std::move(record)), name_(std::move(name)), hook_(std::move(hook)) {}
+
+    ::ndk::ScopedAStatus onSignalAvailable(int32_t signalId) override;
+    ::ndk::ScopedAStatus onSignalUpdate(const hub::VelmoraEvent& event) override;
+    ::ndk::ScopedAStatus onSignalUnavailable(int32_t signalId, SignalError error) override;
+
+  private:
+    ::ndk::ScopedAStatus Add(const std::string& text);
+
+    const std::shared_ptr<Record> record_;
+    const std::string name_;
+    const Hook hook_;
+};
+
+// Writes "NAME: clients", "NAME: no clients", "NAME: nudge", then calls the hook.
+class RecordingProducer : public hub::BnVelmoraHubProducer {
+  public:
+    using Hook = RecordingConsumer::Hook;
+
+    RecordingProducer(std::shared_ptr<Record> record, std::string name = "producer", Hook hook = {})
+            : record_(std::move(record)), name_(std::move(name)), hook_(std::move(hook)) {}
+
+    ::ndk::ScopedAStatus onClientsUpdated(bool hasClients) override;
+    ::ndk::ScopedAStatus nudge() override;
+
+  private:
+    ::ndk::ScopedAStatus Add(const std::string& text);
+
+    const std::shared_ptr<Record> record_;
+    const std::string name_;
+    const Hook hook_;
+};
+
+// An event with a payload that carries `tag`, or without one if the tag is empty.
+hub::VelmoraEvent MakeEvent(int32_t signal_id, int64_t timestamp_ms = 0,
+                            const std::string& tag = "");
+
+hub::SignalDescriptor MakeDescriptor(int32_t signal_id, int64_t ttl_ms = 0);
+
+// What the object writes on a dump.
+std::string DumpOf(::ndk::ICInterface& object);
+
+// Both managers and the broker on a worker of their own, as the daemon has them.
+class Hub {
+  public:
+    Hub();
+    // Waits for what is queued, then takes the parts from each other.
+    ~Hub();
+
+    // Returns when every task scheduled before has run; not from a task.
+    void Fence() const;
+
+    // Publishes both managers under their names in the manifest; not OK if one is refused.
+    binder_exception_t Publish() const;
+
+    const std::shared_ptr<WorkerThread> worker;
+    const std::shared_ptr<hub::VelmoraHubConsumerManager> consumers;
+    const std::shared_ptr<hub::VelmoraHubProducerManager> producers;
+};
+
+// Returns when every task that the worker had accepted has run; not from a task.
+void Fence(WorkerThread& worker);
+
+}  // namespace velmora_test

@@ -1,0 +1,110 @@
+// The hub's service for consumers: any number of subscriptions per signal id, each watched for its
+// consumer's death; news of a signal handed to every consumer of it.
+//
+// Threads: the binder methods, dump and HandleBinderDeath may be called from any thread, any number
+// at once, from inside a consumer's or producer's callback or destructor too. The dispatch
+// functions are the worker thread's. The mutex is held for changes and lookups only: no client is
+// called and none is released under it. Lock order: mutex_, then the locks of the death tracking,
+// of the tokens and of the worker's queue.
+//
+// What a consumer may rely on: it is called by one thread at a time, in the order of the news. A
+// dispatch calls those that were subscribed when it began. So an unsubscribe, a death and a
+// subscribe count from the next dispatch on: a callback that has begun goes on, and one that its
+// dispatch had still to make may follow after unsubscribe has returned, from that one dispatch
+// only. The consumer is referenced until that dispatch ends, its subscription is not.
+//
+// Ownership: tasks hold a plain pointer to the manager, so it outlives its worker's tasks.
+
+#pragma once
+
+#include <aidl/vendor/quorin/velmora_hub/BnVelmoraHubConsumerManager.h>
+#include <aidl/vendor/quorin/velmora_hub/IVelmoraHubConsumer.h>
+#include <aidl/vendor/quorin/velmora_hub/VelmoraEvent.h>
+#include <android-base/thread_annotations.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+#include "consumer_manager_listener.h"
+#include "consumer_token.h"
+#include "death_handler.h"
+#include "worker/worker_thread.h"
+
+namespace aidl::vendor::quorin::velmora_hub {
+
+class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public DeathHandler {
+  public:
+    using WorkerThread = ::aidl::android::hardware::biometrics::WorkerThread;
+
+    // Use ndk::SharedRefBase::make.
+    explicit VelmoraHubConsumerManager(std::shared_ptr<WorkerThread> worker);
+
+    // Lists the subscriptions on `fd`, which stays the caller's and is written to with the mutex
+    // held: a descriptor that blocks holds up the hub. STATUS_BAD_VALUE for a negative one.
+    binder_status_t dump(int fd, const char** args, uint32_t numArgs) override;
+
+    // Adds a subscription of `consumer` (not null) to the signal, which need not have a producer;
+    // `*out` becomes the token. EX_ILLEGAL_ARGUMENT if `*out` holds one already, or if this very
+    // object is subscribed to the signal; neither changes anything. A consumer whose death cannot
+    // be watched is subscribed all the same.
+    ::ndk::ScopedAStatus subscribe(int32_t signalId,
+                                   const std::shared_ptr<IVelmoraHubConsumer>& consumer,
+                                   std::shared_ptr<IToken>* out) override;
+
+    // Ends the token's subscription; OK too if it has ended before. EX_ILLEGAL_ARGUMENT for a token
+    // that is null or not this manager's. The subscription is destroyed, and the consumer released
+    // unless a dispatch is under way, before the call returns.
+    ::ndk::ScopedAStatus unsubscribe(const std::shared_ptr<IToken>& token) override;
+
+    // Queues a request to the producer of the token's signal, also when the subscription has ended.
+    // EX_ILLEGAL_ARGUMENT as for unsubscribe. Takes no lock of the manager.
+    ::ndk::ScopedAStatus requestSignalUpdate(const std::shared_ptr<IToken>& token) override;
+
+    // Once, before the first other call; takes no lock. Without a listener nothing is reported.
+    void RegisterListener(const std::shared_ptr<ConsumerManagerListener>& listener);
+
+    void HandleBinderDeath(const std::shared_ptr<IToken>& token) override;
+
+    // Each calls the consumers of the signal in the order of the table, on the calling thread and
+    // without a lock, and drops their statuses. Subscriptions stay as they are.
+    virtual void DispatchSignalAvailable(int signalId);
+    virtual void DispatchSignalUnavailable(int signalId, IVelmoraHubConsumer::SignalError error);
+    virtual void DispatchSignalUpdate(int signalId, VelmoraEvent event);
+
+  private:
+    struct Subscription;
+    using Consumers = std::vector<std::shared_ptr<IVelmoraHubConsumer>>;
+
+    ::ndk::ScopedAStatus InternalUnsubscribe(const std::shared_ptr<ConsumerToken>& token);
+
+    // Calls `notify` with each consumer of the signal.
+    template <typename F>
+    void Dispatch(int signalId, const F& notify);
+
+    // The signal's consumers, in the buffer of an earlier dispatch.
+    Consumers TakeSnapshot(int signalId);
+    // Releases the consumers and keeps the buffer for the next dispatch.
+    void GiveBack(Consumers consumers);
+
+    // Hands the function to the worker; a full queue loses it.
+    template <typename F>
+    void Schedule(F&& task);
+
+    // By signal id, then by token id. A signal's entry, once made, stays. The only owner of the
+    // subscriptions.
+    std::unordered_map<uint32_t, std::unordered_map<uint32_t, std::shared_ptr<Subscription>>>
+            subscriptions_ GUARDED_BY(mutex_);
+    std::mutex mutex_;
+    std::atomic<int32_t> next_token_id_{1};
+    std::shared_ptr<ConsumerManagerListener> listener_;
+    std::shared_ptr<WorkerThread> worker_;
+
+    // Empty; its memory serves the next dispatch.
+    Consumers dispatch_buffer_ GUARDED_BY(mutex_);
+};
+
+}  // namespace aidl::vendor::quorin::velmora_hub

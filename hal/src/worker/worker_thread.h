@@ -1,0 +1,63 @@
+// One thread that runs tasks one at a time, in the order in which they were accepted, out of a
+// queue with a bound.
+//
+// Threads: any thread may call schedule, one that runs a task of this worker included. The owner
+// destroys the worker from any other thread than the worker's own, when nobody will call it again.
+
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "callable.h"
+
+namespace aidl::android::hardware::biometrics {
+
+class WorkerThread {
+  public:
+    // Starts the thread. At most `maxQueueSize` tasks wait at a time; the one that runs does not
+    // count. A thread that cannot be started ends the process: it is built without exceptions.
+    explicit WorkerThread(size_t maxQueueSize);
+
+    WorkerThread(const WorkerThread&) = delete;
+    WorkerThread& operator=(const WorkerThread&) = delete;
+
+    // Waits until the task that is running has ended and the thread is joined. Then destroys the
+    // tasks that still wait, oldest first, on the calling thread; none of them runs.
+    virtual ~WorkerThread();
+
+    // Queues the task: true. False, and without a log line, if the queue is full or the destructor
+    // has begun: the task is destroyed on the calling thread, without having run, as the call
+    // returns. Never waits for a task. May be called with locks held, unless a refused task
+    // releases something that wants one of them.
+    virtual bool schedule(std::unique_ptr<Callable> task);
+
+  private:
+    void threadFunc();
+
+    // The oldest task, once there is one; null when the destructor has begun.
+    std::unique_ptr<Callable> waitForTask();
+
+    const size_t max_queue_size_;
+
+    // Read anywhere; written under queue_mutex_, so that the thread cannot miss it between its look
+    // at the flag and its wait.
+    std::atomic<bool> destructing_{false};
+
+    // Guarded by queue_mutex_.
+    std::deque<std::unique_ptr<Callable>> queue_;
+
+    // Held to push, to pop and to set the flag; never while a task runs or is destroyed.
+    std::mutex queue_mutex_;
+    std::condition_variable queue_cv_;
+
+    // Last: the thread uses everything above from its first moment.
+    std::thread thread_;
+};
+
+}  // namespace aidl::android::hardware::biometrics
