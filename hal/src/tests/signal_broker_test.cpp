@@ -17,18 +17,23 @@ TEST(SignalBroker, JoinsAProducerWithItsConsumer) {
     const auto producer = ndk::SharedRefBase::make<RecordingProducer>(record);
     const auto consumer = ndk::SharedRefBase::make<RecordingConsumer>(record);
     std::shared_ptr<hub::IToken> consumer_token;
-    std::shared_ptr<hub::IToken> producer_token;
-    ASSERT_TRUE(
-            hub.producers->registerProducer(MakeDescriptor(5), producer, &producer_token).isOk());
-    hub.Fence();
-    ASSERT_TRUE(hub.consumers->subscribe(5, consumer, &consumer_token).isOk());
-    ASSERT_TRUE(hub.producers->updateSignal(producer_token, MakeEvent(5, 7, "seven")).isOk());
-    ASSERT_TRUE(hub.consumers->requestSignalUpdate(consumer_token).isOk());
-    ASSERT_TRUE(hub.producers->unregisterProducer(producer_token).isOk());
-    ASSERT_TRUE(hub.consumers->unsubscribe(consumer_token).isOk());
-    hub.Fence();
-    EXPECT_THAT(record->lines(), ElementsAre("producer: clients", "consumer: update 5 @7 seven",
-                                             "consumer: unavailable 5 UNREGISTERED"));
+    std::shared_ptr<hub::IToken> first_token;
+    std::shared_ptr<hub::IToken> second_token;
+    const auto done = [&](const ndk::ScopedAStatus& status) {
+        EXPECT_TRUE(status.isOk()) << status.getDescription();
+        hub.Fence();
+    };
+    done(hub.producers->registerProducer(MakeDescriptor(5), producer, &first_token));
+    done(hub.consumers->subscribe(5, consumer, &consumer_token));
+    done(hub.producers->updateSignal(first_token, MakeEvent(5, 7, "seven")));
+    done(hub.consumers->requestSignalUpdate(consumer_token));
+    done(hub.producers->unregisterProducer(first_token));
+    done(hub.producers->registerProducer(MakeDescriptor(5), producer, &second_token));
+    done(hub.consumers->unsubscribe(consumer_token));
+    EXPECT_THAT(record->lines(),
+                ElementsAre("producer: clients", "consumer: update 5 @7 seven", "producer: nudge",
+                            "consumer: unavailable 5 UNREGISTERED", "consumer: available 5",
+                            "producer: no clients"));
 }
 
 }  // namespace
