@@ -1,0 +1,53 @@
+#include "hub_processes.h"
+
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+
+namespace velmora_test {
+
+namespace {
+
+template <typename Interface>
+std::shared_ptr<Interface> WaitForManager() {
+    const std::string name = std::string(Interface::descriptor) + "/default";
+    return Interface::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(name.c_str())));
+}
+
+}  // namespace
+
+HOST_HELPER(HubServer) {
+    ABinderProcess_startThreadPool();
+    const Hub hub;
+    if (hub.Publish() != EX_NONE) return 1;
+    channel.Serve([&](const std::string& command) {
+        hub.Fence();
+        return command;
+    });
+    return 0;
+}
+
+void HubHost::SetUp() {
+    host_ = std::make_unique<host::testing::ScopedHost>(host::testing::ScopedHostOptions{
+            .manifests = {HUB_MANIFESTS "/velmora_hub.xml", HUB_MANIFESTS "/touch_input.xml"},
+            .echo_log = false});
+    ABinderProcess_startThreadPool();
+}
+
+std::shared_ptr<hub::IVelmoraHubProducerManager> WaitForProducerManager() {
+    return WaitForManager<hub::IVelmoraHubProducerManager>();
+}
+
+std::shared_ptr<hub::IVelmoraHubConsumerManager> WaitForConsumerManager() {
+    return WaitForManager<hub::IVelmoraHubConsumerManager>();
+}
+
+HubProcess::HubProcess()
+        : helper_("HubServer", {}, {.echo_log = false}),
+          producers_(WaitForProducerManager()),
+          consumers_(WaitForConsumerManager()) {}
+
+void HubProcess::Fence() {
+    EXPECT_EQ(helper_.Command("fence"), "fence");
+}
+
+}  // namespace velmora_test

@@ -1,0 +1,58 @@
+// The hub in a process of its own, and clients in theirs: what the hub's tests across processes are
+// written with. Objects belong to one thread unless they say otherwise.
+//
+// A test program that uses these links hub_processes and has, once per program,
+//     [[maybe_unused]] const auto* const kHost =
+//             ::testing::AddGlobalTestEnvironment(new velmora_test::HubHost);
+
+#pragma once
+
+#include <aidl/vendor/quorin/velmora_hub/IVelmoraHubConsumerManager.h>
+#include <aidl/vendor/quorin/velmora_hub/IVelmoraHubProducerManager.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "host_testing.h"
+#include "hub_parts.h"
+
+namespace velmora_test {
+
+// A folder with its service manager, which knows the product's manifest, and this process's pool.
+class HubHost : public ::testing::Environment {
+  public:
+    void SetUp() override;
+    void TearDown() override { host_.reset(); }
+
+  private:
+    std::unique_ptr<host::testing::ScopedHost> host_;
+};
+
+// The published managers, as any client process finds them; waits until both are there.
+std::shared_ptr<hub::IVelmoraHubProducerManager> WaitForProducerManager();
+std::shared_ptr<hub::IVelmoraHubConsumerManager> WaitForConsumerManager();
+
+// A process with a worker, both managers and the broker, published. One at a time.
+class HubProcess {
+  public:
+    // Returns when both managers are published.
+    HubProcess();
+
+    pid_t pid() const { return helper_.pid(); }
+    host::testing::Child& process() { return helper_.process(); }
+    host::testing::ChildLog& log() { return helper_.log(); }
+
+    const std::shared_ptr<hub::IVelmoraHubProducerManager>& producers() const { return producers_; }
+    const std::shared_ptr<hub::IVelmoraHubConsumerManager>& consumers() const { return consumers_; }
+
+    // Returns when the hub has run every task that it had queued.
+    void Fence();
+
+  private:
+    host::testing::Helper helper_;
+    std::shared_ptr<hub::IVelmoraHubProducerManager> producers_;
+    std::shared_ptr<hub::IVelmoraHubConsumerManager> consumers_;
+};
+
+}  // namespace velmora_test
