@@ -94,6 +94,21 @@ hub::SignalDescriptor MakeDescriptor(int32_t signal_id, int64_t ttl_ms) {
     return descriptor;
 }
 
+std::shared_ptr<hub::IToken> Register(hub::IVelmoraHubProducerManager& manager,
+                                      const hub::SignalDescriptor& descriptor,
+                                      const std::shared_ptr<hub::IVelmoraHubProducer>& producer) {
+    std::shared_ptr<hub::IToken> token;
+    manager.registerProducer(descriptor, producer, &token);
+    return token;
+}
+
+std::shared_ptr<hub::IToken> Subscribe(hub::IVelmoraHubConsumerManager& manager, int32_t signal_id,
+                                       const std::shared_ptr<hub::IVelmoraHubConsumer>& consumer) {
+    std::shared_ptr<hub::IToken> token;
+    manager.subscribe(signal_id, consumer, &token);
+    return token;
+}
+
 std::string DumpOf(::ndk::ICInterface& object) {
     std::FILE* file = std::tmpfile();
     object.dump(fileno(file), nullptr, 0);

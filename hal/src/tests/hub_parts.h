@@ -83,6 +83,13 @@ hub::VelmoraEvent MakeEvent(int32_t signal_id, int64_t timestamp_ms = 0,
 
 hub::SignalDescriptor MakeDescriptor(int32_t signal_id, int64_t ttl_ms = 0);
 
+// The token that the manager answers with; null if it refuses.
+std::shared_ptr<hub::IToken> Register(hub::IVelmoraHubProducerManager& manager,
+                                      const hub::SignalDescriptor& descriptor,
+                                      const std::shared_ptr<hub::IVelmoraHubProducer>& producer);
+std::shared_ptr<hub::IToken> Subscribe(hub::IVelmoraHubConsumerManager& manager, int32_t signal_id,
+                                       const std::shared_ptr<hub::IVelmoraHubConsumer>& consumer);
+
 // What the object writes on a dump.
 std::string DumpOf(::ndk::ICInterface& object);
 
