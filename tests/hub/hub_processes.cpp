@@ -26,10 +26,14 @@ HOST_HELPER(HubServer) {
     return 0;
 }
 
-void HubHost::SetUp() {
-    host_ = std::make_unique<host::testing::ScopedHost>(host::testing::ScopedHostOptions{
+std::unique_ptr<host::testing::ScopedHost> StartHubHost() {
+    return std::make_unique<host::testing::ScopedHost>(host::testing::ScopedHostOptions{
             .manifests = {HUB_MANIFESTS "/velmora_hub.xml", HUB_MANIFESTS "/touch_input.xml"},
             .echo_log = false});
+}
+
+void HubHost::SetUp() {
+    host_ = StartHubHost();
     ABinderProcess_startThreadPool();
 }
 

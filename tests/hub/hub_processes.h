@@ -29,6 +29,9 @@ class HubHost : public ::testing::Environment {
     std::unique_ptr<host::testing::ScopedHost> host_;
 };
 
+// The folder and its service manager alone.
+std::unique_ptr<host::testing::ScopedHost> StartHubHost();
+
 // The published managers, as any client process finds them; waits until both are there.
 std::shared_ptr<hub::IVelmoraHubProducerManager> WaitForProducerManager();
 std::shared_ptr<hub::IVelmoraHubConsumerManager> WaitForConsumerManager();
