@@ -3,24 +3,19 @@
 // at a time.
 
 #include <android/binder_auto_utils.h>
-#include <android/binder_enums.h>
 #include <android/binder_interface_utils.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <memory>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "tests/local_object.h"
 
 namespace {
 
 using ndk::SpAIBinder;
-using ::testing::ElementsAre;
 
 TEST(SpAIBinderTest, EachWayOfTakingAndGivingKeepsOneReferencePerOwner) {
     std::atomic<int> alive{0};
@@ -108,17 +103,6 @@ class Thing : public ndk::BnCInterface<IThing> {
     std::atomic<int>* const alive_;
 };
 
-TEST(InterfaceTest, AnObjectIsSharedByPointersToItAndToItself) {
-    std::atomic<int> alive{0};
-    std::shared_ptr<Thing> thing = ndk::SharedRefBase::make<Thing>(&alive);
-    std::shared_ptr<IThing> itself = thing->ref<IThing>();
-    EXPECT_EQ(itself, thing);
-    thing.reset();
-    EXPECT_EQ(alive, 1);
-    itself.reset();
-    EXPECT_EQ(alive, 0);
-}
-
 TEST(InterfaceTest, TheBinderIsMadeOnceAndHoldsItsObject) {
     std::atomic<int> alive{0};
     std::shared_ptr<Thing> thing = ndk::SharedRefBase::make<Thing>(&alive);
@@ -164,24 +148,6 @@ TEST(InterfaceTest, AWeakReferencePromotesOnlyWhileTheObjectLives) {
     binder = nullptr;
     EXPECT_EQ(weak.promote().get(), nullptr);
     EXPECT_EQ(ndk::ScopedAIBinder_Weak().promote().get(), nullptr);
-}
-
-enum class Colour : int32_t { kRed = 3, kBlue = 1 };
-
-}  // namespace
-
-namespace ndk::internal {
-template <>
-constexpr inline std::array<Colour, 2> enum_values<Colour> = {Colour::kRed, Colour::kBlue};
-}  // namespace ndk::internal
-
-namespace {
-
-TEST(EnumRangeTest, VisitsTheValuesInTheOrderOfDeclaration) {
-    std::vector<Colour> seen;
-    for (Colour colour : ndk::enum_range<Colour>())
-        seen.push_back(colour);
-    EXPECT_THAT(seen, ElementsAre(Colour::kRed, Colour::kBlue));
 }
 
 }  // namespace

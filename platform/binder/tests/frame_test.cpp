@@ -21,30 +21,6 @@ Bytes View(const std::string& bytes) {
     return Bytes(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
 
-bool HeaderIsGood(uint32_t body_size, FrameType type, uint16_t magic = kFrameMagic) {
-    std::string bytes;
-    Append(&bytes, FrameHeader{body_size, magic, static_cast<uint16_t>(type)});
-    return DecodeHeader(View(bytes)).has_value();
-}
-
-TEST(Frame, AHeaderAnnouncesWhatItsTypeMayHaveAndNothingElse) {
-    constexpr uint32_t kLargest = sizeof(CallBody) + kMaxTransactionBytes + sizeof(uint32_t);
-    EXPECT_TRUE(HeaderIsGood(sizeof(CallBody), FrameType::kCall));
-    EXPECT_FALSE(HeaderIsGood(sizeof(CallBody) - 4, FrameType::kCall));
-    EXPECT_FALSE(HeaderIsGood(sizeof(CallBody) + 2, FrameType::kCall));
-    EXPECT_TRUE(HeaderIsGood(kLargest, FrameType::kCall));
-    EXPECT_FALSE(HeaderIsGood(kLargest + 4, FrameType::kCall));
-    EXPECT_FALSE(HeaderIsGood(UINT32_MAX - 3, FrameType::kReply));
-    EXPECT_TRUE(HeaderIsGood(0, FrameType::kWelcome));
-    EXPECT_FALSE(HeaderIsGood(4, FrameType::kWelcome));
-    EXPECT_TRUE(HeaderIsGood(sizeof(SettledBody), FrameType::kSettled));
-    EXPECT_FALSE(HeaderIsGood(sizeof(SettledBody) - 4, FrameType::kSettled));
-    EXPECT_FALSE(HeaderIsGood(0, static_cast<FrameType>(0)));
-    EXPECT_FALSE(HeaderIsGood(0, static_cast<FrameType>(10)));
-    EXPECT_FALSE(HeaderIsGood(0, FrameType::kWelcome, kFrameMagic + 1));
-    EXPECT_FALSE(DecodeHeader(View("seven b")));
-}
-
 struct Sizes {
     const char* name;
     uint32_t data_size;

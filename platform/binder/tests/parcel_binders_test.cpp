@@ -8,14 +8,10 @@
 #include <atomic>
 #include <vector>
 
-#include "src/parcel.h"
 #include "tests/local_object.h"
+#include "tests/parcels.h"
 
 namespace {
-
-ndk::ScopedAParcel NewParcel() {
-    return ndk::ScopedAParcel(AParcel_create());
-}
 
 class ParcelBindersTest : public testing::Test {
   protected:
@@ -164,20 +160,6 @@ TEST_F(ParcelBindersTest, AnObjectThatEndsWithAParcelMayUseParcels) {
     parcel.set(nullptr);
     EXPECT_EQ(alive_, 0);
     EXPECT_EQ(AParcel_getDataSize(NewParcel().get()), 0);
-}
-
-TEST_F(ParcelBindersTest, RequiredBindersAreNeverNull) {
-    ndk::ScopedAParcel parcel = NewParcel();
-    const ndk::SpAIBinder null;
-    EXPECT_EQ(ndk::AParcel_writeRequiredStrongBinder(parcel.get(), null), STATUS_UNEXPECTED_NULL);
-    EXPECT_EQ(ndk::AParcel_writeNullableStrongBinder(parcel.get(), null), STATUS_OK);
-    ndk::SpAIBinder read = Object();
-    AParcel_setDataPosition(parcel.get(), 0);
-    EXPECT_EQ(ndk::AParcel_readRequiredStrongBinder(parcel.get(), &read), STATUS_UNEXPECTED_NULL);
-    read = Object();
-    AParcel_setDataPosition(parcel.get(), 0);
-    EXPECT_EQ(ndk::AParcel_readNullableStrongBinder(parcel.get(), &read), STATUS_OK);
-    EXPECT_EQ(read.get(), nullptr);
 }
 
 }  // namespace

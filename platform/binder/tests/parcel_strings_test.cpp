@@ -86,18 +86,6 @@ TEST(ParcelStringsTest, SurrogatesWithoutPartnerAreReplaced) {
     }
 }
 
-TEST(ParcelStringsTest, NullIsAStringOfItsOwn) {
-    ndk::ScopedAParcel parcel(AParcel_create());
-    EXPECT_EQ(ndk::AParcel_writeString(parcel.get(), std::optional<std::string>()), STATUS_OK);
-    AParcel_setDataPosition(parcel.get(), 0);
-    std::optional<std::string> nullable = "old";
-    EXPECT_EQ(ndk::AParcel_readString(parcel.get(), &nullable), STATUS_OK);
-    EXPECT_EQ(nullable, std::nullopt);
-    AParcel_setDataPosition(parcel.get(), 0);
-    std::string required;
-    EXPECT_EQ(ndk::AParcel_readString(parcel.get(), &required), STATUS_UNEXPECTED_NULL);
-}
-
 TEST(ParcelStringsTest, ALengthBeyondTheEndOrWithoutItsZeroIsRefused) {
     const std::pair<std::vector<uint8_t>, binder_status_t> cases[] = {
             {{1, 0, 0, 0, 'a', 0, 0, 0}, STATUS_OK},
@@ -117,40 +105,6 @@ TEST(ParcelStringsTest, ALengthBeyondTheEndOrWithoutItsZeroIsRefused) {
         EXPECT_EQ(ndk::AParcel_readString(parcel.get(), &text), status)
                 << testing::PrintToString(bytes);
     }
-}
-
-TEST(ParcelStringsTest, StringArraysCarryNullsAndChecksTheirLength) {
-    const std::vector<std::optional<std::string>> strings = {"a", std::nullopt, ""};
-    ndk::ScopedAParcel parcel(AParcel_create());
-    EXPECT_EQ(AParcel_writeStringArray(
-                      parcel.get(), &strings, 3,
-                      [](const void* data, size_t index, int32_t* length) -> const char* {
-                          const auto& element = (*static_cast<decltype(&strings)>(data))[index];
-                          *length = element ? static_cast<int32_t>(element->size()) : -1;
-                          return element ? element->c_str() : nullptr;
-                      }),
-              STATUS_OK);
-    AParcel_setDataPosition(parcel.get(), 0);
-    std::vector<std::optional<std::string>> read;
-    const auto read_array = [&] {
-        return AParcel_readStringArray(
-                parcel.get(), &read,
-                [](void* data, int32_t length) {
-                    if (length < 0) return false;
-                    static_cast<decltype(&read)>(data)->resize(static_cast<size_t>(length));
-                    return true;
-                },
-                [](void* data, size_t index, int32_t length, char** buffer) {
-                    auto& element = (*static_cast<decltype(&read)>(data))[index];
-                    return ndk::internal::AllocateOptionalString(&element, length, buffer);
-                });
-    };
-    EXPECT_EQ(read_array(), STATUS_OK);
-    EXPECT_EQ(read, strings);
-    AParcel_setDataPosition(parcel.get(), 0);
-    AParcel_writeInt32(parcel.get(), 1 << 30);
-    AParcel_setDataPosition(parcel.get(), 0);
-    EXPECT_EQ(read_array(), STATUS_NOT_ENOUGH_DATA);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 
 #include "src/parcel.h"
 
-#include <android/binder_auto_utils.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,18 +10,12 @@
 #include <thread>
 #include <vector>
 
+#include "tests/parcels.h"
+
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-
-std::vector<uint8_t> Bytes(const ndk::ScopedAParcel& parcel) {
-    return std::vector<uint8_t>(parcel.get()->data(), parcel.get()->data() + parcel.get()->size());
-}
-
-ndk::ScopedAParcel NewParcel() {
-    return ndk::ScopedAParcel(AParcel_create());
-}
 
 ndk::ScopedAParcel ParcelOf(const std::vector<uint8_t>& bytes) {
     ndk::ScopedAParcel parcel = NewParcel();

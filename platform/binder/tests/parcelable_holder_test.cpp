@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "src/parcel.h"
 #include "tests/allocation_counter.h"
 #include "tests/local_object.h"
+#include "tests/parcels.h"
 
 namespace {
 
@@ -67,22 +67,10 @@ std::string TextIn(const AParcelableHolder& holder) {
 }
 
 ndk::ScopedAParcel Written(const AParcelableHolder& holder) {
-    ndk::ScopedAParcel parcel(AParcel_create());
+    ndk::ScopedAParcel parcel = NewParcel();
     EXPECT_EQ(holder.writeToParcel(parcel.get()), STATUS_OK);
     AParcel_setDataPosition(parcel.get(), 0);
     return parcel;
-}
-
-ndk::ScopedAParcel ParcelOf(const std::vector<int32_t>& words) {
-    ndk::ScopedAParcel parcel(AParcel_create());
-    for (int32_t word : words)
-        AParcel_writeInt32(parcel.get(), word);
-    AParcel_setDataPosition(parcel.get(), 0);
-    return parcel;
-}
-
-std::vector<uint8_t> Bytes(const ndk::ScopedAParcel& parcel) {
-    return std::vector<uint8_t>(parcel.get()->data(), parcel.get()->data() + parcel.get()->size());
 }
 
 TEST(ParcelableHolderTest, GivesBackWhatWasStoredEachTimeFromTheBegin) {
@@ -133,18 +121,18 @@ TEST(ParcelableHolderTest, IsWrittenAsStabilitySizeDescriptorAndPayload) {
     AParcel_appendFrom(payload.get(), expected.get(), 0, AParcel_getDataSize(payload.get()));
     EXPECT_EQ(Bytes(Written(HolderOf("hi"))), Bytes(expected));
     EXPECT_EQ(Bytes(Written(AParcelableHolder(STABILITY_VINTF))),
-              Bytes(ParcelOf({STABILITY_VINTF, 0})));
+              Bytes(ParcelOfWords({STABILITY_VINTF, 0})));
 }
 
 TEST(ParcelableHolderTest, AnUnknownPayloadPassesThroughByteForByte) {
-    const ndk::ScopedAParcel sent = ParcelOf({STABILITY_VINTF, 12, 0x11223344, -1, 0, 77});
+    const ndk::ScopedAParcel sent = ParcelOfWords({STABILITY_VINTF, 12, 0x11223344, -1, 0, 77});
     AParcelableHolder holder(STABILITY_VINTF);
     ASSERT_EQ(holder.readFromParcel(sent.get()), STATUS_OK);
     int32_t behind = 0;
     EXPECT_EQ(AParcel_readInt32(sent.get(), &behind), STATUS_OK);
     EXPECT_EQ(behind, 77);
     const AParcelableHolder copy = holder;
-    EXPECT_EQ(Bytes(Written(copy)), Bytes(ParcelOf({STABILITY_VINTF, 12, 0x11223344, -1, 0})));
+    EXPECT_EQ(Bytes(Written(copy)), Bytes(ParcelOfWords({STABILITY_VINTF, 12, 0x11223344, -1, 0})));
     std::optional<Note> note;
     EXPECT_NE(copy.getParcelable(&note), STATUS_OK);
     EXPECT_FALSE(note.has_value());
@@ -163,7 +151,7 @@ TEST(ParcelableHolderTest, BytesThatCannotBeAHolderAreRefusedAndLeaveItEmpty) {
     };
     for (const auto& [words, status] : cases) {
         AParcelableHolder holder = HolderOf("old");
-        EXPECT_EQ(holder.readFromParcel(ParcelOf(words).get()), status)
+        EXPECT_EQ(holder.readFromParcel(ParcelOfWords(words).get()), status)
                 << testing::PrintToString(words);
         EXPECT_EQ(TextIn(holder), "none");
     }

@@ -1,12 +1,8 @@
 // Labels: memory
 #include "src/ring.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <vector>
@@ -103,13 +99,6 @@ TEST_F(Ring, HasRoomForWhateverTheBoundAdmits) {
     }
 }
 
-TEST_F(Ring, CountsAsPendingWhatHasNotBeenRun) {
-    ASSERT_TRUE(Write(100, 1) && Write(200, 2));
-    EXPECT_EQ(writer_->Pending(), RingWriter::RecordSize(100) + RingWriter::RecordSize(200));
-    ASSERT_TRUE(Read(100, 1));
-    EXPECT_EQ(writer_->Pending(), RingWriter::RecordSize(200));
-}
-
 TEST_F(Ring, AsksForAWakeUpOnlyWhenTheReaderSleeps) {
     writer_->Begin(8);
     EXPECT_FALSE(writer_->Publish()) << "it has not slept yet";
@@ -137,38 +126,6 @@ TEST_F(Ring, GivesThePagesOfABurstBack) {
     EXPECT_LE(resident(), size_t{128 * 1024});
 }
 
-struct Tampering {
-    const char* what;
-    void (*apply)(RingControl& control, uint8_t* data);
-};
-
-TEST_F(Ring, RefusesWhatNoWriterOfOursWrites) {
-    auto header = [](uint8_t* data, uint32_t size) { memcpy(data, &size, sizeof(size)); };
-    static auto set_header = header;
-    const Tampering tamperings[] = {
-            {"more than there can be",
-             [](RingControl& c, uint8_t*) { c.produced = uint64_t{1} << 40; }},
-            {"a position that went back",
-             [](RingControl& c, uint8_t*) { c.produced = ~uint64_t{0}; }},
-            {"half a header", [](RingControl& c, uint8_t*) { c.produced = 4; }},
-            {"a record of nothing", [](RingControl&, uint8_t* d) { set_header(d, 0); }},
-            {"a record beyond what was written",
-             [](RingControl&, uint8_t* d) { set_header(d, 4096); }},
-            {"a crooked size", [](RingControl&, uint8_t* d) { set_header(d, 12); }},
-            {"a size beyond the ring",
-             [](RingControl& c, uint8_t* d) {
-                 c.produced = RingMemory::kDataBytes;
-                 set_header(d, RingMemory::kDataBytes + 8);
-             }},
-    };
-    for (const Tampering& one : tamperings) {
-        SetUp();
-        ASSERT_TRUE(Write(64, 1));
-        one.apply(written_.control(), written_.data());
-        EXPECT_EQ(Front(), RingReader::Result::kBroken) << one.what;
-    }
-}
-
 TEST_F(Ring, TellsTheWriterOfAReaderWhosePositionsAreImpossible) {
     ASSERT_TRUE(Write(64, 1) && Read(64, 1));
     RingControl& control = read_.control();
@@ -189,22 +146,6 @@ TEST_F(Ring, TellsTheWriterOfAReaderWhosePositionsAreImpossible) {
     ASSERT_NE(writer_->Begin(8), nullptr);
     control.consumed = 0;
     EXPECT_EQ(writer_->Begin(8), nullptr) << "it went back";
-}
-
-TEST(RingMemory, MapsNothingButARing) {
-    RingMemory ring, mapped;
-    UniqueFd file;
-    ASSERT_TRUE(ring.Create(&file));
-    UniqueFd unsealed(memfd_create("unsealed", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    ASSERT_EQ(ftruncate(unsealed.get(), RingMemory::kTotalBytes), 0);
-    UniqueFd small(memfd_create("small", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    ASSERT_EQ(fcntl(small.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL), 0);
-    UniqueFd socket_end(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    for (const UniqueFd* wrong : {&unsealed, &small, &socket_end}) {
-        EXPECT_FALSE(mapped.Map(wrong->get()));
-        EXPECT_FALSE(mapped.ok());
-    }
-    EXPECT_TRUE(mapped.Map(file.get()));
 }
 
 }  // namespace
