@@ -1,0 +1,252 @@
+// Labels: memory threads
+// What every call of the two managers answers, logs, queues and dumps. No listener is registered:
+// the tasks run and do nothing.
+
+#include <errno.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <tuple>
+#include <utility>
+
+#include "host_testing.h"
+#include "hub_parts.h"
+
+namespace velmora_test {
+namespace {
+
+using ::aidl::android::hardware::biometrics::Callable;
+using ::host::testing::LogCapture;
+using ::host::testing::LogLine;
+using ::host::testing::LogRoute;
+using ::ndk::ScopedAStatus;
+using ::testing::AnyOf;
+using Token = std::shared_ptr<hub::IToken>;
+using Lines = std::vector<std::string>;
+
+constexpr char kLocalLink[] = "W Cannot listen to binder death for this client.";
+constexpr char kNoProducer[] = "W Invalid producer attached to registration. Will not notify.";
+constexpr char kRequested[] = "I requestSignalUpdate invoked. Not implemented yet!";
+constexpr char kTokenGiven[] = "E Repurposing a token is not supported.";
+constexpr char kBadToken[] = "E Invalid token.";
+
+// Counts what it is given by one thread.
+class CountingWorker : public WorkerThread {
+  public:
+    CountingWorker() : WorkerThread(100) {}
+    bool schedule(std::unique_ptr<Callable> task) override {
+        ++count;
+        return WorkerThread::schedule(std::move(task));
+    }
+    int count = 0;
+};
+
+class PlainToken : public hub::BnToken {};
+
+std::string AnswerOf(const ScopedAStatus& status) {
+    if (status.isOk()) return "OK";
+    return std::to_string(status.getExceptionCode()) + " " + status.getMessage();
+}
+
+// What this thread logged, as "E text"; the worker's lines come when they come.
+Lines LinesOfThisThread(const LogCapture& log) {
+    Lines texts;
+    for (const LogLine& line : log.lines()) {
+        if (line.thread != gettid()) continue;
+        EXPECT_EQ(line.tag, "velmora_hal") << line.text;
+        EXPECT_EQ(line.route, LogRoute::kPrint) << line.text;
+        texts.push_back(std::string(1, "??VDIWEF"[line.priority]) + " " + line.text);
+    }
+    return texts;
+}
+
+class ManagerAnswers : public ::testing::Test {
+  protected:
+    ~ManagerAnswers() override { Fence(*worker_); }
+
+    // What the call that was made since the last check has answered, queued and logged. One that
+    // was refused, which an error line or the answer shows, has left the manager as it was.
+    void Check(const char* what, const ScopedAStatus& status, const std::string& answer, int tasks,
+               const Lines& lines) {
+        SCOPED_TRACE(what);
+        const std::string dump = DumpOf(*producers_) + DumpOf(*consumers_);
+        EXPECT_EQ(AnswerOf(status), answer);
+        EXPECT_EQ(std::exchange(worker_->count, 0), tasks);
+        EXPECT_EQ(LinesOfThisThread(log_), lines);
+        if (answer != "OK" || lines.at(0)[0] == 'E') {
+            EXPECT_EQ(dump, dump_);
+        }
+        dump_ = dump;
+        log_.Clear();
+    }
+
+    ScopedAStatus Add(int32_t signal_id, Token* out) {
+        return producers_->registerProducer(MakeDescriptor(signal_id), producer_, out);
+    }
+    // For calls that answer nothing.
+    static ScopedAStatus Die(hub::DeathHandler& manager, const Token& token) {
+        manager.HandleBinderDeath(token);
+        return ScopedAStatus::ok();
+    }
+
+    const std::shared_ptr<CountingWorker> worker_ = std::make_shared<CountingWorker>();
+    const std::shared_ptr<hub::VelmoraHubProducerManager> producers_ =
+            ndk::SharedRefBase::make<hub::VelmoraHubProducerManager>(worker_);
+    const std::shared_ptr<hub::VelmoraHubConsumerManager> consumers_ =
+            ndk::SharedRefBase::make<hub::VelmoraHubConsumerManager>(worker_);
+    const std::shared_ptr<Record> record_ = std::make_shared<Record>();
+    const std::shared_ptr<RecordingProducer> producer_ =
+            ndk::SharedRefBase::make<RecordingProducer>(record_);
+    LogCapture log_;
+    std::string dump_;
+};
+
+TEST_F(ManagerAnswers, OfTheProducerSideAreAsDefined) {
+    const hub::VelmoraEvent event = MakeEvent(5);
+    char queued[64];
+    std::snprintf(queued, sizeof(queued), "I schedule update: %p",
+                  static_cast<const void*>(&event));
+    const Lines added = {kLocalLink, "I addSignal invoked"};
+    const Lines unknown = {"W Unknown signal cannot be removed."};
+    const Lines removed = {"I Removed signal p:1 s:5"};
+    const std::string bad_token = "-3 Invalid token.";
+    const auto update = [&](const Token& token) { return producers_->updateSignal(token, event); };
+    const auto remove = [&](const Token& token) { return producers_->unregisterProducer(token); };
+    Token first;
+    Token refused;
+    Token second;
+    Check("registration", Add(5, &first), "OK", 1, added);
+    Check("token given, id taken", Add(5, &first), bad_token, 0, {kTokenGiven});
+    Check("id taken", Add(5, &refused), "-5 Signal already registered.", 0,
+          {"W Signal already registered. Request denied."});
+    Check("update", update(first), "OK", 1, {queued});
+    for (const Token& token : {Token(), Token(ndk::SharedRefBase::make<hub::ConsumerToken>(5, 1)),
+                               Token(ndk::SharedRefBase::make<PlainToken>())}) {
+        Check("foreign update", update(token), bad_token, 0, {kBadToken});
+        Check("foreign removal", remove(token), bad_token, 0, {kBadToken});
+        Check("foreign death", Die(*producers_, token), "OK", 0,
+              {kBadToken, "W Producer died and failed to unsubscribe."});
+    }
+    Check("removal", remove(first), "OK", 1, removed);
+    Check("removal once more", remove(first), "OK", 1, unknown);
+    Check("update afterwards", update(first), "OK", 1, {queued});
+    Check("registration anew", Add(5, &second), "OK", 1, added);
+    Check("removal of the new one with the old token", remove(first), "OK", 1, removed);
+    Check("extreme id", Add(INT32_MIN, &refused), "OK", 1, added);
+    Check("death", Die(*producers_, refused), "OK", 1, {"I Removed signal p:3 s:-2147483648"});
+    Check("death afterwards", Die(*producers_, second), "OK", 1, unknown);
+    producers_->RequestSignalUpdate(5);
+    Check("request of an unknown id", ScopedAStatus::ok(), "OK", 0, {kNoProducer});
+    producers_->UpdateSubscriptionState(5, true);
+    Check("clients of an unknown id", ScopedAStatus::ok(), "OK", 0, {kNoProducer});
+    EXPECT_EQ(record_->lines(), Lines()) << "told a producer";
+}
+
+TEST_F(ManagerAnswers, OfTheConsumerSideAreAsDefined) {
+    const auto one = ndk::SharedRefBase::make<RecordingConsumer>(record_);
+    const auto two = ndk::SharedRefBase::make<RecordingConsumer>(record_);
+    const std::string bad_state = "-3 Invalid token state.";
+    const auto request = [&](const Token& token) { return consumers_->requestSignalUpdate(token); };
+    const auto remove = [&](const Token& token) { return consumers_->unsubscribe(token); };
+    Token first;
+    Token refused;
+    Token second;
+    Token third;
+    Check("first consumer", consumers_->subscribe(5, one, &first), "OK", 1,
+          {kLocalLink, "I New subscriber (5::1)"});
+    Check("token given", consumers_->subscribe(6, one, &first), bad_state, 0, {kTokenGiven});
+    Check("same signal", consumers_->subscribe(5, one, &refused), "-3 Already subscribed", 0, {});
+    Check("second consumer", consumers_->subscribe(5, two, &second), "OK", 0,
+          {kLocalLink, "I New subscriber (5::2)"});
+    Check("extreme id", consumers_->subscribe(INT32_MAX, one, &third), "OK", 1,
+          {kLocalLink, "I New subscriber (2147483647::3)"});
+    Check("request", request(first), "OK", 1, {kRequested});
+    for (const Token& token : {Token(), Token(ndk::SharedRefBase::make<hub::ProducerToken>(5, 1)),
+                               Token(ndk::SharedRefBase::make<PlainToken>())}) {
+        Check("foreign request", request(token), bad_state, 0, {kRequested, kBadToken});
+        Check("foreign removal", remove(token), bad_state, 0, {kBadToken});
+        Check("foreign death", Die(*consumers_, token), "OK", 0,
+              {kBadToken, "W Client died but failed to unsubscribe."});
+    }
+    Check("removal, one stays", remove(first), "OK", 0,
+          {"I Unsubscribing s[5]-t[1]", "I Removing subscription: 5::1"});
+    Check("removal once more", remove(first), "OK", 0,
+          {"I Unsubscribing s[5]-t[1]", "W Registration did not exist."});
+    Check("request afterwards", request(first), "OK", 1, {kRequested});
+    Check("death of the last", Die(*consumers_, second), "OK", 1,
+          {"I Unsubscribing s[5]-t[2]", "I Removing subscription: 5::2"});
+    Check("signal never named", remove(ndk::SharedRefBase::make<hub::ConsumerToken>(-7, 1)), "OK",
+          0, {"I Unsubscribing s[-7]-t[1]", "D Registration does not exist. No signal found."});
+    Check("first consumer again", consumers_->subscribe(5, two, &refused), "OK", 1,
+          {kLocalLink, "I New subscriber (5::4)"});
+    EXPECT_EQ(record_->lines(), Lines()) << "told a consumer";
+}
+
+TEST_F(ManagerAnswers, ToADumpOfRegistrationsAreExact) {
+    const std::string head = "VelmoraHubProducerManager State:\n";
+    EXPECT_EQ(DumpOf(*producers_), head + "  No registered producers.\n");
+    const std::tuple<int32_t, int64_t, std::string> rows[] = {
+            {2, 0, "  Signal ID: 2\n    Producer Token ID: 1\n    TTL: 0 ms\n"},
+            {INT32_MIN, INT64_MIN,
+             "  Signal ID: -2147483648\n    Producer Token ID: 2\n"
+             "    TTL: -9223372036854775808 ms\n"},
+            {INT32_MAX, INT64_MAX,
+             "  Signal ID: 2147483647\n    Producer Token ID: 3\n"
+             "    TTL: 9223372036854775807 ms\n"},
+    };
+    for (const auto& [signal_id, ttl, text] : rows) {
+        const Token token = Register(*producers_, MakeDescriptor(signal_id, ttl), producer_);
+        EXPECT_EQ(DumpOf(*producers_), head + text);
+        producers_->unregisterProducer(token);
+    }
+    Register(*producers_, MakeDescriptor(-1, -250), producer_);
+    Register(*producers_, MakeDescriptor(7, 250), producer_);
+    const std::string one = "  Signal ID: -1\n    Producer Token ID: 4\n    TTL: -250 ms\n";
+    const std::string other = "  Signal ID: 7\n    Producer Token ID: 5\n    TTL: 250 ms\n";
+    EXPECT_THAT(DumpOf(*producers_), AnyOf(head + one + other, head + other + one));
+}
+
+TEST_F(ManagerAnswers, ToADumpOfSubscriptionsAreExactAndShowEverySignalEverNamed) {
+    using Manager = hub::VelmoraHubConsumerManager;
+    const std::string head = "VelmoraHubConsumerManager State:\n";
+    const auto one = ndk::SharedRefBase::make<RecordingConsumer>(record_);
+    const auto two = ndk::SharedRefBase::make<RecordingConsumer>(record_);
+    const std::pair<std::function<void(Manager&)>, std::string> rows[] = {
+            {[&](Manager&) {}, "  No active subscriptions.\n"},
+            {[&](Manager& m) { m.unsubscribe(Subscribe(m, 5, one)); }, "  Signal ID: 5\n"},
+            {[&](Manager& m) { m.DispatchSignalUpdate(-1, {}); }, "  Signal ID: -1\n"},
+            {[&](Manager& m) { m.DispatchSignalAvailable(0); }, "  Signal ID: 0\n"},
+            {[&](Manager& m) { m.DispatchSignalUnavailable(8, {}); }, "  Signal ID: 8\n"},
+            {[&](Manager& m) { Subscribe(m, INT32_MIN, one); },
+             "  Signal ID: -2147483648\n    Consumer Token ID: 1\n"},
+            {[&](Manager& m) { Subscribe(m, INT32_MAX, one); },
+             "  Signal ID: 2147483647\n    Consumer Token ID: 1\n"},
+    };
+    for (const auto& [change, text] : rows) {
+        const auto manager = ndk::SharedRefBase::make<Manager>(worker_);
+        change(*manager);
+        EXPECT_EQ(DumpOf(*manager), head + text);
+        Fence(*worker_);
+    }
+    Subscribe(*consumers_, 5, one);
+    Subscribe(*consumers_, 5, two);
+    const std::string first = "    Consumer Token ID: 1\n";
+    const std::string second = "    Consumer Token ID: 2\n";
+    const std::string signal = head + "  Signal ID: 5\n";
+    EXPECT_THAT(DumpOf(*consumers_), AnyOf(signal + first + second, signal + second + first));
+}
+
+TEST_F(ManagerAnswers, RefuseADumpToANegativeDescriptorAndWriteNothing) {
+    for (const int fd : {-1, INT32_MIN}) {
+        errno = 0;
+        EXPECT_EQ(producers_->dump(fd, nullptr, 0), -22);
+        EXPECT_EQ(consumers_->dump(fd, nullptr, 0), -22);
+        EXPECT_EQ(errno, 0) << "something was written";
+    }
+}
+
+}  // namespace
+}  // namespace velmora_test
