@@ -24,6 +24,7 @@ struct LaunchOptions {
     bool echo_log = true;     // the child's standard error also appears on ours
     bool pool_end = false;    // gives BINDER_HOST_END_FD, for EndPool()
     bool capture_log = true;  // else standard error is ours, uncaptured
+    bool own_build = false;   // a helper is this program whatever HOST_HELPER_FOLDER says
 };
 
 // How a process ended.

@@ -2,8 +2,6 @@
 // kind at a time; made and destroyed by one thread.
 #pragma once
 
-#include <string>
-
 namespace host::testing {
 
 // The n-th call (from 1, counted from the construction) of the transport's system call of that name
@@ -29,23 +27,6 @@ class HeldUnlinks {
 
     // Waits until so many threads stand in front of a callback.
     bool WaitForHeld(int count) const;
-};
-
-// Lets ABinderProcess_joinThreadPool() of this process return. Construct it before the join.
-class PoolEnd {
-  public:
-    // Sets BINDER_HOST_END_FD.
-    PoolEnd();
-    ~PoolEnd();
-    PoolEnd(const PoolEnd&) = delete;
-    PoolEnd& operator=(const PoolEnd&) = delete;
-
-    // Once; joins under way and to come return.
-    void End();
-
-  private:
-    int read_end_ = -1;
-    int write_end_ = -1;
 };
 
 }  // namespace host::testing

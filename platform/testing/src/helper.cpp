@@ -24,17 +24,17 @@ std::map<std::string, HelperEntry>& Entries() {
 
 // This program, or its twin in another build's folder of test programs: a sanitised test can drive
 // helpers that are not.
-std::string HelperProgram() {
+std::string HelperProgram(bool own_build) {
     std::error_code failure;
     const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe", failure);
     const char* folder = getenv("HOST_HELPER_FOLDER");
-    return folder == nullptr ? own.string() : (folder / own.filename()).string();
+    return folder == nullptr || own_build ? own.string() : (folder / own.filename()).string();
 }
 
 std::unique_ptr<Child> LaunchHelper(const std::string& name,
                                     const std::vector<std::string>& arguments,
                                     LaunchOptions options) {
-    std::vector<std::string> line = {HelperProgram(), kHelperFlag + name};
+    std::vector<std::string> line = {HelperProgram(options.own_build), kHelperFlag + name};
     line.insert(line.end(), arguments.begin(), arguments.end());
     options.pipe_input = true;
     options.pipe_output = true;

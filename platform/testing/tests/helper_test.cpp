@@ -8,12 +8,10 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-using host::testing::Child;
 using host::testing::Eventually;
 using host::testing::ExitStatus;
 using host::testing::Helper;
 using host::testing::LaunchOptions;
-using host::testing::LaunchProgram;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 
@@ -54,7 +52,6 @@ TEST(Helper, AnswersCommandsWithItsArgumentsAndEnvironment) {
 TEST(Helper, PrintsIntoItsLogAndNotIntoItsAnswers) {
     Helper helper("Talker");
     EXPECT_EQ(helper.Command("print"), "printed");
-    EXPECT_TRUE(helper.log().WaitForLine("on standard output"));
     helper.Finish();
     ASSERT_TRUE(helper.log().WaitForEnd());
     EXPECT_THAT(helper.log().lines(), ElementsAre("on standard output", "one", "two"));
@@ -72,20 +69,6 @@ TEST(Helper, FailsTheTestIfNoAnswerComes) {
     EXPECT_NONFATAL_FAILURE(ended.Send("more"), "is gone: more");
 }
 
-TEST(Helper, IsKilledStoppedAndContinued) {
-    Helper helper("Talker");
-    ASSERT_TRUE(helper.process().Stop());
-    EXPECT_EQ(host::testing::ProcessState(helper.pid()), 'T');
-    helper.Send("later");
-    EXPECT_FALSE(helper.WaitForAnswer(milliseconds(20)));
-    ASSERT_TRUE(helper.process().Continue());
-    EXPECT_EQ(helper.WaitForAnswer(), "heard later");
-    EXPECT_FALSE(helper.process().WaitExit(milliseconds(1)));
-    helper.process().Kill();
-    EXPECT_EQ(helper.process().WaitExit(), (ExitStatus{-1, SIGKILL}));
-    EXPECT_EQ(host::testing::ProcessState(helper.pid()), 0);
-}
-
 TEST(Helper, DoesNotOutliveAKilledParent) {
     Helper parent("Parent");
     const pid_t child = atoi(parent.Command("child").c_str());
@@ -97,17 +80,15 @@ TEST(Helper, DoesNotOutliveAKilledParent) {
     }));
 }
 
-TEST(Child, TellsThatAProgramCannotBeExecuted) {
-    const std::unique_ptr<Child> child = LaunchProgram({"/no/such/program"});
-    ASSERT_NE(child, nullptr);
-    EXPECT_EQ(child->WaitExit(), (ExitStatus{127, 0}));
-}
-
-TEST(Child, LeavesNoDescriptorOrThreadBehind) {
-    const int descriptors = host::testing::OpenDescriptors(getpid());
-    const int threads = host::testing::Threads(getpid());
-    for (int i = 0; i < 5; ++i)
-        Helper("Talker").Command("x");
-    EXPECT_EQ(host::testing::OpenDescriptors(getpid()), descriptors);
-    EXPECT_EQ(host::testing::Threads(getpid()), threads);
+TEST(ScopedHost, RemovesItsFolderAndEndsItsServiceManager) {
+    std::string path;
+    pid_t manager = 0;
+    {
+        host::testing::ScopedHost host;
+        path = host.path();
+        manager = host.service_manager()->pid();
+        EXPECT_STREQ(getenv("BINDER_HOST_DIR"), path.c_str());
+    }
+    EXPECT_NE(access(path.c_str(), F_OK), 0);
+    EXPECT_EQ(host::testing::ProcessState(manager), 0);
 }
