@@ -13,3 +13,14 @@
 #pragma once
 
 #include <host_testing.h>
+
+#include <string>
+
+namespace host::testing {
+
+// What a look-up answers that has found the object of that helper.
+inline std::string Says(const Helper& helper, const std::string& text) {
+    return std::to_string(helper.pid()) + " says " + text;
+}
+
+}  // namespace host::testing

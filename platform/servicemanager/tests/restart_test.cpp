@@ -9,10 +9,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-std::string Says(Helper& helper, const std::string& text) {
-    return std::to_string(helper.pid()) + " says " + text;
-}
-
 TEST(WithoutAServiceManager, EachCallWaitsAndSaysSoOnceWithTheFolder) {
     ScopedHost host({.declared = {"p.I/d"}, .start = false});
     const struct {
@@ -46,16 +42,6 @@ TEST(WithoutAServiceManager, EachCallWaitsAndSaysSoOnceWithTheFolder) {
         EXPECT_EQ(clients[i]->WaitForAnswer(), calls[i].answer);
         EXPECT_EQ(clients[i]->log().Count(" waits: "), 1);
     }
-}
-
-TEST(WithoutAServiceManager, StartingOrderDoesNotMatter) {
-    ScopedHost host({.start = false});
-    Helper waiter("Client"), publisher("Client");
-    waiter.Send("wait n");
-    publisher.Send("publish n x");
-    host.StartServiceManager();
-    EXPECT_EQ(publisher.WaitForAnswer(), "0");
-    EXPECT_EQ(waiter.WaitForAnswer(), Says(publisher, "x"));
 }
 
 TEST(ARestartedServiceManager, LearnsEveryLivePublishersServicesAgain) {

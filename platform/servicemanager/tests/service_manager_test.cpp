@@ -75,16 +75,6 @@ class ServiceManagerCalls : public testing::Test {
     ndk::SpAIBinder found_;
 };
 
-TEST_F(ServiceManagerCalls, AnswerTheVeryObjectOfTheirOwnProcess) {
-    ASSERT_EQ(Add("n", service_), EX_NONE);
-    EXPECT_EQ(Find(kCheckService, "n", &found_), STATUS_OK);
-    EXPECT_EQ(found_, service_);
-    EXPECT_EQ(Find(kWaitForService, "n", &found_), STATUS_OK);
-    EXPECT_EQ(found_, service_);
-    EXPECT_EQ(Find(kCheckService, "m", &found_), STATUS_OK);
-    EXPECT_EQ(found_, nullptr);
-}
-
 TEST_F(ServiceManagerCalls, NeverBlockWhoCannotBeAnsweredLater) {
     EXPECT_EQ(Find(kWaitForService, "n", &found_), STATUS_INVALID_OPERATION);
     EXPECT_EQ(Find(kGetService, "p.I/d", &found_), STATUS_INVALID_OPERATION);

@@ -24,10 +24,6 @@ bool Dead(const Table::Entry&) {
     return false;
 }
 
-std::shared_ptr<int> Object(int value) {
-    return std::make_shared<int>(value);
-}
-
 TEST(ServiceName, IsOneTo127CharactersOfTheSet) {
     EXPECT_TRUE(IsValidServiceName("a"));
     EXPECT_TRUE(IsValidServiceName("pkg.sub_1-x.IFoo/default"));
@@ -40,32 +36,10 @@ TEST(ServiceName, IsOneTo127CharactersOfTheSet) {
     EXPECT_FALSE(IsValidServiceName(std::string_view("a\0b", 3)));
 }
 
-TEST(ServiceTable, KeepsANameForItsLiveHolder) {
-    Table table;
-    ASSERT_EQ(table.Put("n", Object(1), 10, Alive).outcome, Outcome::kPublished);
-    const auto refused = table.Put("n", Object(2), 20, Alive);
-    EXPECT_EQ(refused.outcome, Outcome::kHeldByAnother);
-    EXPECT_EQ(refused.holder, 10);
-    EXPECT_EQ(*table.Find("n", Alive)->object, 1);
-}
-
-TEST(ServiceTable, LetsTheHolderReplaceItsOwnAndAnyoneADeadOnes) {
-    Table table;
-    table.Put("n", Object(1), 10, Alive);
-    auto own = table.Put("n", Object(2), 10, Alive);
-    ASSERT_EQ(own.outcome, Outcome::kPublished);
-    EXPECT_EQ(*own.displaced->object, 1);
-    auto other = table.Put("n", Object(3), 20, Dead);
-    ASSERT_EQ(other.outcome, Outcome::kPublished);
-    EXPECT_EQ(*other.displaced->object, 2);
-    EXPECT_EQ(table.Find("n", Alive)->pid, 20);
-    EXPECT_EQ(table.Find("n", Dead), nullptr);
-}
-
 TEST(ServiceTable, WithdrawsTheVeryEntryThatDiedAndNotItsSuccessor) {
     Table table;
-    const auto first = Object(1);
-    const auto second = Object(2);
+    const auto first = std::make_shared<int>(1);
+    const auto second = std::make_shared<int>(2);
     const auto is_first = [&](const auto& object) { return object == first; };
     const auto is_second = [&](const auto& object) { return object == second; };
     table.Put("n", first, 10, Alive);
@@ -90,18 +64,6 @@ TEST(ServiceTable, BoundsTheNamesOfOneProcessAndOfAll) {
     EXPECT_EQ(table.Put("n0", nullptr, 1, Alive).outcome, Outcome::kPublished);
     ASSERT_TRUE(table.Withdraw("n1", [](const auto&) { return true; }));
     EXPECT_EQ(table.Put("more", nullptr, 999, Alive).outcome, Outcome::kPublished);
-}
-
-TEST(WaiterList, HandsOutTheWaitersOfANameInOrder) {
-    WaiterList<std::unique_ptr<int>> list;
-    for (int i = 0; i < 3; ++i) {
-        list.Add("n", std::make_unique<int>(i), list.kForever);
-        list.Add("other", std::make_unique<int>(100 + i), list.kForever);
-    }
-    EXPECT_THAT(list.TakeAll("n"),
-                ElementsAre(testing::Pointee(0), testing::Pointee(1), testing::Pointee(2)));
-    EXPECT_THAT(list.TakeAll("n"), IsEmpty());
-    EXPECT_EQ(list.size(), 3u);
 }
 
 TEST(WaiterList, HandsOutThoseWhoseTimeIsUpOrWhoAreGone) {
