@@ -3,22 +3,10 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
 
 namespace calls_test {
 namespace {
-
-bool WriteAll(int fd, const std::string& text) {
-    size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t count = write(fd, text.data() + written, text.size() - written);
-        if (count <= 0) return false;
-        written += static_cast<size_t>(count);
-    }
-    return true;
-}
 
 std::string NextName() {
     static int last = 0;
@@ -32,22 +20,8 @@ ScopedAStatus Node::repeat(const Everything& everything, Everything* out) {
     return ScopedAStatus::ok();
 }
 
-ScopedAStatus Node::fill(std::vector<int32_t>* numbers, Inner* inner, Choice* choice) {
-    int32_t count = 0;
-    for (int32_t& number : *numbers)
-        number = count++;
-    inner->number *= 2;
-    choice->set<Choice::Tag::text>(std::to_string(count));
-    return ScopedAStatus::ok();
-}
-
 ScopedAStatus Node::carry(const Carrier& carrier, Carrier* out) {
     *out = carrier;
-    std::optional<Inner> inner;
-    if (carrier.payload.getParcelable(&inner) == STATUS_OK && inner) {
-        ++inner->number;
-        return ScopedAStatus::fromStatus(out->payload.setParcelable(*inner));
-    }
     return ScopedAStatus::ok();
 }
 
@@ -107,17 +81,6 @@ ScopedAStatus Node::askKept(const std::shared_ptr<INode>& keeper, Who* out) {
     return node == nullptr ? ScopedAStatus::fromExceptionCode(EX_ILLEGAL_STATE) : node->who(out);
 }
 
-ScopedAStatus Node::tell(const std::shared_ptr<INode>& other, int32_t value) {
-    return other->hear(value);
-}
-
-ScopedAStatus Node::hear(int32_t value) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    heard_.push_back(value);
-    changed_.notify_all();
-    return ScopedAStatus::ok();
-}
-
 ScopedAStatus Node::fail(int32_t exception, int32_t serviceSpecific,
                          const std::optional<std::string>& message) {
     if (exception == EX_SERVICE_SPECIFIC) {
@@ -150,19 +113,10 @@ binder_status_t Node::dump(int fd, const char** args, uint32_t numArgs) {
     const std::vector<std::string> words(args, args + numArgs);
     if (!words.empty() && words[0] == "refuse") return STATUS_PERMISSION_DENIED;
     std::string text;
-    if (words.size() == 2 && words[0] == "bytes") {
-        text.assign(static_cast<size_t>(atoi(words[1].c_str())), 'x');
-    } else {
-        for (const std::string& word : words)
-            text += word + "\n";
-    }
-    return WriteAll(fd, text) ? STATUS_OK : STATUS_UNKNOWN_ERROR;
-}
-
-std::vector<int32_t> Node::WaitForHeard(size_t count) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait_for(lock, host::testing::kTestLimit, [&] { return heard_.size() >= count; });
-    return heard_;
+    for (const std::string& word : words)
+        text += word + "\n";
+    const auto written = write(fd, text.data(), text.size());
+    return written == static_cast<ssize_t>(text.size()) ? STATUS_OK : STATUS_UNKNOWN_ERROR;
 }
 
 std::set<std::thread::id> Node::bounce_threads() const {

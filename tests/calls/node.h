@@ -6,7 +6,6 @@
 #include <android-base/thread_annotations.h>
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -26,13 +25,11 @@ using ndk::SpAIBinder;
 class Node : public aidl::test::calls::BnNode {
   public:
     using Carrier = aidl::velmora::sample::Carrier;
-    using Choice = aidl::velmora::sample::Choice;
     using Everything = aidl::velmora::sample::Everything;
     using Inner = aidl::velmora::sample::Inner;
     using Nodes = std::vector<std::shared_ptr<INode>>;
 
     ScopedAStatus repeat(const Everything& everything, Everything* out) override;
-    ScopedAStatus fill(std::vector<int32_t>* numbers, Inner* inner, Choice* choice) override;
     ScopedAStatus carry(const Carrier& carrier, Carrier* out) override;
     ScopedAStatus echo(const SpAIBinder& binder, SpAIBinder* out) override;
     ScopedAStatus who(Who* out) override;
@@ -44,8 +41,6 @@ class Node : public aidl::test::calls::BnNode {
     ScopedAStatus keep(const std::shared_ptr<INode>& node) override;
     ScopedAStatus kept(std::shared_ptr<INode>* out) override;
     ScopedAStatus askKept(const std::shared_ptr<INode>& keeper, Who* out) override;
-    ScopedAStatus tell(const std::shared_ptr<INode>& other, int32_t value) override;
-    ScopedAStatus hear(int32_t value) override;
     ScopedAStatus fail(int32_t exception, int32_t serviceSpecific,
                        const std::optional<std::string>& message) override;
     ScopedAStatus failWith(int32_t status) override;
@@ -54,19 +49,14 @@ class Node : public aidl::test::calls::BnNode {
                          const SpAIBinder& binder) override;
     ScopedAStatus demands(int32_t* out) override;
 
-    // Writes the arguments, one a line; `bytes N` instead writes N bytes, `refuse` nothing but a
-    // failure.
+    // Writes the arguments, one a line; `refuse` instead writes nothing and fails.
     binder_status_t dump(int fd, const char** args, uint32_t numArgs) override;
 
-    // Everything heard so far, once it is that much; less if the time is up before.
-    std::vector<int32_t> WaitForHeard(size_t count);
     // The threads on which bounce() ran.
     std::set<std::thread::id> bounce_threads() const;
 
   private:
     mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<int32_t> heard_ GUARDED_BY(mutex_);
     std::set<std::thread::id> bounce_threads_ GUARDED_BY(mutex_);
     std::shared_ptr<INode> kept_ GUARDED_BY(mutex_);
     int32_t demands_ GUARDED_BY(mutex_) = 0;
@@ -91,16 +81,6 @@ class RemoteNode {
     host::testing::Helper helper_;
     std::shared_ptr<INode> node_;
 };
-
-// The byte content of what `value.writeToParcel` writes.
-template <typename T>
-std::vector<uint8_t> BytesOf(const T& value) {
-    const ndk::ScopedAParcel parcel(AParcel_create());
-    if (value.writeToParcel(parcel.get()) != STATUS_OK) return {};
-    std::vector<uint8_t> bytes(static_cast<size_t>(AParcel_getDataSize(parcel.get())));
-    if (AParcel_marshal(parcel.get(), bytes.data(), 0, bytes.size()) != STATUS_OK) return {};
-    return bytes;
-}
 
 // The environment of a test program: a service manager with those manifests, and this process's
 // pool.

@@ -34,28 +34,13 @@ TEST(Calls, TellTheCalleeWhoCalls) {
 }
 
 TEST(Calls, GoBackAndForthOnTheThreadThatWaits) {
-    const RemoteNode a;
+    const RemoteNode a, b;
     const auto own = MakeNode();
     int32_t calls = 0;
     ASSERT_TRUE(a->bounce(own, 20, &calls).isOk());
     EXPECT_EQ(calls, 20);
     EXPECT_EQ(own->bounce_threads(), std::set<std::thread::id>{std::this_thread::get_id()});
-}
-
-TEST(Calls, GoRoundThreeProcesses) {
-    const RemoteNode a;
-    const RemoteNode b;
-    const auto own = MakeNode();
-    Who who;
-    // From here to a, from there to b.
-    ASSERT_TRUE(a->ask(b.node(), &who).isOk());
-    EXPECT_EQ(who.pid, b.pid());
-    // From here to a, from there back to this process.
-    ASSERT_TRUE(a->ask(own, &who).isOk());
-    EXPECT_EQ(who.pid, OwnPid());
-    EXPECT_EQ(who.callingPid, a.pid());
     // Between a and b, while this process waits for both.
-    int32_t calls = 0;
     ASSERT_TRUE(a->bounce(b.node(), 9, &calls).isOk());
     EXPECT_EQ(calls, 9);
 }
@@ -163,36 +148,6 @@ TEST(Objects, AnswerForTheirProcessAndTheirClass) {
     EXPECT_EQ(AIBinder_ping(a.binder()), STATUS_DEAD_OBJECT);
     Who who;
     EXPECT_EQ(a->who(&who).getStatus(), STATUS_DEAD_OBJECT);
-}
-
-TEST(Oneway, CallsBackInOrderAlsoThroughOthers) {
-    const RemoteNode a;
-    const RemoteNode b;
-    const auto own = MakeNode();
-    std::vector<int32_t> sent;
-    for (int32_t value = 0; value < 500; ++value) {
-        ASSERT_TRUE(a->tell(own, value).isOk());
-        sent.push_back(value);
-    }
-    EXPECT_EQ(own->WaitForHeard(sent.size()), sent);
-    // a forwards to what b keeps, which is here.
-    ASSERT_TRUE(b->keep(own).isOk());
-    std::shared_ptr<INode> kept;
-    ASSERT_TRUE(b->kept(&kept).isOk());
-    ASSERT_TRUE(a->tell(kept, 500).isOk());
-    sent.push_back(500);
-    EXPECT_EQ(own->WaitForHeard(sent.size()), sent);
-}
-
-TEST(Oneway, CallsWaitForNobodyThatStandsStill) {
-    RemoteNode a;
-    const auto own = MakeNode();
-    ASSERT_TRUE(a.process().Stop());
-    ASSERT_TRUE(a->tell(own, 1).isOk());
-    ASSERT_TRUE(a->tell(own, 2).isOk());
-    EXPECT_TRUE(own->WaitForHeard(0).empty());
-    ASSERT_TRUE(a.process().Continue());
-    EXPECT_EQ(own->WaitForHeard(2), (std::vector<int32_t>{1, 2}));
 }
 
 }  // namespace

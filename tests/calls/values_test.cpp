@@ -10,7 +10,6 @@ namespace {
 using aidl::velmora::sample::Carrier;
 using aidl::velmora::sample::Choice;
 using aidl::velmora::sample::Everything;
-using aidl::velmora::sample::Inner;
 
 [[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new CallsHost());
 
@@ -84,27 +83,6 @@ TEST(Values, OfEveryTypeComeBackAsTheyWent) {
     }
 }
 
-TEST(Values, AreFilledByTheOtherProcess) {
-    const RemoteNode node;
-    std::vector<int32_t> numbers(3, -1);
-    Inner inner = sample_test::MakeInner(21);
-    Choice choice = Choice::make<Choice::Tag::number>(1);
-    ASSERT_TRUE(node->fill(&numbers, &inner, &choice).isOk());
-    EXPECT_EQ(numbers, (std::vector<int32_t>{0, 1, 2}));
-    EXPECT_EQ(inner.number, 42);
-    EXPECT_EQ(inner.name, "n21");
-    EXPECT_EQ(choice, Choice::make<Choice::Tag::text>("3"));
-}
-
-TEST(Values, TooManyForOneCallFailAtTheSenderAndTheNextCallGoesOn) {
-    const RemoteNode node;
-    Everything all;
-    all.bytes.resize(1 << 20);
-    EXPECT_EQ(node->repeat(all, &all).getStatus(), STATUS_FAILED_TRANSACTION);
-    all = {};
-    EXPECT_TRUE(node->repeat(all, &all).isOk());
-}
-
 // A parcelable that the other process has never heard of.
 struct Unknown {
     static constexpr const char* descriptor = "test.calls.Unknown";
@@ -123,42 +101,17 @@ struct Unknown {
     }
 };
 
-TEST(Payload, OfUnknownTypePassesThroughByteForByte) {
-    const RemoteNode node;
-    Carrier sent;
-    ASSERT_EQ(sent.payload.setParcelable(Unknown{{0, 255, 1, 2, 3}, nullptr}), STATUS_OK);
-    Carrier back;
-    ASSERT_TRUE(node->carry(sent, &back).isOk());
-    EXPECT_EQ(BytesOf(back.payload), BytesOf(sent.payload));
-    std::optional<Inner> other;
-    EXPECT_EQ(back.payload.getParcelable(&other), STATUS_OK);
-    EXPECT_FALSE(other);
-}
-
-TEST(Payload, BringsItsBindersBack) {
+TEST(Payload, OfUnknownTypeComesBackWithItsBinders) {
     const RemoteNode node;
     const auto own = ndk::SharedRefBase::make<Node>();
     Carrier carrier;
-    ASSERT_EQ(carrier.payload.setParcelable(Unknown{{1}, own->asBinder()}), STATUS_OK);
-    Carrier back;
-    ASSERT_TRUE(node->carry(carrier, &back).isOk());
-    std::optional<Unknown> unknown;
-    ASSERT_EQ(back.payload.getParcelable(&unknown), STATUS_OK);
-    ASSERT_TRUE(unknown);
-    EXPECT_EQ(unknown->bytes, std::vector<uint8_t>{1});
-    EXPECT_EQ(unknown->binder, own->asBinder());
-}
-
-TEST(Payload, OfKnownTypeIsReadAndReplaced) {
-    const RemoteNode node;
-    Carrier carrier;
-    ASSERT_EQ(carrier.payload.setParcelable(sample_test::MakeInner(4)), STATUS_OK);
+    ASSERT_EQ(carrier.payload.setParcelable(Unknown{{0, 255, 1}, own->asBinder()}), STATUS_OK);
     ASSERT_TRUE(node->carry(carrier, &carrier).isOk());
-    std::optional<Inner> inner;
-    ASSERT_EQ(carrier.payload.getParcelable(&inner), STATUS_OK);
-    ASSERT_TRUE(inner);
-    EXPECT_EQ(inner->number, 5);
-    EXPECT_EQ(inner->name, "n4");
+    std::optional<Unknown> unknown;
+    ASSERT_EQ(carrier.payload.getParcelable(&unknown), STATUS_OK);
+    ASSERT_TRUE(unknown);
+    EXPECT_EQ(unknown->bytes, (std::vector<uint8_t>{0, 255, 1}));
+    EXPECT_EQ(unknown->binder, own->asBinder());
 }
 
 TEST(Payload, MayBeAbsent) {
@@ -167,7 +120,9 @@ TEST(Payload, MayBeAbsent) {
     carrier.token = node.LookUp();
     Carrier back;
     ASSERT_TRUE(node->carry(carrier, &back).isOk());
-    EXPECT_EQ(BytesOf(back.payload), BytesOf(carrier.payload));
+    std::optional<Unknown> unknown;
+    EXPECT_EQ(back.payload.getParcelable(&unknown), STATUS_OK);
+    EXPECT_FALSE(unknown);
     EXPECT_EQ(back.token, carrier.token);
     EXPECT_EQ(back.listener, nullptr);
     EXPECT_FALSE(back.listeners);

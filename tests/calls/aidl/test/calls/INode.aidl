@@ -2,16 +2,12 @@ package test.calls;
 
 import test.calls.Who;
 import velmora.sample.Carrier;
-import velmora.sample.Choice;
 import velmora.sample.Everything;
 import velmora.sample.Inner;
 
 /** An object of one process that calls those of others as it is told. */
 interface INode {
     Everything repeat(in Everything everything);
-    /** Doubles the inner's number, counts up in the array, and chooses how many that were. */
-    void fill(out int[] numbers, inout Inner inner, out Choice choice);
-    /** Gives back what came; an Inner in the payload gets a number one higher. */
     Carrier carry(in Carrier carrier);
     @nullable IBinder echo(@nullable IBinder binder);
 
@@ -28,9 +24,6 @@ interface INode {
     @nullable INode kept();
     /** What the node kept by that one answers to this process's who(). */
     Who askKept(INode keeper);
-
-    oneway void tell(INode other, int value);
-    oneway void hear(int value);
 
     /** Answers that status. */
     void fail(int exception, int serviceSpecific, @nullable String message);
