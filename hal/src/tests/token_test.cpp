@@ -1,0 +1,84 @@
+// Labels: memory threads
+// Which tokens a manager takes for its own.
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <thread>
+
+#include "hub_parts.h"
+
+namespace velmora_test {
+namespace {
+
+using hub::ConsumerToken;
+using hub::ProducerToken;
+
+// A token of a test's own, laid out like the hub's.
+struct Stranger : hub::BnToken {
+    Stranger(int32_t first, int32_t second) : first(first), second(second) {}
+    const int32_t first;
+    const int32_t second;
+};
+
+alignas(std::max_align_t) unsigned char g_place[1024];
+
+// One at a time, all at the same address.
+template <typename T>
+struct Placed : T {
+    using T::T;
+    static void* operator new(size_t size) { return size <= sizeof g_place ? g_place : nullptr; }
+    static void operator delete(void*) {}
+};
+
+template <typename T>
+std::shared_ptr<hub::IToken> Make(int32_t signal_id = -1, int32_t token_id = INT32_MIN) {
+    return ndk::SharedRefBase::make<T>(signal_id, token_id);
+}
+
+// As which managers take it.
+std::string KindOf(const std::shared_ptr<hub::IToken>& token) {
+    const auto producer = ProducerToken::From(token);
+    const auto consumer = ConsumerToken::From(token);
+    EXPECT_TRUE(producer == nullptr || producer == token);
+    EXPECT_TRUE(consumer == nullptr || consumer == token);
+    return std::string(producer != nullptr ? "producer" : "") +
+           (consumer != nullptr ? "consumer" : "");
+}
+
+TEST(Tokens, AreRecognisedByTheirClassAlone) {
+    const Hub hub;
+    const auto producer = ndk::SharedRefBase::make<RecordingProducer>(std::make_shared<Record>());
+    const auto ended = Register(*hub.producers, MakeDescriptor(1), producer);
+    EXPECT_TRUE(hub.producers->unregisterProducer(ended).isOk());
+    EXPECT_EQ(KindOf(ended), "producer") << "a token is not revoked with its registration";
+    EXPECT_EQ(KindOf(nullptr), "");
+    const auto extreme = ConsumerToken::From(Make<ConsumerToken>());
+    EXPECT_EQ(extreme->signal_id, -1);
+    EXPECT_EQ(extreme->token_id, INT32_MIN);
+}
+
+TEST(Tokens, AreNotMistakenForADeadOneAtTheSameAddress) {
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(KindOf(Make<Placed<ProducerToken>>()), "producer");
+        EXPECT_EQ(KindOf(Make<Placed<Stranger>>()), "");
+        EXPECT_EQ(KindOf(Make<Placed<ConsumerToken>>()), "consumer");
+    }
+}
+
+TEST(Tokens, AreRecognisedWhileManyThreadsMakeAndDropSome) {
+    const auto shared = Make<ProducerToken>();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 500; ++i)
+                EXPECT_EQ(KindOf(Make<ConsumerToken>()) + ' ' + KindOf(Make<Stranger>()) + ' ' +
+                                  KindOf(Make<ProducerToken>()) + ' ' + KindOf(shared),
+                          "consumer  producer producer");
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+}  // namespace
+}  // namespace velmora_test
