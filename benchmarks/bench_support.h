@@ -8,6 +8,7 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <benchmark/benchmark.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/mman.h>
@@ -16,6 +17,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -50,11 +52,19 @@ inline void Require(bool holds, const char* what) {
 }
 
 // The memory behind `file`, zero at first; with -1 shared with forked children only.
-inline Shared* MapShared(int file = -1) {
+template <typename T = Shared>
+T* MapShared(int file = -1) {
     int flags = MAP_SHARED | (file < 0 ? MAP_ANONYMOUS : 0);
-    void* memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, flags, file, 0);
+    void* memory = mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, flags, file, 0);
     Require(memory != MAP_FAILED, "mmap");
-    return static_cast<Shared*>(memory);
+    return static_cast<T*>(memory);
+}
+
+// Memory for MapShared that started programs inherit.
+inline int MakeSharedFile(size_t size) {
+    int file = memfd_create("bench", 0);
+    Require(file >= 0 && ftruncate(file, static_cast<off_t>(size)) == 0, "memfd_create");
+    return file;
 }
 
 // Busy: giving up the processor would be part of what is measured.
@@ -66,6 +76,31 @@ inline void WaitHandled(const Shared& shared, uint64_t count) {
 inline void SpinFor(std::chrono::nanoseconds time) {
     for (auto end = Clock::now() + time; Clock::now() < end;) {
     }
+}
+
+inline double Nanoseconds(Clock::duration time) {
+    return std::chrono::duration<double, std::nano>(time).count();
+}
+
+// The sample that the fraction `rank` of the others does not exceed. Reorders the samples.
+inline double Quantile(std::vector<double>* samples, double rank) {
+    const double place = rank * static_cast<double>(samples->size());
+    const auto at = samples->begin() + static_cast<std::ptrdiff_t>(place);
+    std::nth_element(samples->begin(), at, samples->end());
+    return *at;
+}
+
+// This process, and all that it starts from now on, share one processor. Whether the system puts
+// two that talk on one or on two, where each wake-up of an idle one costs several times the call,
+// is decided anew from run to run and would decide a ratio. On one it is steady, and as large as it
+// gets: nothing else is left to hide the cost of a call.
+inline void StayOnOneProcessor() {
+    cpu_set_t allowed, one;
+    Require(sched_getaffinity(0, sizeof(allowed), &allowed) == 0, "sched_getaffinity");
+    CPU_ZERO(&one);
+    for (int cpu = 0; CPU_COUNT(&one) == 0; ++cpu)
+        if (CPU_ISSET(cpu, &allowed)) CPU_SET(cpu, &one);
+    Require(sched_setaffinity(0, sizeof(one), &one) == 0, "sched_setaffinity");
 }
 
 // A process that runs `body` and is killed with this object.
@@ -173,8 +208,7 @@ class HostedPayload {
         Require(mkdtemp(folder) != nullptr, "mkdtemp");
         folder_ = folder;
         setenv("BINDER_HOST_DIR", folder, 1);
-        int memory = memfd_create("bench", 0);
-        Require(memory >= 0 && ftruncate(memory, sizeof(Shared)) == 0, "memfd_create");
+        int memory = MakeSharedFile(sizeof(Shared));
         shared_ = MapShared(memory);
         manager_ = std::make_unique<Process>([] {
             execl(BENCH_SERVICEMANAGER, BENCH_SERVICEMANAGER, nullptr);
@@ -250,13 +284,20 @@ class Medians : public benchmark::BenchmarkReporter {
     std::map<std::string, double> of_;
 };
 
-// Runs what was registered, in rounds in random order, and prints the ratios.
+// Whether the program was started only to see that it runs, with --short as its first argument.
+inline bool IsShort(int argc, char** argv) {
+    return argc > 1 && std::string(argv[1]) == "--short";
+}
+
+// Runs what was registered, in rounds in random order, and prints the ratios. --short: one round.
 inline void RunAndCompare(int argc, char** argv, const std::vector<Comparison>& comparisons) {
-    std::vector<std::string> given = {argv[0], "--benchmark_repetitions=25",
-                                      "--benchmark_min_time=0.1",
-                                      "--benchmark_enable_random_interleaving=true",
-                                      "--benchmark_display_aggregates_only=true"};
-    given.insert(given.end(), argv + 1, argv + argc);
+    const bool is_short = IsShort(argc, argv);
+    std::vector<std::string> given = {
+            argv[0], is_short ? "--benchmark_repetitions=2" : "--benchmark_repetitions=25",
+            is_short ? "--benchmark_min_time=0.001" : "--benchmark_min_time=0.1",
+            "--benchmark_enable_random_interleaving=true",
+            "--benchmark_display_aggregates_only=true"};
+    given.insert(given.end(), argv + (is_short ? 2 : 1), argv + argc);
     std::vector<char*> arguments;
     for (std::string& argument : given)
         arguments.push_back(argument.data());

@@ -1,7 +1,5 @@
 // A two-way call with its answer, against the same bytes sent and sent back over a bare socket.
 
-#include <sched.h>
-
 #include "bench_support.h"
 
 namespace {
@@ -37,23 +35,10 @@ void Call(benchmark::State& state, IPayload* payload, size_t size) {
     }
 }
 
-// All processes of the comparison share one processor. Whether the system puts two that talk on one
-// or on two, where each wake-up of an idle one costs several times the call, is decided anew from
-// run to run and would decide the ratio. On one it is steady, and as large as it gets: nothing else
-// is left to hide the cost of a call.
-void StayOnOneProcessor() {
-    cpu_set_t allowed, one;
-    Require(sched_getaffinity(0, sizeof(allowed), &allowed) == 0, "sched_getaffinity");
-    CPU_ZERO(&one);
-    for (int cpu = 0; CPU_COUNT(&one) == 0; ++cpu)
-        if (CPU_ISSET(cpu, &allowed)) CPU_SET(cpu, &one);
-    Require(sched_setaffinity(0, sizeof(one), &one) == 0, "sched_setaffinity");
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    StayOnOneProcessor();
+    bench::StayOnOneProcessor();
     if (bench::Shared* shared = bench::SharedOfService(argc, argv)) return bench::Serve(shared);
     HostedPayload hosted;
     BarePeer small([](int fd) { Echo(fd, bench::kSmall); });
