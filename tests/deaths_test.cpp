@@ -5,7 +5,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <random>
 #include <thread>
@@ -27,12 +26,7 @@ binder_status_t Behave(int code, const Letter& in, Letter* out) {
         Post(in.binder, kEntered);
         Counter().WaitFor(1, milliseconds(600'000));
     }
-    std::vector<std::thread> threads;
-    for (int i = 0; code == kCallMany && i < in.value; ++i) {
-        threads.emplace_back([&in] { Call(in.binder, kMeet); });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    if (code == kCallMany) InParallel(in.value, [&in] { Call(in.binder, kMeet); });
     return STATUS_OK;
 }
 
@@ -224,25 +218,6 @@ TEST(Deaths, AreNotToldToLinksThatEndedBefore) {
     EXPECT_EQ(by_deletion.died.value() + by_unlinking.died.value(), 0);
 }
 
-TEST(Deaths, ReachEveryRecipientOfEveryObject) {
-    RemoteObject first("Object"), second("Object");
-    auto recipients = std::array{NewRecipient(), NewRecipient(), NewRecipient()};
-    Link of_first[3], of_second[3];
-    for (size_t i = 0; i < recipients.size(); ++i) {
-        ASSERT_EQ(LinkTo(first.object(), recipients[i], &of_first[i]), STATUS_OK);
-        ASSERT_EQ(LinkTo(second.object(), recipients[i], &of_second[i]), STATUS_OK);
-    }
-    first.process().Kill();
-    for (Link& link : of_first)
-        EXPECT_TRUE(EndedWith(link, 1));
-    for (Link& link : of_second)
-        EXPECT_EQ(link.unlinked.value() + link.died.value(), 0);
-    for (auto& recipient : recipients)
-        recipient.set(nullptr);
-    for (Link& link : of_second)
-        EXPECT_TRUE(EndedWith(link, 0));
-}
-
 TEST(Deaths, CannotBeLinkedForLocalAndDeadObjects) {
     RemoteObject victim("Object");
     auto recipient = NewRecipient();
@@ -296,12 +271,8 @@ TEST(Deaths, AreNotSeenInAStoppedProcess) {
 class PendingCall {
   public:
     explicit PendingCall(const ndk::SpAIBinder& target) {
-        ndk::SpAIBinder doorbell = MakeObject([this](int, const Letter&, Letter*) {
-            entered_.Add();
-            return STATUS_OK;
-        });
-        thread_ = std::thread([this, target, doorbell] {
-            status_ = Call(target, kBlock, {0, doorbell, {}});
+        thread_ = std::thread([this, target] {
+            status_ = Call(target, kBlock, {0, doorbell_.object, {}});
             ended_at_ = steady_clock::now();
             failed_.Add();
             leave_.WaitFor(1);
@@ -311,12 +282,13 @@ class PendingCall {
         leave_.Add();
         thread_.join();
     }
-    bool WaitUntilServed() { return entered_.WaitFor(1); }
+    bool WaitUntilServed() { return doorbell_.called.WaitFor(1); }
     bool WaitUntilFailed() { return failed_.WaitFor(1) && status_ == STATUS_DEAD_OBJECT; }
     steady_clock::time_point ended_at() const { return ended_at_; }
 
   private:
-    Counter entered_, failed_, leave_;
+    Own doorbell_;
+    Counter failed_, leave_;
     std::atomic<binder_status_t> status_{STATUS_OK};
     steady_clock::time_point ended_at_;
     std::thread thread_;

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <sstream>
-#include <thread>
 
 #include "objects.h"
 #include "pool.h"
@@ -30,16 +29,11 @@ constexpr size_t NumbersFor(size_t bytes) {
 // Calls so often from so many threads at once; how many calls failed.
 int Storm(const ndk::SpAIBinder& target, int threads, int rounds) {
     std::atomic<int> failed{0};
-    std::vector<std::thread> callers;
-    for (int i = 0; i < threads; ++i) {
-        callers.emplace_back([&] {
-            for (int round = 0; round < rounds; ++round) {
-                if (Call(target, kEcho) != STATUS_OK) failed.fetch_add(1);
-            }
-        });
-    }
-    for (std::thread& caller : callers)
-        caller.join();
+    InParallel(threads, [&] {
+        for (int round = 0; round < rounds; ++round) {
+            if (Call(target, kEcho) != STATUS_OK) failed.fetch_add(1);
+        }
+    });
     return failed.load();
 }
 

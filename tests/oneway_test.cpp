@@ -66,15 +66,6 @@ HOST_HELPER(Notebook) {
     return Serve(channel, notes.Handler());
 }
 
-// An object that counts the fences that have been reached.
-struct FenceBell {
-    Counter rung;
-    ndk::SpAIBinder object = MakeObject([this](int, const Letter&, Letter*) {
-        rung.Add();
-        return STATUS_OK;
-    });
-};
-
 std::vector<int32_t> FromZero(int32_t count) {
     std::vector<int32_t> numbers(static_cast<size_t>(count));
     for (int32_t i = 0; i < count; ++i)
@@ -84,10 +75,10 @@ std::vector<int32_t> FromZero(int32_t count) {
 
 // Everything noted by a notebook, asked for when a fence behind it has been reached.
 std::vector<int32_t> NotedBy(const ndk::SpAIBinder& notebook) {
-    FenceBell bell;
+    Own bell;
     Letter answer;
     EXPECT_EQ(Post(notebook, kFence, {0, bell.object, {}}), STATUS_OK);
-    EXPECT_TRUE(bell.rung.WaitFor(1));
+    EXPECT_TRUE(bell.called.WaitFor(1));
     EXPECT_EQ(Call(notebook, kNoted, {}, &answer), STATUS_OK);
     return answer.numbers;
 }
@@ -97,9 +88,9 @@ TEST(OnewayCalls, RunInOrderAndOneAtATimePerObject) {
     constexpr int32_t kCalls = 20'000;
     for (int32_t i = 0; i < kCalls; ++i) {
         while (Post(notebook.object(), kNote, {i, {}, {}}) == STATUS_FAILED_TRANSACTION) {
-            FenceBell bell;
+            Own bell;
             if (Post(notebook.object(), kFence, {0, bell.object, {}}) == STATUS_OK)
-                bell.rung.WaitFor(1);
+                bell.called.WaitFor(1);
         }
     }
     EXPECT_EQ(NotedBy(notebook.object()), FromZero(kCalls));
@@ -109,10 +100,10 @@ TEST(OnewayCalls, ToDifferentObjectsRunInParallelWhileOneBlocks) {
     RemoteObject notebook("Notebook");
     Letter other;
     ASSERT_EQ(Call(notebook.object(), kMake, {}, &other), STATUS_OK);
-    FenceBell entered;
+    Own entered;
     ASSERT_EQ(Post(notebook.object(), kBlock, {1, entered.object, {}}), STATUS_OK);
     ASSERT_EQ(Post(notebook.object(), kNote, {0, {}, {}}), STATUS_OK);
-    ASSERT_TRUE(entered.rung.WaitFor(1));
+    ASSERT_TRUE(entered.called.WaitFor(1));
     EXPECT_EQ(NotedBy(other.binder), std::vector<int32_t>{}) << "the blocked object's call waits";
     // A two-way call to the object overtakes what waits for it.
     ASSERT_EQ(Call(notebook.object(), kOpen), STATUS_OK);
@@ -122,7 +113,7 @@ TEST(OnewayCalls, ToDifferentObjectsRunInParallelWhileOneBlocks) {
 TEST(OnewayCalls, WaitForAThreadOfAFullPoolWithoutHoldingUpTheCaller) {
     RemoteObject notebook("Notebook");
     std::vector<Letter> objects(kDefaultPoolThreads + 5);
-    FenceBell entered;
+    Own entered;
     for (Letter& one : objects)
         ASSERT_EQ(Call(notebook.object(), kMake, {}, &one), STATUS_OK);
     for (Letter& one : objects) {
@@ -130,10 +121,10 @@ TEST(OnewayCalls, WaitForAThreadOfAFullPoolWithoutHoldingUpTheCaller) {
                        {static_cast<int32_t>(objects.size()), entered.object, {}}),
                   STATUS_OK);
     }
-    ASSERT_TRUE(entered.rung.WaitFor(kDefaultPoolThreads));
+    ASSERT_TRUE(entered.called.WaitFor(kDefaultPoolThreads));
     for (int32_t i = 0; i < 1'000; ++i)
         ASSERT_EQ(Post(notebook.object(), kNote, {i, {}, {}}), STATUS_OK);
-    EXPECT_EQ(entered.rung.value(), static_cast<int>(kDefaultPoolThreads));
+    EXPECT_EQ(entered.called.value(), static_cast<int>(kDefaultPoolThreads));
     // Calls that open the gate need a thread that is free: the blocked ones are given up with their
     // process.
     notebook.process().Kill();
@@ -232,7 +223,6 @@ TEST(OnewayCalls, ToAStoppedProcessDelayNobodyAndAreRunWhenItContinues) {
 
 // Posts as many notes as it is asked to, to an object that it has never called before, and ends.
 HOST_HELPER(Hasty) {
-    Counter served;
     return Serve(channel, [](int code, const Letter& in, Letter* out) -> binder_status_t {
         if (code == kPostMany) {
             for (int32_t i = 0; i < in.value; ++i) {
@@ -244,48 +234,34 @@ HOST_HELPER(Hasty) {
     });
 }
 
-class FirstContact : public ::testing::Test {
-  protected:
-    RemoteObject sender_{"Hasty"};
-    RemoteObject notebook_{"Notebook"};
-};
-
-TEST_F(FirstContact, WithAStoppedProcessDoesNotDelayAOnewayCall) {
-    ASSERT_TRUE(notebook_.process().Stop());
-    Letter accepted;
-    ASSERT_EQ(Call(sender_.object(), kPostMany, {1'000, notebook_.object(), {}}, &accepted),
-              STATUS_OK);
-    EXPECT_EQ(accepted.value, 1'000);
-    ASSERT_TRUE(notebook_.process().Continue());
-    std::vector<int32_t> noted;
-    EXPECT_TRUE(Eventually([&] {
-        for (int32_t number : NotedBy(notebook_.object()))
-            noted.push_back(number);
-        return noted.size() >= 1'000;
-    }));
-    EXPECT_EQ(noted, FromZero(1'000));
-}
-
-TEST_F(FirstContact, DeliversWhatWasSentRightBeforeTheSenderExited) {
-    ASSERT_EQ(NotedBy(notebook_.object()), FromZero(0));
-    const int before = OpenDescriptors(notebook_.pid());
-    for (bool while_stopped : {false, true}) {
-        RemoteObject sender("Hasty");
-        ASSERT_TRUE(!while_stopped || notebook_.process().Stop());
-        EXPECT_EQ(Call(sender.object(), kPostMany, {1'000, notebook_.object(), {1}}),
-                  STATUS_DEAD_OBJECT);
-        ASSERT_TRUE(sender.process().WaitExit());
-        ASSERT_TRUE(!while_stopped || notebook_.process().Continue());
+TEST(FirstContact, DelaysNoOnewayCallAndDeliversWhatWasSentAlsoIfTheSenderExits) {
+    constexpr int32_t kCalls = 1'000;
+    RemoteObject notebook("Notebook");
+    ASSERT_EQ(NotedBy(notebook.object()), FromZero(0));
+    const int before = OpenDescriptors(notebook.pid());
+    for (const auto& [stopped, exits] :
+         {std::pair{true, false}, std::pair{false, true}, std::pair{true, true}}) {
+        SCOPED_TRACE(::testing::Message() << "stopped " << stopped << ", exits " << exits);
+        auto sender = std::make_unique<RemoteObject>("Hasty");
+        ASSERT_TRUE(!stopped || notebook.process().Stop());
+        Letter accepted;
+        EXPECT_EQ(Call(sender->object(), kPostMany,
+                       {kCalls, notebook.object(), std::vector<int32_t>(exits ? 1 : 0)}, &accepted),
+                  exits ? STATUS_DEAD_OBJECT : STATUS_OK);
+        EXPECT_EQ(accepted.value, exits ? 0 : kCalls);
+        ASSERT_TRUE(!exits || sender->process().WaitExit());
+        ASSERT_TRUE(!stopped || notebook.process().Continue());
         std::vector<int32_t> noted;
         EXPECT_TRUE(Eventually([&] {
-            for (int32_t number : NotedBy(notebook_.object()))
+            for (int32_t number : NotedBy(notebook.object()))
                 noted.push_back(number);
-            return noted.size() >= 1'000;
+            return noted.size() >= kCalls;
         })) << noted.size();
-        EXPECT_EQ(noted, FromZero(1'000)) << while_stopped;
-        EXPECT_TRUE(Eventually([&] { return OpenDescriptors(notebook_.pid()) <= before; }))
-                << "the dead sender is forgotten, whether it was stopped: " << while_stopped
-                << ", now " << OpenDescriptors(notebook_.pid()) << " before " << before;
+        EXPECT_EQ(noted, FromZero(kCalls));
+        sender.reset();
+        EXPECT_TRUE(Eventually([&] { return OpenDescriptors(notebook.pid()) <= before; }))
+                << "the dead sender is forgotten; now " << OpenDescriptors(notebook.pid())
+                << ", before " << before;
     }
 }
 

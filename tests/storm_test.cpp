@@ -65,12 +65,7 @@ class Storm : public ::testing::Test {
     ndk::SpAIBinder AnyObject() {
         if (Random(2) == 0 && last_seen_.get() != nullptr) return last_seen_;
         ++made_;
-        return MakeObject(
-                [](int, const Letter& in, Letter* out) {
-                    out->value = in.value;
-                    return STATUS_OK;
-                },
-                [this] { gone_.Add(); });
+        return own_.New();
     }
 
     void CallSomeone() {
@@ -124,8 +119,8 @@ class Storm : public ::testing::Test {
     std::mt19937 random_{seed_};
     std::vector<std::unique_ptr<RemoteObject>> keepers_;
     ndk::SpAIBinder last_seen_;
-    Counter gone_;
-    int made_ = 0, calls_ = 0, kills_ = 0;
+    Own own_;
+    int made_ = 1, calls_ = 0, kills_ = 0;
 };
 
 TEST_F(Storm, LeavesNothingOfThoseThatCameAndWent) {
@@ -136,8 +131,10 @@ TEST_F(Storm, LeavesNothingOfThoseThatCameAndWent) {
         if (HasFatalFailure()) return;
     }
     last_seen_.set(nullptr);
+    own_.object.set(nullptr);
     keepers_.clear();
-    EXPECT_TRUE(gone_.WaitFor(made_)) << gone_.value() << " of " << made_ << " objects are gone";
+    EXPECT_TRUE(own_.destroyed.WaitFor(made_))
+            << own_.destroyed.value() << " of " << made_ << " objects are gone";
     EXPECT_TRUE(Eventually(
             [&before] { return ProcessCounts::Of(getpid()).descriptors <= before.descriptors; }));
     EXPECT_GT(kills_, 10);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <thread>
 
 namespace host::testing {
 namespace {
@@ -118,6 +119,23 @@ bool Counter::WaitFor(int value, std::chrono::milliseconds limit) {
 int Counter::value() const {
     std::lock_guard lock(mutex_);
     return value_;
+}
+
+ndk::SpAIBinder Own::New() {
+    return MakeObject(
+            [counts = counts_](int, const Letter&, Letter*) {
+                counts->called.Add();
+                return STATUS_OK;
+            },
+            [counts = counts_] { counts->destroyed.Add(); });
+}
+
+void InParallel(int count, const std::function<void()>& body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back(body);
+    for (std::thread& thread : threads)
+        thread.join();
 }
 
 ProcessCounts ProcessCounts::Of(pid_t pid) {

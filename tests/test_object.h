@@ -76,6 +76,24 @@ class Counter {
     int value_ = 0;
 };
 
+// Objects of this process that count their calls and their ends. They may outlive this.
+class Own {
+    struct Counts {
+        Counter called, destroyed;
+    };
+    const std::shared_ptr<Counts> counts_ = std::make_shared<Counts>();
+
+  public:
+    Counter& called = counts_->called;
+    Counter& destroyed = counts_->destroyed;
+    ndk::SpAIBinder object = New();
+
+    ndk::SpAIBinder New();
+};
+
+// Runs the body on so many threads at the same time, and returns when all have ended.
+void InParallel(int count, const std::function<void()>& body);
+
 // What a process has open and running, for comparing before with after.
 struct ProcessCounts {
     int descriptors = 0;
