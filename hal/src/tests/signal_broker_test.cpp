@@ -1,5 +1,5 @@
 // Labels: memory threads
-// What the broker makes of news, between managers that only write down and between real ones.
+// What the broker makes of news, between mocked managers and between real ones.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,96 +13,78 @@ namespace velmora_test {
 namespace {
 
 using hub::SignalBroker;
+using ::testing::_;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StrictMock;
+using SignalError = hub::IVelmoraHubConsumer::SignalError;
 
-class FakeProducers : public hub::VelmoraHubProducerManager {
-  public:
-    explicit FakeProducers(Record& record) : VelmoraHubProducerManager(nullptr), record_(record) {}
-    void RequestSignalUpdate(int id) override { record_.Add("request " + std::to_string(id)); }
-    void UpdateSubscriptionState(int id, bool has_clients) override {
-        record_.Add((has_clients ? "clients " : "no clients ") + std::to_string(id));
-    }
-
-  private:
-    Record& record_;
+struct MockProducers : hub::VelmoraHubProducerManager {
+    MockProducers() : VelmoraHubProducerManager(nullptr) {}
+    MOCK_METHOD(void, RequestSignalUpdate, (int), (override));
+    MOCK_METHOD(void, UpdateSubscriptionState, (int, bool), (override));
 };
 
-class FakeConsumers : public hub::VelmoraHubConsumerManager {
-  public:
-    using Error = hub::IVelmoraHubConsumer::SignalError;
-
-    explicit FakeConsumers(Record& record) : VelmoraHubConsumerManager(nullptr), record_(record) {}
-    void DispatchSignalAvailable(int id) override { record_.Add("added " + std::to_string(id)); }
-    void DispatchSignalUnavailable(int id, Error error) override {
-        record_.Add("removed " + std::to_string(id) + ": " + std::to_string(int(error)));
-    }
-    // Alters what it was given: it is its own.
-    void DispatchSignalUpdate(int id, hub::VelmoraEvent event) override {
-        std::optional<hub::SignalDescriptor> payload;
-        event.payload.getParcelable(&payload);
-        record_.Add("update " + std::to_string(id) + ": " + std::to_string(event.signalId) + " @" +
-                    std::to_string(event.timestampMs) + " " + payload->tags.at(0));
-        event = MakeEvent(0, 0, "altered");
-    }
-
-  private:
-    Record& record_;
+struct MockConsumers : hub::VelmoraHubConsumerManager {
+    MockConsumers() : VelmoraHubConsumerManager(nullptr) {}
+    MOCK_METHOD(void, DispatchSignalAvailable, (int), (override));
+    MOCK_METHOD(void, DispatchSignalUnavailable, (int, SignalError), (override));
+    MOCK_METHOD(void, DispatchSignalUpdate, (int, hub::VelmoraEvent), (override));
 };
 
-// A call of the broker: what it asks of its manager, or logs if there is none.
-struct Row {
-    std::function<void(SignalBroker&)> call;
-    bool is_for_consumers;
-    std::string asked;
-    std::string warning;
-};
-
-std::vector<Row> AllRows() {
-    constexpr char kNoConsumer[] = "Invalid consumer. Can't update it.";
-    constexpr char kNoProducer[] = "Invalid producer. Can't update it.";
-    const auto event = std::make_shared<hub::VelmoraEvent>(MakeEvent(6, 7, "seven"));
-    const auto update = [event](SignalBroker& broker) { broker.OnSignalUpdated(5, *event); };
-    std::vector<Row> rows = {
-            {[](auto& broker) { broker.OnSignalAdded(-5); }, true, "added -5", kNoConsumer},
-            // Twice: what becomes of a copy leaves the event alone.
-            {update, true, "update 5: 6 @7 seven", kNoConsumer},
-            {update, true, "update 5: 6 @7 seven", kNoConsumer},
-            {[](auto& broker) { broker.OnSignalUpdateRequested(5); }, false, "request 5",
-             "No producer manager registered."},
-            {[](auto& broker) { broker.OnConsumerSubscriptionChanged(5, true); }, false,
-             "clients 5", kNoProducer},
-            {[](auto& broker) { broker.OnConsumerSubscriptionChanged(5, false); }, false,
-             "no clients 5", kNoProducer}};
-    for (const int cause : {0, 1, 2, 3, 4, -1, INT32_MAX, INT32_MIN})
-        rows.push_back({[=](auto& broker) {
-                            broker.OnSignalRemoved(5, static_cast<hub::SignalRemovedCause>(cause));
-                        },
-                        true, "removed 5: " + std::to_string(cause >= 1 && cause <= 3 ? cause : 0),
-                        kNoConsumer});
-    return rows;
+TEST(SignalBroker, AsksOneThingOfOneManager) {
+    const auto producers = ndk::SharedRefBase::make<StrictMock<MockProducers>>();
+    const auto consumers = ndk::SharedRefBase::make<StrictMock<MockConsumers>>();
+    SignalBroker broker(producers, consumers);
+    const host::testing::LogCapture log;
+    EXPECT_CALL(*producers, RequestSignalUpdate(5));
+    broker.OnSignalUpdateRequested(5);
+    for (const bool has_consumers : {true, false}) {
+        EXPECT_CALL(*producers, UpdateSubscriptionState(-5, has_consumers));
+        broker.OnConsumerSubscriptionChanged(-5, has_consumers);
+    }
+    EXPECT_CALL(*consumers, DispatchSignalAvailable(5));
+    broker.OnSignalAdded(5);
+    for (const int cause : {0, 1, 2, 3, 4, -1, INT32_MAX, INT32_MIN}) {
+        const auto error = static_cast<SignalError>(cause >= 1 && cause <= 3 ? cause : 0);
+        EXPECT_CALL(*consumers, DispatchSignalUnavailable(5, error));
+        broker.OnSignalRemoved(5, static_cast<hub::SignalRemovedCause>(cause));
+    }
+    EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
-TEST(SignalBroker, AsksOneThingOfOneManagerOrWarnsThatItIsMissing) {
-    Record record;
-    const auto producers = ndk::SharedRefBase::make<FakeProducers>(record);
-    const auto consumers = ndk::SharedRefBase::make<FakeConsumers>(record);
-    for (const Row& row : AllRows()) {
-        const bool consumer = row.is_for_consumers;
-        SignalBroker there(consumer ? nullptr : producers, consumer ? consumers : nullptr);
-        SignalBroker missing(consumer ? producers : nullptr, consumer ? nullptr : consumers);
-        const host::testing::LogCapture log;
-        row.call(there);
-        EXPECT_THAT(log.lines(), IsEmpty());
-        row.call(missing);
-        EXPECT_THAT(record.lines(), ElementsAre(row.asked));
-        EXPECT_THAT(log.Texts(), ElementsAre(row.warning));
-        const auto line = log.lines().at(0);
-        EXPECT_EQ(line.priority, ANDROID_LOG_WARN);
-        EXPECT_EQ(line.route, host::testing::LogRoute::kPrint);
-        EXPECT_EQ(line.tag, "velmora_hal");
-        record.Clear();
-    }
+TEST(SignalBroker, GivesConsumersACopyOfTheEventThatIsTheirOwn) {
+    const auto consumers = ndk::SharedRefBase::make<StrictMock<MockConsumers>>();
+    SignalBroker broker(nullptr, consumers);
+    const hub::VelmoraEvent event = MakeEvent(6, 7, "seven");
+    const auto check_and_alter = [](int, hub::VelmoraEvent copy) {
+        std::optional<hub::SignalDescriptor> payload;
+        EXPECT_EQ(copy.payload.getParcelable(&payload), STATUS_OK);
+        EXPECT_THAT(payload.value().tags, ElementsAre("seven"));
+        EXPECT_TRUE(copy.signalId == 6 && copy.timestampMs == 7);
+        copy.payload.setParcelable(hub::SignalDescriptor());
+    };
+    EXPECT_CALL(*consumers, DispatchSignalUpdate(5, _)).Times(2).WillRepeatedly(check_and_alter);
+    broker.OnSignalUpdated(5, event);
+    broker.OnSignalUpdated(5, event);
+}
+
+TEST(SignalBroker, WarnsOfTheManagerThatIsMissingAndLeavesTheOtherAlone) {
+    SignalBroker to_producers(ndk::SharedRefBase::make<StrictMock<MockProducers>>(), nullptr);
+    SignalBroker to_consumers(nullptr, ndk::SharedRefBase::make<StrictMock<MockConsumers>>());
+    const host::testing::LogCapture log;
+    to_producers.OnSignalAdded(5);
+    to_producers.OnSignalRemoved(5, hub::SignalRemovedCause::UNREGISTERED);
+    to_producers.OnSignalUpdated(5, MakeEvent(5));
+    to_consumers.OnSignalUpdateRequested(5);
+    to_consumers.OnConsumerSubscriptionChanged(5, true);
+    const std::string no_consumer = "Invalid consumer. Can't update it.";
+    EXPECT_THAT(log.Texts(), ElementsAre(no_consumer, no_consumer, no_consumer,
+                                         "No producer manager registered.",
+                                         "Invalid producer. Can't update it."));
+    for (const auto& line : log.lines())
+        EXPECT_TRUE(line.priority == ANDROID_LOG_WARN && line.tag == "velmora_hal" &&
+                    line.route == host::testing::LogRoute::kPrint);
 }
 
 TEST(SignalBroker, JoinsAProducerWithItsConsumer) {

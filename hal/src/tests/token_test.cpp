@@ -56,9 +56,7 @@ TEST(Tokens, AreRecognisedByTheirClassAlone) {
     const auto extreme = ConsumerToken::From(Make<ConsumerToken>());
     EXPECT_EQ(extreme->signal_id, -1);
     EXPECT_EQ(extreme->token_id, INT32_MIN);
-}
-
-TEST(Tokens, AreNotMistakenForADeadOneAtTheSameAddress) {
+    // Nor are they mistaken for a dead one at the same address.
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(KindOf(Make<Placed<ProducerToken>>()), "producer");
         EXPECT_EQ(KindOf(Make<Placed<Stranger>>()), "");
