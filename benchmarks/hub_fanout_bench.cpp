@@ -3,16 +3,15 @@
 // producer and then sends to one process after the other. That is what the system charges for so
 // many messages and wake-ups, and what is above it is the price of the layer and the hub together.
 
-#include <semaphore.h>
-
+#include "arrivals.h"
 #include "bench_support.h"
 #include "hub_processes.h"
 
 namespace {
 
 namespace hub = velmora_test::hub;
+using bench::Arrivals;
 using bench::BarePeer;
-using bench::Clock;
 using bench::Payload;
 using bench::Require;
 
@@ -24,45 +23,13 @@ constexpr int kSamples = 100;
 // Long enough for all processes to be asleep again.
 constexpr std::chrono::microseconds kPause{300};
 
-// What consumers share with the producer, which sleeps until the last one has been reached: awake
-// it would hold a processor that they need.
-struct Arrivals {
-    std::atomic<int> missing;
-    std::atomic<Clock::rep> last;
-    sem_t all;
-};
-
-void Arrive(Arrivals* arrivals) {
-    if (arrivals->missing.fetch_sub(1) != 1) return;
-    arrivals->last.store(Clock::now().time_since_epoch().count());
-    sem_post(&arrivals->all);
-}
-
-class CountingConsumer : public hub::BnVelmoraHubConsumer {
-  public:
-    explicit CountingConsumer(Arrivals* arrivals) : arrivals_(arrivals) {}
-
-    ndk::ScopedAStatus onSignalAvailable(int32_t) override { return ndk::ScopedAStatus::ok(); }
-    ndk::ScopedAStatus onSignalUpdate(const hub::VelmoraEvent& event) override {
-        Require(event.payload.getStability() == ndk::STABILITY_VINTF, "payload");
-        Arrive(arrivals_);
-        return ndk::ScopedAStatus::ok();
-    }
-    ndk::ScopedAStatus onSignalUnavailable(int32_t, SignalError) override {
-        return ndk::ScopedAStatus::ok();
-    }
-
-  private:
-    Arrivals* const arrivals_;
-};
-
 // Subscribed to each of the signals that its arguments name, after the shared memory.
 HOST_HELPER(FanoutConsumer) {
     ABinderProcess_startThreadPool();
     const auto manager = velmora_test::WaitForConsumerManager();
     const auto& arguments = channel.arguments();
     auto* arrivals = bench::MapShared<Arrivals>(std::stoi(arguments[0]));
-    const auto consumer = ndk::SharedRefBase::make<CountingConsumer>(arrivals);
+    const auto consumer = ndk::SharedRefBase::make<bench::ArrivingConsumer>(arrivals);
     for (size_t i = 1; i < arguments.size(); ++i) {
         std::shared_ptr<hub::IToken> token;
         Require(manager->subscribe(std::stoi(arguments[i]), consumer, &token).isOk(), "subscribe");
@@ -92,7 +59,7 @@ class BareRelay {
         for (int i = 0; i < kMost; ++i)
             consumers_.push_back(std::make_unique<BarePeer>([&](int fd) {
                 while (bench::ReceiveAll(fd, bytes_.data(), bytes_.size()))
-                    Arrive(arrivals);
+                    arrivals->Arrive();
             }));
         relay_ = std::make_unique<BarePeer>([&](int fd) {
             while (bench::ReceiveAll(fd, bytes_.data(), bytes_.size())) {
@@ -122,13 +89,7 @@ void Register(const std::string& name, int count, Arrivals* arrivals, std::vecto
               Push push) {
     const auto sample = [=] {
         bench::SpinFor(kPause);
-        arrivals->missing.store(count);
-        const Clock::time_point begin = Clock::now();
-        push();
-        while (sem_wait(&arrivals->all) != 0) {
-        }
-        return bench::Nanoseconds(Clock::duration(arrivals->last.load()) -
-                                  begin.time_since_epoch());
+        return arrivals->Time(count, push);
     };
     const auto round = [=](benchmark::State& state) {
         std::vector<double> samples(kSamples);
@@ -142,18 +103,16 @@ void Register(const std::string& name, int count, Arrivals* arrivals, std::vecto
 }
 
 void PrintTails(std::map<std::string, std::vector<double>>* samples) {
+    std::map<std::string, double> tails;
+    for (auto& [name, all] : *samples) {
+        if (all.empty()) return;
+        tails[name] = bench::Quantile(&all, 0.99);
+        std::printf("%-32s %10.0f ns   99 of 100, %zu samples\n", name.c_str(), tails[name],
+                    all.size());
+    }
     for (int count : kCounts) {
         const std::string name = "fanout_" + std::to_string(count);
-        double tail[2] = {};
-        for (int bare : {0, 1}) {
-            const std::string full = name + (bare ? "_bare" : "_hub");
-            std::vector<double>& all = (*samples)[full];
-            if (all.empty()) return;
-            tail[bare] = bench::Quantile(&all, 0.99);
-            std::printf("%-32s %10.0f ns   99 of 100, %zu samples\n", full.c_str(), tail[bare],
-                        all.size());
-        }
-        bench::PrintRatio(name + "_p99", tail[0] / tail[1], 0);
+        bench::PrintRatio(name + "_p99", tails[name + "_hub"] / tails[name + "_bare"], 0);
     }
 }
 
@@ -163,8 +122,7 @@ int main(int argc, char** argv) {
     if (const auto status = host::testing::RunRequestedHelper(argc, argv)) return *status;
     setenv("ANDROID_LOG_TAGS", "*:S", 1);
     const int memory = bench::MakeSharedFile(sizeof(Arrivals));
-    auto* arrivals = bench::MapShared<Arrivals>(memory);
-    sem_init(&arrivals->all, 1, 0);
+    auto* arrivals = new (bench::MapShared<Arrivals>(memory)) Arrivals;
     BareRelay bare(arrivals);
     const auto folder = velmora_test::StartHubHost();
     velmora_test::HubProcess hub_process;

@@ -8,14 +8,15 @@
 // the hub's, and for updates that of the client with its many consumers.
 
 #include <random>
-#include <semaphore>
 
+#include "arrivals.h"
 #include "bench_support.h"
 #include "hub_processes.h"
 
 namespace {
 
 namespace hub = velmora_test::hub;
+using bench::ArrivingConsumer;
 using bench::Clock;
 using bench::Require;
 using host::testing::Helper;
@@ -24,29 +25,6 @@ constexpr int kPerSignal = 10;
 constexpr int kBatch = 200;
 constexpr double kLimit = 1.2;
 constexpr std::chrono::minutes kFillLimit{2};
-
-// Calls that are under way to this client, and whoever waits for the last one.
-struct Expected {
-    std::atomic<int> missing{0};
-    std::binary_semaphore all{0};
-};
-
-class CountingConsumer : public hub::BnVelmoraHubConsumer {
-  public:
-    explicit CountingConsumer(Expected* expected) : expected_(expected) {}
-
-    ndk::ScopedAStatus onSignalAvailable(int32_t) override { return ndk::ScopedAStatus::ok(); }
-    ndk::ScopedAStatus onSignalUpdate(const hub::VelmoraEvent&) override {
-        if (expected_->missing.fetch_sub(1) == 1) expected_->all.release();
-        return ndk::ScopedAStatus::ok();
-    }
-    ndk::ScopedAStatus onSignalUnavailable(int32_t, SignalError) override {
-        return ndk::ScopedAStatus::ok();
-    }
-
-  private:
-    Expected* const expected_;
-};
 
 // Knows signals for so many subscriptions. The holder produces every one of them and subscribes an
 // object of its own for each subscription; others find that done.
@@ -80,12 +58,12 @@ class TableClient {
     }
 
   private:
-    std::shared_ptr<CountingConsumer> MakeConsumer() {
-        return ndk::SharedRefBase::make<CountingConsumer>(&expected_);
+    std::shared_ptr<ArrivingConsumer> MakeConsumer() {
+        return ndk::SharedRefBase::make<ArrivingConsumer>(&arrivals_);
     }
 
     std::shared_ptr<hub::IToken> Subscribe(int signal,
-                                           const std::shared_ptr<CountingConsumer>& consumer) {
+                                           const std::shared_ptr<ArrivingConsumer>& consumer) {
         std::shared_ptr<hub::IToken> token;
         Require(consumers_->subscribe(signal, consumer, &token).isOk(), "subscribe");
         return token;
@@ -105,11 +83,9 @@ class TableClient {
     // Until the last of the signal's consumers has been called.
     double Update(int signal) {
         const auto& token = producer_tokens_[static_cast<size_t>(signal)];
-        expected_.missing.store(kPerSignal);
-        const Clock::time_point begin = Clock::now();
-        Require(producers_->updateSignal(token, event_).isOk(), "updateSignal");
-        expected_.all.acquire();
-        return bench::Nanoseconds(Clock::now() - begin);
+        return arrivals_.Time(kPerSignal, [&] {
+            Require(producers_->updateSignal(token, event_).isOk(), "updateSignal");
+        });
     }
 
     const int signals_;
@@ -122,7 +98,7 @@ class TableClient {
     const std::shared_ptr<hub::IVelmoraHubConsumerManager> consumers_ =
             velmora_test::WaitForConsumerManager();
     std::minstd_rand random_;
-    Expected expected_;
+    bench::Arrivals arrivals_;
     std::vector<std::shared_ptr<hub::IToken>> producer_tokens_;
     std::vector<std::shared_ptr<hub::IToken>> consumer_tokens_;
 };
