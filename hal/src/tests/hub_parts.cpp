@@ -46,7 +46,8 @@ ScopedAStatus RecordingConsumer::onSignalUpdate(const hub::VelmoraEvent& event) 
     std::optional<hub::SignalDescriptor> payload;
     event.payload.getParcelable(&payload);
     return Add("update " + std::to_string(event.signalId) + " @" +
-               std::to_string(event.timestampMs) + (payload ? " " + payload->tags.at(0) : ""));
+               std::to_string(event.timestampMs) +
+               (payload && !payload->tags.empty() ? " " + payload->tags[0] : ""));
 }
 
 ScopedAStatus RecordingConsumer::onSignalUnavailable(int32_t signalId, SignalError error) {
