@@ -18,10 +18,7 @@ std::string Issued(int32_t signal_id, int32_t token_id) {
 std::string HubModel::Register(int32_t signal_id, int64_t ttl_ms, const std::string& producer,
                                bool full) {
     if (full) return kBadProducerToken;
-    if (registrations_.count(signal_id) != 0) {
-        if (rules_.refusals_use_numbers_up) ++next_producer_token_;
-        return "-5 Signal already registered.";
-    }
+    if (registrations_.count(signal_id) != 0) return "-5 Signal already registered.";
     Queue(To::kConsumers, signal_id, "available " + std::to_string(signal_id));
     registrations_[signal_id] = {next_producer_token_, ttl_ms, producer};
     return Issued(signal_id, next_producer_token_++);
@@ -51,8 +48,7 @@ std::string HubModel::Subscribe(int32_t signal_id, const std::string& consumer, 
     if (std::any_of(signal.begin(), signal.end(),
                     [&](const auto& entry) { return entry.second == consumer; }))
         return "-3 Already subscribed";
-    if (signal.empty() || rules_.producers_hear_of_every_subscriber)
-        Queue(To::kProducer, signal_id, "clients");
+    if (signal.empty()) Queue(To::kProducer, signal_id, "clients");
     if (rules_.subscribers_hear_of_earlier_producers && registrations_.count(signal_id) != 0)
         Queue(To::kConsumers, signal_id, "available " + std::to_string(signal_id));
     signal[next_consumer_token_] = consumer;

@@ -21,11 +21,9 @@ class HubModel {
     // What a test may bend, to see that a comparison notices.
     struct Rules {
         size_t queue_bound = 100;
-        bool refusals_use_numbers_up = false;
         bool only_the_newest_token_unregisters = false;
         bool updates_end_with_the_registration = false;
         bool subscribers_hear_of_earlier_producers = false;
-        bool producers_hear_of_every_subscriber = false;
         bool signals_without_subscribers_are_forgotten = false;
     };
     // None stands for a token that is null or not of the manager.

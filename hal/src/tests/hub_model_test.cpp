@@ -42,21 +42,17 @@ TEST(HubModel, TheHubDoesWhatTheModelDoes) {
 
 TEST(HubModel, AModelWithAnotherRuleIsNoticed) {
     __android_log_set_logger(DropLine);
-    using Rules = HubModel::Rules;
-    const std::pair<const char*, Rules> kWrong[] = {
-            {"a shorter queue", {.queue_bound = 99}},
-            {"a longer queue", {.queue_bound = 101}},
-            {"numbers lost to refusals", {.refusals_use_numbers_up = true}},
-            {"old tokens unregister nobody", {.only_the_newest_token_unregisters = true}},
-            {"old tokens push nothing", {.updates_end_with_the_registration = true}},
-            {"availability repeated", {.subscribers_hear_of_earlier_producers = true}},
-            {"demand repeated", {.producers_hear_of_every_subscriber = true}},
-            {"signals forgotten", {.signals_without_subscribers_are_forgotten = true}}};
-    for (const auto& [name, rules] : kWrong) {
-        uint32_t seed = 1;
-        while (seed < 100 && FirstDifference(RandomBytes(seed, 1'000), rules).empty())
+    const HubModel::Rules kWrong[] = {{.queue_bound = 99},
+                                      {.queue_bound = 101},
+                                      {.only_the_newest_token_unregisters = true},
+                                      {.updates_end_with_the_registration = true},
+                                      {.subscribers_hear_of_earlier_producers = true},
+                                      {.signals_without_subscribers_are_forgotten = true}};
+    for (size_t i = 0; i < std::size(kWrong); ++i) {
+        uint32_t seed = 0;
+        while (seed < 100 && FirstDifference(RandomBytes(seed, 1'000), kWrong[i]).empty())
             ++seed;
-        EXPECT_LT(seed, 100u) << name;
+        EXPECT_LT(seed, 100u) << "rule " << i;
     }
 }
 

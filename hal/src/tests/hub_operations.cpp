@@ -20,6 +20,23 @@ constexpr int32_t kSignals[] = {2, 3, 0, -1, INT32_MIN, INT32_MAX};
 constexpr int64_t kTtls[] = {0, 250, -1, INT64_MIN, INT64_MAX};
 constexpr size_t kClients = 5;
 
+enum Kind {
+    kRegister,
+    kSubscribe,
+    kUpdate,
+    kDump,
+    kPause,
+    kRequest,
+    kUnsubscribe,
+    kConsumerDies,
+    kUnregister,
+    kProducerDies,
+    kKinds
+};
+constexpr const char* kNames[] = {"register",   "subscribe",    "update",      "dump",
+                                  "pause",      "request",      "unsubscribe", "consumer dies",
+                                  "unregister", "producer dies"};
+
 class Stranger : public hub::BnToken {};
 
 // Keeps the worker from its queue while it lives.
@@ -110,13 +127,13 @@ class Comparison {
     Held ConsumerToken() { return PickToken(consumer_tokens_, producer_tokens_); }
 
     void Next() {
-        kind_ = Byte(11);
-        if (kind_ == 0) return Register();
-        if (kind_ == 1) return Subscribe();
-        if (kind_ == 2) return Update();
-        if (kind_ == 3) return CompareDumps();
-        if (kind_ == 4) return TogglePause();
-        if (kind_ < 8) return UseConsumerToken(ConsumerToken());
+        kind_ = static_cast<Kind>(Byte(kKinds));
+        if (kind_ == kRegister) return Register();
+        if (kind_ == kSubscribe) return Subscribe();
+        if (kind_ == kUpdate) return Update();
+        if (kind_ == kDump) return CompareDumps();
+        if (kind_ == kPause) return TogglePause();
+        if (kind_ < kUnregister) return UseConsumerToken(ConsumerToken());
         UseProducerToken(ProducerToken());
     }
 
@@ -125,17 +142,17 @@ class Comparison {
     }
 
     void UseConsumerToken(const Held& token) {
-        if (kind_ == 5)
+        if (kind_ == kRequest)
             return Compare(Text(hub_.consumers->requestSignalUpdate(token.object)),
                            model_.Request(token.model));
         const std::string expected = model_.Unsubscribe(token.model);
-        if (kind_ == 6) return hub_.consumers->HandleBinderDeath(token.object);
+        if (kind_ == kConsumerDies) return hub_.consumers->HandleBinderDeath(token.object);
         Compare(Text(hub_.consumers->unsubscribe(token.object)), expected);
     }
 
     void UseProducerToken(const Held& token) {
         const std::string expected = model_.Unregister(token.model);
-        if (kind_ == 8) return hub_.producers->HandleBinderDeath(token.object);
+        if (kind_ == kProducerDies) return hub_.producers->HandleBinderDeath(token.object);
         Compare(Text(hub_.producers->unregisterProducer(token.object)), expected);
     }
 
@@ -206,14 +223,14 @@ class Comparison {
 
     void Compare(const std::string& hub, const std::string& model) {
         if (hub == model || !difference_.empty()) return;
-        difference_ = "operation " + std::to_string(operation_) + ", kind " +
-                      std::to_string(kind_) + ":\n" + hub + "\nexpected:\n" + model;
+        difference_ = "operation " + std::to_string(operation_) + ", " + kNames[kind_] + ":\n" +
+                      hub + "\nexpected:\n" + model;
     }
 
     const std::vector<uint8_t>& bytes_;
     size_t next_ = 0;
     size_t operation_ = 0;
-    size_t kind_ = 0;
+    Kind kind_ = kDump;
     int64_t updates_ = 0;
     std::string difference_;
 
