@@ -1,9 +1,12 @@
 // Labels: memory processes
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <thread>
 
 #include "node.h"
@@ -29,18 +32,37 @@ struct Dumped {
     std::string text;
 };
 
-// Into a pipe that another thread reads.
-Dumped Dump(AIBinder* binder, std::vector<const char*> arguments) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return {STATUS_NO_MEMORY, ""};
+// Whether what is dumped is read, left unread, or has nobody to read it any more.
+enum class Reader { kReads, kWaits, kGone };
+
+// Dumps into the second of two connected descriptors.
+Dumped DumpInto(AIBinder* binder, const int (&ends)[2], Reader reader,
+                std::vector<const char*> arguments) {
     Dumped dumped{STATUS_OK, ""};
-    std::thread reader([&] { dumped.text = ReadAll(ends[0]); });
+    std::thread reading;
+    if (reader == Reader::kGone) close(ends[0]);
+    if (reader == Reader::kReads) reading = std::thread([&] { dumped.text = ReadAll(ends[0]); });
     dumped.status = AIBinder_dump(binder, ends[1], arguments.data(),
                                   static_cast<uint32_t>(arguments.size()));
     close(ends[1]);
-    reader.join();
-    close(ends[0]);
+    if (reading.joinable()) reading.join();
+    if (reader != Reader::kGone) close(ends[0]);
     return dumped;
+}
+
+Dumped Dump(AIBinder* binder, const std::vector<const char*>& arguments,
+            Reader reader = Reader::kReads) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return {STATUS_NO_MEMORY, ""};
+    return DumpInto(binder, ends, reader, arguments);
+}
+
+Dumped DumpToSocket(AIBinder* binder, const std::vector<const char*>& arguments,
+                    Reader reader = Reader::kReads) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        return {STATUS_NO_MEMORY, ""};
+    return DumpInto(binder, ends, reader, arguments);
 }
 
 TEST(Dump, CarriesArgumentsThereAndTextBackAndLeavesNoDescriptorBehind) {
@@ -78,6 +100,39 @@ TEST(Dump, IsAppendedToAFileAndLeavesItOpen) {
     lseek(file, 0, SEEK_SET);
     EXPECT_EQ(ReadAll(file), "before\ndumped\nafter\n");
     close(file);
+}
+
+// Nobody is ended by SIGPIPE, and who does not take what it asked for costs the others nothing.
+TEST(Dump, ThatIsNotTakenIsGivenUpAndOthersAreServedMeanwhile) {
+    using std::chrono::steady_clock;
+    const RemoteNode node;
+    const std::vector<const char*> huge = {"bytes", "10485760"};
+    signal(SIGPIPE, SIG_DFL);
+    ASSERT_EQ(Dump(node.binder(), {"once"}).status, STATUS_OK);
+    const int before = host::testing::OpenDescriptors(node.pid());
+    std::atomic<int> given_up{0};
+    std::vector<std::thread> stuck;
+    for (auto* dump : {&Dump, &DumpToSocket}) {
+        stuck.emplace_back([&, dump] {
+            const auto start = steady_clock::now();
+            EXPECT_EQ(dump(node.binder(), huge, Reader::kWaits).status, STATUS_TIMED_OUT);
+            EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(4'900));
+            ++given_up;
+        });
+    }
+    for (auto* dump : {&Dump, &DumpToSocket}) {
+        const Dumped whole = dump(node.binder(), huge, Reader::kReads);
+        EXPECT_EQ(whole.status, STATUS_OK);
+        EXPECT_EQ(whole.text, std::string(10'485'760, 'x'));
+        EXPECT_EQ(dump(node.binder(), huge, Reader::kGone).status, STATUS_FAILED_TRANSACTION);
+    }
+    EXPECT_EQ(given_up.load(), 0) << "all of that was served before";
+    for (std::thread& thread : stuck)
+        thread.join();
+    EXPECT_EQ(AIBinder_ping(node.binder()), STATUS_OK);
+    // The connections of the two threads stay for a while.
+    EXPECT_TRUE(host::testing::Eventually(
+            [&] { return host::testing::OpenDescriptors(node.pid()) <= before + 2; }));
 }
 
 }  // namespace

@@ -3,7 +3,10 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <unistd.h>
+
+#include <numeric>
 
 namespace calls_test {
 namespace {
@@ -17,6 +20,13 @@ std::string NextName() {
 
 ScopedAStatus Node::repeat(const Everything& everything, Everything* out) {
     *out = everything;
+    return ScopedAStatus::ok();
+}
+
+ScopedAStatus Node::fill(std::vector<int32_t>* numbers, Inner* inner, Choice* choice) {
+    std::iota(numbers->begin(), numbers->end(), 0);
+    inner->number *= 2;
+    choice->set<Choice::Tag::text>(std::to_string(numbers->size()));
     return ScopedAStatus::ok();
 }
 
@@ -113,8 +123,12 @@ binder_status_t Node::dump(int fd, const char** args, uint32_t numArgs) {
     const std::vector<std::string> words(args, args + numArgs);
     if (!words.empty() && words[0] == "refuse") return STATUS_PERMISSION_DENIED;
     std::string text;
-    for (const std::string& word : words)
-        text += word + "\n";
+    if (words.size() == 2 && words[0] == "bytes") {
+        text.assign(static_cast<size_t>(atoi(args[1])), 'x');
+    } else {
+        for (const std::string& word : words)
+            text += word + "\n";
+    }
     const auto written = write(fd, text.data(), text.size());
     return written == static_cast<ssize_t>(text.size()) ? STATUS_OK : STATUS_UNKNOWN_ERROR;
 }

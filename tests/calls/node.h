@@ -25,11 +25,13 @@ using ndk::SpAIBinder;
 class Node : public aidl::test::calls::BnNode {
   public:
     using Carrier = aidl::velmora::sample::Carrier;
+    using Choice = aidl::velmora::sample::Choice;
     using Everything = aidl::velmora::sample::Everything;
     using Inner = aidl::velmora::sample::Inner;
     using Nodes = std::vector<std::shared_ptr<INode>>;
 
     ScopedAStatus repeat(const Everything& everything, Everything* out) override;
+    ScopedAStatus fill(std::vector<int32_t>* numbers, Inner* inner, Choice* choice) override;
     ScopedAStatus carry(const Carrier& carrier, Carrier* out) override;
     ScopedAStatus echo(const SpAIBinder& binder, SpAIBinder* out) override;
     ScopedAStatus who(Who* out) override;
@@ -49,7 +51,8 @@ class Node : public aidl::test::calls::BnNode {
                          const SpAIBinder& binder) override;
     ScopedAStatus demands(int32_t* out) override;
 
-    // Writes the arguments, one a line; `refuse` instead writes nothing and fails.
+    // Writes the arguments, one a line; `bytes N` instead writes N bytes, `refuse` nothing but a
+    // failure.
     binder_status_t dump(int fd, const char** args, uint32_t numArgs) override;
 
     // The threads on which bounce() ran.

@@ -170,6 +170,21 @@ TEST(Stubs, RefuseAnEmptyParcelAndOneOfAnotherInterface) {
     EXPECT_TRUE(node->who(&who).isOk());
 }
 
+TEST(Stubs, RefuseArraysThatCannotBeAndWrongBindersAlsoWhereNullIsAllowed) {
+    const RemoteNode node;
+    const SpAIBinder listener = ndk::SharedRefBase::make<Listener>()->asBinder();
+    for (int32_t length : {-1, -2})
+        EXPECT_NE(Send(node.binder(), INode::TRANSACTION_fill,
+                       [&](AParcel* in) { AParcel_writeInt32(in, length); }),
+                  STATUS_OK);
+    EXPECT_EQ(Send(node.binder(), INode::TRANSACTION_keep,
+                   [&](AParcel* in) { AParcel_writeStrongBinder(in, listener.get()); }),
+              STATUS_BAD_TYPE);
+    std::shared_ptr<INode> kept;
+    ASSERT_TRUE(node->kept(&kept).isOk());
+    EXPECT_EQ(kept, nullptr);
+}
+
 TEST(Proxies, PassNoNullOnWhereNoneMayBe) {
     const RemoteNode node;
     const auto own = ndk::SharedRefBase::make<Node>();
@@ -179,6 +194,9 @@ TEST(Proxies, PassNoNullOnWhereNoneMayBe) {
     int32_t demands = -1;
     ASSERT_TRUE(node->demands(&demands).isOk());
     EXPECT_EQ(demands, 0);
+    // Nor do they accept one for a result.
+    SpAIBinder back;
+    EXPECT_EQ(node->echoBy(own, nullptr, &back).getStatus(), STATUS_UNEXPECTED_NULL);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@ namespace {
 using aidl::velmora::sample::Carrier;
 using aidl::velmora::sample::Choice;
 using aidl::velmora::sample::Everything;
+using aidl::velmora::sample::Inner;
 
 [[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new CallsHost());
 
@@ -81,6 +82,18 @@ TEST(Values, OfEveryTypeComeBackAsTheyWent) {
         ASSERT_TRUE(node->repeat(value, &back).isOk()) << name;
         EXPECT_EQ(back, value) << name;
     }
+}
+
+TEST(Values, AreFilledByTheOtherProcess) {
+    const RemoteNode node;
+    std::vector<int32_t> numbers(3, -1);
+    Inner inner = sample_test::MakeInner(21);
+    Choice choice = Choice::make<Choice::Tag::number>(1);
+    ASSERT_TRUE(node->fill(&numbers, &inner, &choice).isOk());
+    EXPECT_EQ(numbers, (std::vector<int32_t>{0, 1, 2}));
+    EXPECT_EQ(inner.number, 42);
+    EXPECT_EQ(inner.name, "n21");
+    EXPECT_EQ(choice, Choice::make<Choice::Tag::text>("3"));
 }
 
 // A parcelable that the other process has never heard of.
