@@ -7,7 +7,7 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <thread>
+#include <atomic>
 
 #include "binder_death_manager.h"
 #include "hub_processes.h"
@@ -176,20 +176,15 @@ TEST(DeathTracking, LosesNoTokenWhenThreadsTrackAndEndLinksWhileTheBinderDies) {
     Token tokens[kThreads + 1];
     for (Token& token : tokens)
         token = MakeToken(1);
-    host::testing::Counter rounds;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < kRounds; ++i) {
-                const Recipient own = handler.Track(victim.object(), tokens[t]);
-                const Recipient shared = handler.Track(victim.object(), tokens[kThreads]);
-                rounds.Add();
-            }
-        });
-    EXPECT_TRUE(rounds.WaitFor(kThreads * kRounds / 2));
-    victim.process().Kill();
-    for (std::thread& thread : threads)
-        thread.join();
+    std::atomic<int> threads{0}, rounds{0};
+    host::testing::InParallel(kThreads, [&] {
+        const int thread = threads++;
+        for (int i = 0; i < kRounds; ++i) {
+            const Recipient own = handler.Track(victim.object(), tokens[thread]);
+            const Recipient shared = handler.Track(victim.object(), tokens[kThreads]);
+            if (++rounds == kThreads * kRounds / 2) kill(victim.pid(), SIGKILL);
+        }
+    });
     for (const Token& token : tokens) {
         // In place of what a refused link has left.
         handler.Track(living.object(), token).set(nullptr);

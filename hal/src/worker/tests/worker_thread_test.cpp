@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <set>
 #include <thread>
 
@@ -107,14 +108,12 @@ TEST(WorkerThread, RunsAllThatManyThreadsScheduleBelowItsBoundOnOneThread) {
                 runners.insert(std::this_thread::get_id());
             }));
         };
-        std::vector<std::thread> threads;
-        for (size_t t = 0; t < kThreads; ++t)
-            threads.emplace_back([&, t] {
-                for (int i = 0; i < kTasks; ++i)
-                    (schedule(t, i) ? accepted : refused)[t].push_back(i);
-            });
-        for (std::thread& thread : threads)
-            thread.join();
+        std::atomic<size_t> next{0};
+        host::testing::InParallel(kThreads, [&] {
+            const size_t thread = next++;
+            for (int i = 0; i < kTasks; ++i)
+                (schedule(thread, i) ? accepted : refused)[thread].push_back(i);
+        });
         Fence(worker);
         EXPECT_EQ(ran, accepted);
         EXPECT_TRUE(bound == 8 || refused == std::vector<std::vector<int>>(kThreads));
