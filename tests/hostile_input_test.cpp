@@ -26,11 +26,6 @@ std::string Random(std::mt19937* random, size_t size) {
     return bytes;
 }
 
-std::string WithSize(std::string frame, uint32_t body_size) {
-    memcpy(frame.data(), &body_size, sizeof(body_size));
-    return frame;
-}
-
 // A sequence of first bytes that is refused before a peer has come to be, with what comes along.
 struct BadHello {
     const char* name;
@@ -50,15 +45,14 @@ TEST_F(Siege, ConnectionsThatBeginWrongAreCutOneByOne) {
     const auto control = ConnectionKind::kControl;
     const auto call = ConnectionKind::kCall;
     const auto oneway = ConnectionKind::kOneway;
-    std::string unknown_kind = RawHello(call, name);
-    unknown_kind[sizeof(FrameHeader) + offsetof(HelloBody, kind)] = 9;
     std::mt19937 random(20240611);
     const std::vector<BadHello> cases = {
             {"random bytes", Random(&random, 64)},
             {"another version", RawHello(call, name, 2)},
-            {"a body of another size", WithSize(RawHello(call, name), 40)},
+            {"a body of another size", WithNumber(RawHello(call, name), 0, 40)},
             {"a call first", RawCall{target_}.Frame().substr(0, 64)},
-            {"a kind that does not exist", unknown_kind},
+            {"a kind that does not exist",
+             WithNumber(RawHello(call, name), sizeof(FrameHeader) + offsetof(HelloBody, kind), 9)},
             {"another process's name", RawHello(call, "1-0123456789abcdef")},
             {"no name", RawHello(call, "")},
             {"a name without an end", RawHello(call, std::string(kEndpointNameSize, '1'))},
@@ -149,7 +143,7 @@ TEST_F(CutPeers, MalformedControlMessagesCutThePeer) {
             {"a type that does not exist", RawFrame(static_cast<FrameType>(10), "")},
             {"a body too short", RawFrame(FrameType::kAcquire, std::string(20, '\0'))},
             {"a body where none belongs", RawFrame(FrameType::kWelcome, std::string(4, '\0'))},
-            {"a body of 4 GiB", WithSize(acquire, UINT32_MAX)},
+            {"a body of 4 GiB", WithNumber(acquire, 0, UINT32_MAX)},
             {"a release of nothing", release(0)},
             {"a release of more than is held", acquire + release(2)},
             {"an answer nobody asked for",
@@ -171,32 +165,34 @@ TEST_F(CutPeers, MalformedCallsCutThePeer) {
     const auto at = [&](uint32_t offset) {
         return with(LetterData(0, true), ObjectEntry(kForged, offset), 1);
     };
-    std::string bad_kind = ObjectEntry(kForged);
-    bad_kind[offsetof(WireObject, owner_kind)] = 7;
     std::string long_owner = ObjectEntry(kForged, 20, OwnerKind::kOther, std::string(48, '1'));
-    std::string half_entry = ObjectEntry(kForged).substr(0, 24);
     const std::string letter = LetterData(0, true);
-    RawCall sizes{target_};
-    std::string larger_data = sizes.Body();
-    const uint32_t huge = 0xfffffff0;
-    memcpy(larger_data.data() + offsetof(CallBody, data_size), &huge, sizeof(huge));
-    std::string larger_table = sizes.Body();
-    memcpy(larger_table.data() + offsetof(CallBody, objects_size), &huge, sizeof(huge));
+    const std::string body = RawCall{target_}.Body();
+    const auto sized = [](const std::string& bytes, size_t offset, uint32_t size) {
+        return RawFrame(FrameType::kCall, WithNumber(bytes, offset, size));
+    };
+    constexpr size_t kData = offsetof(CallBody, data_size);
+    constexpr size_t kTable = offsetof(CallBody, objects_size);
+    constexpr uint32_t kHuge = 0xffffffe0;
     std::vector<BadBytes> cases = {
             {"a reply", RawReply(0, "")},
             {"a hello", RawHello(ConnectionKind::kCall, "1-0123456789abcdef")},
             {"no depth", RawCall{target_, kEcho, letter, "", 0, 0}.Frame()},
             {"oneway", RawCall{target_, kEcho, letter, "", 0, 1, 1}.Frame()},
-            {"more data than there is", RawFrame(FrameType::kCall, larger_data)},
-            {"more references than there are", RawFrame(FrameType::kCall, larger_table)},
-            {"bytes behind the end", RawFrame(FrameType::kCall, sizes.Body() + "rest")},
-            {"a size that is not aligned", WithSize(good, sizeof(CallBody) + 41)},
-            {"a body too short", WithSize(good, sizeof(CallBody) - 4)},
+            {"more data than there is", sized(body, kData, kHuge)},
+            {"more references than there are", sized(body, kTable, kHuge)},
+            {"sizes whose sum wraps to what there is",
+             sized(WithNumber(body, kTable, body.size() - sizeof(CallBody) + 32), kData, kHuge)},
+            {"bytes behind the end", RawFrame(FrameType::kCall, body + "rest")},
+            {"a size that is not aligned", WithNumber(good, 0, sizeof(CallBody) + 41)},
+            {"a body too short", WithNumber(good, 0, sizeof(CallBody) - 4)},
             {"a count without entries", with(letter, "", 1)},
             {"entries that are not counted", with(letter, ObjectEntry(kForged), 0)},
-            {"half an entry", with(letter, half_entry, 1)},
+            {"half an entry", with(letter, ObjectEntry(kForged).substr(0, 24), 1)},
             {"a count beyond all bounds", with(letter, ObjectEntry(kForged), UINT32_MAX)},
-            {"an owner of no kind", with(letter, bad_kind, 1)},
+            {"an owner of no kind",
+             with(letter, WithNumber(ObjectEntry(kForged), offsetof(WireObject, owner_kind), 7),
+                  1)},
             {"an owner's name too long", with(letter, long_owner, 1)},
             {"an owner's name that is none",
              with(letter, ObjectEntry(kForged, 20, OwnerKind::kOther, "../../etc/passwd"), 1)},
@@ -267,7 +263,7 @@ TEST_F(Siege, BadAnswersCutWhoGivesThem) {
     const std::vector<Case> cases = {
             {"a welcome", kCallBack, RawFrame(FrameType::kWelcome, "")},
             {"a size that is wrong", kCallBack,
-             WithSize(reply, sizeof(ReplyBody) + 400) + std::string(400, '\0')},
+             WithNumber(reply, 0, sizeof(ReplyBody) + 400) + std::string(400, '\0')},
             {"a descriptor nobody asked for", kCallBack, reply, {null.get()}},
             {"a call back that is not nested", kCallBack, RawCall{target_}.Frame()},
             {"a dump that is not sealed", kDumpIt, RawReply(0, size, memory), {unsealed.get()}},

@@ -61,9 +61,7 @@ TEST_F(Siege, AMalformedRingCutsWhoWroteIt) {
     deep.depth = 1;
     RawCall counted = Oneway(target_);
     counted.object_count = 1;
-    std::string larger = good;
-    const uint32_t huge = 0xfffffff0;
-    memcpy(larger.data() + offsetof(CallBody, data_size), &huge, sizeof(huge));
+    const std::string larger = WithNumber(good, offsetof(CallBody, data_size), 0xfffffff0);
     std::mt19937 random(31);
     std::string noise(512, '\0');
     for (char& byte : noise)

@@ -2,6 +2,7 @@
 // process must not make binder calls of its own towards the same victim. One thread.
 #pragma once
 
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,6 +18,12 @@ namespace host::testing {
 template <typename T>
 std::string RawBytes(const T& value) {
     return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
+}
+
+// The same bytes, with that number at the offset.
+inline std::string WithNumber(std::string bytes, size_t offset, uint32_t number) {
+    memcpy(bytes.data() + offset, &number, sizeof(number));
+    return bytes;
 }
 
 std::string RawFrame(FrameType type, const std::string& body);
