@@ -45,8 +45,8 @@ std::shared_ptr<hub::IVelmoraHubConsumerManager> WaitForConsumerManager() {
     return WaitForManager<hub::IVelmoraHubConsumerManager>();
 }
 
-HubProcess::HubProcess()
-        : helper_("HubServer", {}, {.echo_log = false}),
+HubProcess::HubProcess(const std::map<std::string, std::string>& environment)
+        : helper_("HubServer", {}, {.environment = environment, .echo_log = false}),
           producers_(WaitForProducerManager()),
           consumers_(WaitForConsumerManager()) {}
 

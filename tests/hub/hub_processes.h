@@ -11,6 +11,7 @@
 #include <aidl/vendor/quorin/velmora_hub/IVelmoraHubProducerManager.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -39,8 +40,8 @@ std::shared_ptr<hub::IVelmoraHubConsumerManager> WaitForConsumerManager();
 // A process with a worker, both managers and the broker, published. One at a time.
 class HubProcess {
   public:
-    // Returns when both managers are published.
-    HubProcess();
+    // Returns when both managers are published. `environment` comes beside what this process has.
+    explicit HubProcess(const std::map<std::string, std::string>& environment = {});
 
     pid_t pid() const { return helper_.pid(); }
     host::testing::Child& process() { return helper_.process(); }

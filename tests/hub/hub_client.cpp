@@ -1,0 +1,151 @@
+#include "hub_client.h"
+
+#include <regex>
+#include <sstream>
+
+namespace velmora_test {
+
+using host::testing::Letter;
+using ndk::ScopedAStatus;
+
+namespace {
+
+enum Code { kTakeConsumer = 1, kTakeProducer };
+
+ndk::SpAIBinder Take(const ndk::SpAIBinder& from, int code) {
+    Letter answer;
+    EXPECT_EQ(Call(from, code, {}, &answer), STATUS_OK);
+    return answer.binder;
+}
+
+// What one process does to the hub.
+class Client {
+  public:
+    const std::shared_ptr<RecordingConsumer>& consumer(const std::string& name) const {
+        return name == "b" ? b_ : a_;
+    }
+    const std::shared_ptr<RecordingProducer>& producer() const { return producer_; }
+
+    std::string Obey(const std::string& command) {
+        std::istringstream words(command);
+        std::string verb, name;
+        int number = 0;
+        words >> verb >> number >> name;
+        if (verb == "lines") return Lines(static_cast<size_t>(number));
+        if (verb == "churn") return Churn(number, std::stoi(name));
+        return Change(verb, number, name);
+    }
+
+  private:
+    std::string Change(const std::string& verb, int id, const std::string& name) {
+        auto& token = tokens_[std::to_string(id) + name];
+        if (verb == "unsubscribe") return Answer(consumers_->unsubscribe(token));
+        if (verb == "unregister") return Answer(producers_->unregisterProducer(token));
+        token = nullptr;
+        if (verb == "subscribe") return Answer(consumers_->subscribe(id, consumer(name), &token));
+        return Answer(producers_->registerProducer(MakeDescriptor(id), producer_, &token));
+    }
+
+    std::string Churn(int id, int rounds) {
+        for (int i = 0; i < rounds; ++i) {
+            for (const char* verb : {"subscribe", "register", "unsubscribe", "unregister"}) {
+                const std::string name = std::string(verb).ends_with("register") ? "" : "a";
+                const std::string answer = Change(verb, id, name);
+                if (answer != "OK") return verb + (" " + answer);
+            }
+            record_->Clear();
+        }
+        return "OK";
+    }
+
+    std::string Lines(size_t count) const {
+        std::string all;
+        for (const std::string& line : record_->WaitFor(count))
+            all += line + ";";
+        return all;
+    }
+
+    const std::shared_ptr<Record> record_ = std::make_shared<Record>();
+    const std::shared_ptr<RecordingConsumer> a_ =
+            ndk::SharedRefBase::make<RecordingConsumer>(record_, "a");
+    const std::shared_ptr<RecordingConsumer> b_ =
+            ndk::SharedRefBase::make<RecordingConsumer>(record_, "b");
+    const std::shared_ptr<RecordingProducer> producer_ =
+            ndk::SharedRefBase::make<RecordingProducer>(record_);
+    const std::shared_ptr<hub::IVelmoraHubProducerManager> producers_ = WaitForProducerManager();
+    const std::shared_ptr<hub::IVelmoraHubConsumerManager> consumers_ = WaitForConsumerManager();
+    std::map<std::string, std::shared_ptr<hub::IToken>> tokens_;
+};
+
+HOST_HELPER(HubClient) {
+    Client client;
+    const auto hand_out = [&](int code, const Letter&, Letter* out) {
+        out->binder = code == kTakeConsumer ? client.consumer("a")->asBinder()
+                                            : client.producer()->asBinder();
+        return STATUS_OK;
+    };
+    return Serve(channel, hand_out, [&](const std::string& line) { return client.Obey(line); });
+}
+
+Table Parse(std::string dump, const std::string& head, const std::string& empty,
+            const std::string& token_line) {
+    EXPECT_EQ(dump.substr(0, head.size()), head);
+    dump.erase(0, head.size());
+    Table table;
+    if (dump == empty) return table;
+    EXPECT_NE(dump, "");
+    const std::regex entry("  Signal ID: (-?\\d+)\n((?:" + token_line + ")*)");
+    const std::regex token(token_line);
+    std::set<int32_t> seen;
+    std::smatch found;
+    while (std::regex_search(dump, found, entry, std::regex_constants::match_continuous)) {
+        auto [signal, is_new] = table.try_emplace(std::stoi(found[1]));
+        EXPECT_TRUE(is_new) << signal->first;
+        const std::string tokens = found[2];
+        for (std::sregex_iterator next(tokens.begin(), tokens.end(), token), end; next != end;
+             ++next) {
+            const int32_t number = std::stoi((*next)[1]);
+            EXPECT_TRUE(seen.insert(number).second) << number;
+            signal->second.insert(number);
+        }
+        dump = found.suffix();
+    }
+    EXPECT_EQ(dump, "");
+    return table;
+}
+
+}  // namespace
+
+std::string Answer(const ScopedAStatus& status) {
+    if (status.isOk()) return "OK";
+    if (status.getExceptionCode() == EX_TRANSACTION_FAILED)
+        return "status " + std::to_string(status.getStatus());
+    return std::to_string(status.getExceptionCode()) + " " + status.getMessage();
+}
+
+Table TableOf(hub::IVelmoraHubProducerManager& manager) {
+    return Parse(DumpOf(manager), "VelmoraHubProducerManager State:\n",
+                 "  No registered producers.\n",
+                 "    Producer Token ID: (\\d+)\n    TTL: -?\\d+ ms\n");
+}
+
+Table TableOf(hub::IVelmoraHubConsumerManager& manager) {
+    return Parse(DumpOf(manager), "VelmoraHubConsumerManager State:\n",
+                 "  No active subscriptions.\n", "    Consumer Token ID: (\\d+)\n");
+}
+
+Table Subscriptions(hub::IVelmoraHubConsumerManager& manager) {
+    Table table = TableOf(manager);
+    std::erase_if(table, [](const auto& signal) { return signal.second.empty(); });
+    return table;
+}
+
+std::shared_ptr<hub::IVelmoraHubConsumer> HubClient::TakeConsumer() const {
+    return hub::IVelmoraHubConsumer::fromBinder(Take(remote_.object(), kTakeConsumer));
+}
+
+std::shared_ptr<hub::IVelmoraHubProducer> HubClient::TakeProducer() const {
+    return hub::IVelmoraHubProducer::fromBinder(Take(remote_.object(), kTakeProducer));
+}
+
+}  // namespace velmora_test

@@ -1,0 +1,70 @@
+// A client of the hub in a process of its own, and how tests write answers and dumps. Everything
+// belongs to one thread.
+
+#pragma once
+
+#include <aidl/vendor/quorin/velmora_hub/IVelmoraHubConsumer.h>
+#include <aidl/vendor/quorin/velmora_hub/IVelmoraHubProducer.h>
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "hub_processes.h"
+#include "test_object.h"
+
+namespace velmora_test {
+
+// "OK", "EXCEPTION MESSAGE", or "status N" for a call that failed on its way.
+std::string Answer(const ndk::ScopedAStatus& status);
+
+// By signal id, the token numbers that a dump of either manager lists. Fails the test if the dump
+// is not exactly in the manager's format, or lists a number twice.
+using Table = std::map<int32_t, std::set<int32_t>>;
+Table TableOf(hub::IVelmoraHubProducerManager& manager);
+Table TableOf(hub::IVelmoraHubConsumerManager& manager);
+
+// The same without the signals that have no token.
+Table Subscriptions(hub::IVelmoraHubConsumerManager& manager);
+
+// A process with two consumers, "a" and "b", and a producer. Commands, answered as by Answer():
+//     subscribe ID NAME, unsubscribe ID NAME, register ID, unregister ID
+//     churn ID ROUNDS   all four of these, so many times; the first answer that is not OK, or OK
+//     lines COUNT       what the clients were told, joined by ";", once there is so much
+class HubClient {
+  public:
+    HubClient() : remote_("HubClient") {}
+
+    std::string Do(const std::string& command) { return remote_.helper().Command(command); }
+    host::testing::Helper& helper() { return remote_.helper(); }
+    host::testing::Child& process() { return remote_.process(); }
+
+    // References to its objects that the hub has not seen.
+    std::shared_ptr<hub::IVelmoraHubConsumer> TakeConsumer() const;
+    std::shared_ptr<hub::IVelmoraHubProducer> TakeProducer() const;
+
+  private:
+    host::testing::RemoteObject remote_;
+};
+
+// A hub with clients in the test's own process, each with a record that may be shared.
+class HubTest : public ::testing::Test {
+  protected:
+    std::shared_ptr<hub::IToken> Register(int32_t id, const std::shared_ptr<Record>& record) {
+        return velmora_test::Register(producers_, MakeDescriptor(id),
+                                      ndk::SharedRefBase::make<RecordingProducer>(record));
+    }
+    std::shared_ptr<hub::IToken> Subscribe(int32_t id, const std::shared_ptr<Record>& record) {
+        return velmora_test::Subscribe(consumers_, id,
+                                       ndk::SharedRefBase::make<RecordingConsumer>(record));
+    }
+
+    HubProcess hub_;
+    hub::IVelmoraHubProducerManager& producers_ = *hub_.producers();
+    hub::IVelmoraHubConsumerManager& consumers_ = *hub_.consumers();
+    const std::shared_ptr<Record> first_ = std::make_shared<Record>();
+    const std::shared_ptr<Record> second_ = std::make_shared<Record>();
+};
+
+}  // namespace velmora_test

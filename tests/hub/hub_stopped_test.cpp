@@ -1,0 +1,108 @@
+// Labels: memory processes
+// A consumer whose process stands still, and everybody else.
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "hub_client.h"
+
+namespace velmora_test {
+namespace {
+
+using host::testing::Eventually;
+
+[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
+
+class StoppedConsumer : public HubTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(stopped_.Do("subscribe 5 a"), "OK");
+        hub_.Fence();  // a producer that comes before is told of the consumer
+        token_ = Register(5, second_);
+        ASSERT_EQ(stopped_.Do("lines 1"), "a: available 5;");
+        subscription_ = velmora_test::Subscribe(consumers_, 5, healthy_);
+        ASSERT_TRUE(stopped_.process().Stop());
+    }
+
+    // Pushes events, a few at a time, and returns what a consumer is told; the healthy one is told
+    // everything at once.
+    std::vector<std::string> Push(size_t events, size_t payload) {
+        std::vector<std::string> told;
+        const std::string tag(payload, 'x');
+        while (told.size() < events) {
+            const auto time = static_cast<int64_t>(told.size());
+            EXPECT_EQ(Answer(producers_.updateSignal(token_, MakeEvent(5, time, tag))), "OK");
+            told.push_back("a: update 5 @" + std::to_string(time) + " " + tag);
+            if (told.size() % 10 != 0) continue;
+            EXPECT_EQ(first_->WaitFor(told.size()), told);
+        }
+        return told;
+    }
+
+    // The median of what others' calls take.
+    std::chrono::nanoseconds CallTime() {
+        std::vector<std::chrono::nanoseconds> times;
+        for (int i = 0; i < 99; ++i) {
+            const auto start = std::chrono::steady_clock::now();
+            const auto token = velmora_test::Subscribe(consumers_, 6, healthy_);
+            EXPECT_EQ(Answer(consumers_.requestSignalUpdate(token)), "OK");
+            EXPECT_EQ(Answer(consumers_.unsubscribe(token)), "OK");
+            times.push_back(std::chrono::steady_clock::now() - start);
+            hub_.Fence();
+        }
+        std::nth_element(times.begin(), times.begin() + 49, times.end());
+        return times[49];
+    }
+
+    HubClient stopped_;
+    const std::shared_ptr<RecordingConsumer> healthy_ =
+            ndk::SharedRefBase::make<RecordingConsumer>(first_, "a");
+    std::shared_ptr<hub::IToken> token_;
+    std::shared_ptr<hub::IToken> subscription_;
+};
+
+TEST_F(StoppedConsumer, DelaysNobodyAndGetsWhatWasAcceptedInOrder) {
+    const auto pushed = Push(400, 100);
+    const auto time = CallTime();
+    ASSERT_TRUE(stopped_.process().Continue());
+    std::string told = "a: available 5;";
+    for (const std::string& line : pushed)
+        told += line + ";";
+    EXPECT_EQ(stopped_.Do("lines 401"), told);
+    EXPECT_LT(time, CallTime() * 5);
+}
+
+TEST_F(StoppedConsumer, LosesOnlyWhatIsTooMuchAndIsCalledAgainAfterwards) {
+    const auto pushed = Push(100, 8 << 10);
+    ASSERT_TRUE(stopped_.process().Continue());
+    EXPECT_EQ(stopped_.Do("lines 2").find("a: available 5;"), 0u);
+    EXPECT_EQ(Answer(producers_.unregisterProducer(token_)), "OK");
+
+    const std::string last = "a: unavailable 5 UNREGISTERED;";
+    std::string told;
+    EXPECT_TRUE(Eventually([&] { return (told = stopped_.Do("lines 1")).ends_with(last); }));
+    // All until the first that was too much.
+    std::string expected = "a: available 5;";
+    size_t accepted = 0;
+    while (accepted < pushed.size() && expected.size() + last.size() < told.size())
+        expected += pushed[accepted++] + ";";
+    EXPECT_TRUE(told == expected + last) << accepted << " events, " << told.size() << " bytes";
+    EXPECT_GT(accepted, 0u);
+    EXPECT_LT(accepted, pushed.size());
+}
+
+TEST_F(StoppedConsumer, IsRemovedWhenItIsKilled) {
+    Push(50, 100);
+    stopped_.process().Kill();
+    EXPECT_TRUE(Eventually([&] { return TableOf(consumers_) == Table{{5, {2}}}; }));
+    EXPECT_EQ(Answer(consumers_.requestSignalUpdate(subscription_)), "OK");
+    EXPECT_EQ(Answer(consumers_.unsubscribe(subscription_)), "OK");
+    // Only the last consumer's leaving is told.
+    EXPECT_THAT(second_->WaitFor(2),
+                ::testing::ElementsAre("producer: nudge", "producer: no clients"));
+}
+
+}  // namespace
+}  // namespace velmora_test
