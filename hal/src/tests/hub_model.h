@@ -44,6 +44,7 @@ class HubModel {
 
     // Runs the notifications queued so far, oldest first, on the tables as they are now.
     std::vector<Told> RunQueue();
+    bool is_idle() const { return queue_.empty(); }
 
     std::string DumpProducers() const;
     std::string DumpConsumers() const;

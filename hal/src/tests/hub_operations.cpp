@@ -95,7 +95,7 @@ class Comparison {
         while (difference_.empty() && next_ < bytes_.size()) {
             ++operation_;
             Next();
-            if (hold_ == nullptr) CompareTold();
+            if (hold_ == nullptr && !model_.is_idle()) CompareTold();
         }
         hold_.reset();
         CompareTold();
