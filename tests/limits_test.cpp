@@ -137,27 +137,6 @@ TEST_F(Limits, AReceiverChecksTheSendersLimitsItself) {
     ExpectUnhurt(warnings);
 }
 
-TEST_F(Limits, ACallNestedSixtyFourDeepMakesNoFurtherOne) {
-    RawPeer peer = NewPeer();
-    RawConnection connection = peer.Open(ConnectionKind::kCall);
-    RawCall call{target_, kCallBack, LetterData(0, true), ObjectEntry({{1, 2}}), 1};
-    call.depth = kMaxNestingDepth - 1;
-    connection.Send(call.Frame());
-    auto nested = connection.Receive();
-    ASSERT_TRUE(nested && nested->type == FrameType::kCall);
-    connection.Send(RawReply(STATUS_OK, LetterData(0).substr(16)));
-    EXPECT_TRUE(connection.Receive());
-    call.depth = kMaxNestingDepth;
-    connection.Send(call.Frame());
-    auto answer = connection.Receive();
-    ASSERT_TRUE(answer && answer->type == FrameType::kReply);
-    int32_t status = 0;
-    memcpy(&status, answer->body.data() + sizeof(ReplyBody), sizeof(status));
-    EXPECT_EQ(status, STATUS_FAILED_TRANSACTION);
-    EXPECT_TRUE(victim_.log().WaitForLine("nested deeper than 64"));
-    ExpectServing(1);
-}
-
 TEST_F(Limits, OnewayCallsOf512KibWaitAndOneMoreCutsTheSender) {
     constexpr size_t kRecord = 4096;
     RawPeer peer = NewPeer();
@@ -227,22 +206,6 @@ TEST_F(Limits, MoreCallersThanConnectionsAllSucceedAndFewConnectionsStay) {
     EXPECT_TRUE(Eventually([&] { return OpenDescriptors(victim_.pid()) <= most; }));
     EXPECT_EQ(caller.Finish(), ExitStatus({0, 0}));
     ExpectUnhurt(0);
-}
-
-TEST_F(Limits, SixtyFourNewcomersMayBeSilentAndOneMorePushesOutTheOldest) {
-    RawPeer peer(host_.path(), victim_.pid());
-    std::vector<RawConnection> silent;
-    while (silent.size() < kMaxNewcomers)
-        silent.push_back(peer.Connect());
-    ExpectServing(0);
-    RawConnection one_more = peer.Connect();
-    EXPECT_TRUE(silent[0].WaitForEnd());
-    ExpectServing(1);
-    for (size_t i = 1; i < silent.size(); ++i)
-        EXPECT_FALSE(silent[i].WaitForEnd(std::chrono::milliseconds(0))) << i;
-    silent.clear();
-    one_more.Close();
-    ExpectUnhurt(1);
 }
 
 TEST_F(Limits, APeerHolds262144ObjectsAndNoMore) {

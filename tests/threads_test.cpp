@@ -1,6 +1,5 @@
 // Labels: memory threads processes
 // Timeout: 300
-#include <android/binder_process.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -111,8 +110,11 @@ TEST(Threads, NestCallsBetweenTwoProcessesUpToTheBound) {
     local.set_self(local.NewObject());
     ndk::SpAIBinder self = local.NewObject();
     // The first call is at depth 1, so that a descent of n takes n + 1.
+    LogCapture log;
     EXPECT_EQ(Call(server.object(), kDescend, {kMaxDepth - 1, self, {}}), STATUS_OK);
+    EXPECT_EQ(log.Texts("nested").size(), 0U);
     EXPECT_EQ(Call(server.object(), kDescend, {kMaxDepth, self, {}}), STATUS_FAILED_TRANSACTION);
+    EXPECT_EQ(log.Texts("nested deeper than 64").size(), 1U);
     EXPECT_EQ(Call(server.object(), kEcho), STATUS_OK) << "the connection is as it was";
 }
 
@@ -128,30 +130,6 @@ TEST(Threads, NestCallsAroundThreeProcesses) {
             EXPECT_EQ(answer.value, i);
         }
     });
-}
-
-// Joins the pool with its main thread, and says so when it has come back.
-HOST_HELPER(Joiner) {
-    Caller caller;
-    ndk::SpAIBinder object = caller.NewObject();
-    std::thread server([&] {
-        Serve(channel, [&](int code, const Letter& in, Letter* out) {
-            return caller.Behave(code, in, out);
-        });
-    });
-    ABinderProcess_joinThreadPool();
-    channel.Write("came back");
-    _exit(5);
-}
-
-TEST(Threads, ThatJoinedComeBackAtTheEndOfThePool) {
-    LaunchOptions options;
-    options.pool_end = true;
-    Helper joiner("Joiner", {"object/joiner"}, options);
-    ASSERT_EQ(joiner.Command("hello"), "hello");
-    joiner.process().EndPool();
-    EXPECT_EQ(joiner.WaitForAnswer(), "came back");
-    EXPECT_EQ(joiner.process().WaitExit(), (ExitStatus{5, 0}));
 }
 
 // What a process that leaves was given, and what it begins to run after it has begun to leave.
