@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <optional>
 #include <string>
 
 namespace host {
@@ -29,6 +28,12 @@ struct Ends {
         reader = -1;
     }
 };
+
+Ends Pipe() {
+    int both[2] = {-1, -1};
+    EXPECT_EQ(pipe2(both, O_CLOEXEC), 0);
+    return {both[0], both[1]};
+}
 
 std::string LineOf(size_t size, char letter) {
     std::string line(size, letter);
@@ -51,48 +56,39 @@ std::string Drain(int reader) {
 class LineOutputToAPipe : public testing::TestWithParam<bool> {
   protected:
     LineOutputToAPipe() {
-        int both[2] = {-1, -1};
-        EXPECT_EQ(pipe2(both, O_CLOEXEC), 0);
-        ends_.reader = both[0];
-        ends_.writer = both[1];
-        output_.emplace(ends_.writer);
-        if (!GetParam()) output_->DoWithoutNoWait();
+        if (!GetParam()) output_.DoWithoutNoWait();
     }
 
     int FillWith(const std::string& line) {
         int taken = 0;
-        while (output_->Put(line) == Outcome::kTaken)
+        while (output_.Put(line) == Outcome::kTaken)
             ++taken;
         return taken;
     }
 
-    Ends ends_;
-    std::optional<LineOutput> output_;
+    Ends ends_ = Pipe();
+    LineOutput output_{ends_.writer};
 };
 
 TEST_P(LineOutputToAPipe, RefusesWholeLinesWhenFullAndGoesOnWhenThereIsRoom) {
     const std::string line = LineOf(100, 'x');
     const int taken = FillWith(line);
     EXPECT_GT(taken, 100);
-    EXPECT_EQ(output_->Put(line), Outcome::kRefused);
+    EXPECT_EQ(output_.Put(line), Outcome::kRefused);
+    EXPECT_EQ(fcntl(ends_.writer, F_GETFL) & O_NONBLOCK, 0) << "others share the descriptor";
     const std::string all = Drain(ends_.reader);
     EXPECT_EQ(all.size(), static_cast<size_t>(taken) * line.size());
-    EXPECT_EQ(output_->Put("next\n"), Outcome::kTaken);
+    EXPECT_EQ(output_.Put("next\n"), Outcome::kTaken);
     EXPECT_EQ(Drain(ends_.reader), "next\n");
-}
-
-TEST_P(LineOutputToAPipe, LeavesTheModeOfTheSharedDescriptorAlone) {
-    FillWith("line\n");
-    EXPECT_EQ(fcntl(ends_.writer, F_GETFL) & O_NONBLOCK, 0);
 }
 
 TEST_P(LineOutputToAPipe, FinishesALineThatWentOutInPartBeforeTheNextOne) {
     // Larger than a pipe takes in one piece: the first write is bound to be short.
     const std::string huge = LineOf(200'001, 'h');
-    ASSERT_EQ(output_->Put(huge), Outcome::kTaken);
+    ASSERT_EQ(output_.Put(huge), Outcome::kTaken);
     std::string all = Drain(ends_.reader);
     EXPECT_LT(all.size(), huge.size());
-    while (output_->Put("next\n") == Outcome::kRefused)
+    while (output_.Put("next\n") == Outcome::kRefused)
         all += Drain(ends_.reader);
     all += Drain(ends_.reader);
     EXPECT_EQ(all, huge + "next\n");
@@ -100,7 +96,7 @@ TEST_P(LineOutputToAPipe, FinishesALineThatWentOutInPartBeforeTheNextOne) {
 
 TEST_P(LineOutputToAPipe, NeitherRaisesNorLeavesBehindSigpipeWhenTheReaderHasGone) {
     ends_.CloseReader();
-    EXPECT_EQ(output_->Put("line\n"), Outcome::kRefused);
+    EXPECT_EQ(output_.Put("line\n"), Outcome::kRefused);
     sigset_t pending;
     sigpending(&pending);
     EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
@@ -113,11 +109,8 @@ INSTANTIATE_TEST_SUITE_P(BothWays, LineOutputToAPipe, testing::Bool(),
                          [](const auto& info) { return info.param ? "Direct" : "Reopened"; });
 
 TEST(LineOutput, LeavesASigpipePendingThatWasThereBefore) {
-    Ends ends;
-    int both[2];
-    ASSERT_EQ(pipe2(both, O_CLOEXEC), 0);
-    close(both[0]);
-    ends.writer = both[1];
+    Ends ends = Pipe();
+    ends.CloseReader();
     sigset_t sigpipe;
     sigemptyset(&sigpipe);
     sigaddset(&sigpipe, SIGPIPE);
@@ -169,9 +162,7 @@ TEST(LineOutput, FilesGetLinesAndAHalfLineDoesNotFollowToAnotherFile) {
     const int file = mkstemp(path);
     ASSERT_GE(file, 0);
     unlink(path);
-    int both[2];
-    ASSERT_EQ(pipe2(both, O_CLOEXEC), 0);
-    Ends ends{both[0], both[1]};
+    Ends ends = Pipe();
     LineOutput output(ends.writer);
     ASSERT_EQ(output.Put(LineOf(200'001, 'h')), Outcome::kTaken);
     dup2(file, ends.writer);
@@ -182,11 +173,8 @@ TEST(LineOutput, FilesGetLinesAndAHalfLineDoesNotFollowToAnotherFile) {
 }
 
 TEST(LineOutput, AClosedDescriptorTakesNothingAndIsNoError) {
-    int both[2];
-    ASSERT_EQ(pipe2(both, O_CLOEXEC), 0);
-    close(both[0]);
-    close(both[1]);
-    EXPECT_EQ(LineOutput(both[1]).Put("line\n"), Outcome::kClosed);
+    const int closed = Pipe().writer;
+    EXPECT_EQ(LineOutput(closed).Put("line\n"), Outcome::kClosed);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,15 +34,10 @@ std::vector<std::string> ReadLines(int reader) {
         all.append(part, static_cast<size_t>(n));
     }
     std::vector<std::string> lines;
-    for (size_t begin = 0; begin < all.size();) {
-        const size_t end = all.find('\n', begin);
-        lines.push_back(all.substr(begin, end - begin));
-        if (end == std::string::npos) {
-            lines.back() += "(no end)";
-            break;
-        }
-        begin = end + 1;
-    }
+    std::istringstream text(all);
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line);
+    if (!all.empty() && all.back() != '\n') lines.back() += "(no end)";
     return lines;
 }
 
