@@ -81,14 +81,14 @@ TEST(WorkerThread, FinishesTheRunningTaskAndDropsTheOthersWhenItIsDestroyed) {
     {
         // So large a bound that nothing but the worker's end makes it refuse.
         WorkerThread worker(1'000'000);
-        const auto refuses = [&] { return !worker.schedule(Task(record, "late")); };
         const auto stay = [&] {
             begun.Add();
             const auto ending = [&] { return !worker.schedule(Callable::wrap([] {})); };
             EXPECT_TRUE(host::testing::Eventually(ending));
         };
         worker.schedule(Task(record, "running", stay));
-        worker.schedule(Task(record, "a", {}, [&] { EXPECT_TRUE(refuses()); }));
+        worker.schedule(Task(record, "a", {},
+                             [&] { EXPECT_FALSE(worker.schedule(Task(record, "late"))); }));
         worker.schedule(Task(record, "b"));
         worker.schedule(Task(record, "c"));
         ASSERT_TRUE(begun.WaitFor(1));
