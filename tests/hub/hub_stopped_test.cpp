@@ -26,8 +26,8 @@ class StoppedConsumer : public HubTest {
         ASSERT_TRUE(stopped_.process().Stop());
     }
 
-    // Pushes events, a few at a time, and returns what a consumer is told; the healthy one is told
-    // everything at once.
+    // Pushes events, a few at a time, until all have been sent, and returns what a consumer is
+    // told; the healthy one is told everything at once.
     std::vector<std::string> Push(size_t events, size_t payload) {
         std::vector<std::string> told;
         const std::string tag(payload, 'x');
@@ -38,6 +38,7 @@ class StoppedConsumer : public HubTest {
             if (told.size() % 10 != 0) continue;
             EXPECT_EQ(first_->WaitFor(told.size()), told);
         }
+        hub_.Fence();  // in which order the two are called is left open
         return told;
     }
 
