@@ -14,7 +14,7 @@
 namespace calls_test {
 namespace {
 
-[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new CallsHost());
+const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
 
 // Everything that can be read from the descriptor, to its end.
 std::string ReadAll(int fd) {

@@ -145,12 +145,6 @@ SpAIBinder RemoteNode::LookUp() const {
     return SpAIBinder(AServiceManager_waitForService(name_.c_str()));
 }
 
-void CallsHost::SetUp() {
-    host_ = std::make_unique<host::testing::ScopedHost>(
-            host::testing::ScopedHostOptions{.manifests = manifests_});
-    ABinderProcess_startThreadPool();
-}
-
 }  // namespace calls_test
 
 HOST_HELPER(Node) {

@@ -13,12 +13,13 @@
 #include <thread>
 #include <vector>
 
-#include "host_testing.h"
+#include "test_object.h"
 
 namespace calls_test {
 
 using aidl::test::calls::INode;
 using aidl::test::calls::Who;
+using host::testing::SharedHost;
 using ndk::ScopedAStatus;
 using ndk::SpAIBinder;
 
@@ -83,20 +84,6 @@ class RemoteNode {
     const std::string name_;
     host::testing::Helper helper_;
     std::shared_ptr<INode> node_;
-};
-
-// The environment of a test program: a service manager with those manifests, and this process's
-// pool.
-class CallsHost : public ::testing::Environment {
-  public:
-    explicit CallsHost(std::vector<std::string> manifests = {})
-            : manifests_(std::move(manifests)) {}
-    void SetUp() override;
-    void TearDown() override { host_.reset(); }
-
-  private:
-    const std::vector<std::string> manifests_;
-    std::unique_ptr<host::testing::ScopedHost> host_;
 };
 
 }  // namespace calls_test

@@ -13,7 +13,7 @@ using aidl::velmora::sample::BnListener;
 using aidl::velmora::sample::Inner;
 using aidl::velmora::sample::ISample;
 
-[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new CallsHost());
+const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
 
 TEST(Statuses, CrossUnchangedWithTheirMessages) {
     const RemoteNode node;

@@ -10,7 +10,7 @@ namespace {
 
 using aidl::velmora::sample::IListener;
 
-[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new CallsHost());
+const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
 
 std::shared_ptr<Node> MakeNode() {
     return ndk::SharedRefBase::make<Node>();

@@ -12,7 +12,7 @@ using aidl::velmora::sample::Choice;
 using aidl::velmora::sample::Everything;
 using aidl::velmora::sample::Inner;
 
-[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new CallsHost());
+const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
 
 struct NamedEverything {
     const char* name;

@@ -17,7 +17,7 @@ using host::testing::ExitStatus;
 using host::testing::LaunchProgram;
 using host::testing::LineChannel;
 
-[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new CallsHost());
+const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
 
 TEST(OlderClient, UsesANewerServiceAsFarAsItKnowsIt) {
     const std::unique_ptr<Child> peer = LaunchProgram({NEWER_PEER, "serve", "newer"}, {});
