@@ -203,7 +203,8 @@ class Comparison {
         std::string expected;
         auto begin = told.begin();
         for (const HubModel::Told& lines : model_.RunQueue()) {
-            const auto end = begin + std::min<ptrdiff_t>(lines.size(), told.end() - begin);
+            const auto end =
+                    begin + std::min(static_cast<ptrdiff_t>(lines.size()), told.end() - begin);
             std::sort(begin, end);
             begin = end;
             expected += Joined(lines);
