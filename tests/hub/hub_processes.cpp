@@ -2,6 +2,9 @@
 
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 namespace velmora_test {
 
@@ -13,9 +16,17 @@ std::shared_ptr<Interface> WaitForManager() {
     return Interface::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(name.c_str())));
 }
 
+// Unlike a pipe, a file takes every line.
+void LogToFile(const char* path) {
+    const int file = open(path, O_WRONLY | O_APPEND | O_CLOEXEC);
+    dup2(file, STDERR_FILENO);
+    close(file);
+}
+
 }  // namespace
 
 HOST_HELPER(HubServer) {
+    if (const char* path = getenv("HUB_LOG_FILE")) LogToFile(path);
     ABinderProcess_startThreadPool();
     const Hub hub;
     if (hub.Publish() != EX_NONE) return 1;
@@ -46,7 +57,8 @@ std::shared_ptr<hub::IVelmoraHubConsumerManager> WaitForConsumerManager() {
 }
 
 HubProcess::HubProcess(const std::map<std::string, std::string>& environment)
-        : helper_("HubServer", {}, {.environment = environment, .echo_log = false}),
+        : helper_("HubServer", {},
+                  {.environment = environment, .echo_log = false, .own_build = true}),
           producers_(WaitForProducerManager()),
           consumers_(WaitForConsumerManager()) {}
 

@@ -13,6 +13,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "host_testing.h"
@@ -40,7 +41,9 @@ std::shared_ptr<hub::IVelmoraHubConsumerManager> WaitForConsumerManager();
 // A process with a worker, both managers and the broker, published. One at a time.
 class HubProcess {
   public:
-    // Returns when both managers are published. `environment` comes beside what this process has.
+    // Returns when both managers are published. `environment` comes beside what this process has;
+    // with HUB_LOG_FILE in it, standard error is appended to that file instead of log(). The hub is
+    // always of this build, whatever build the other helpers are taken from.
     explicit HubProcess(const std::map<std::string, std::string>& environment = {});
 
     pid_t pid() const { return helper_.pid(); }
@@ -52,6 +55,9 @@ class HubProcess {
 
     // Returns when the hub has run every task that it had queued.
     void Fence();
+
+    // Ends it as its owner does, without waiting for its clients.
+    std::optional<host::testing::ExitStatus> Finish() { return helper_.Finish(); }
 
   private:
     host::testing::Helper helper_;
