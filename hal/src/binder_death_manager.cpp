@@ -17,11 +17,11 @@ constexpr char kLogTag[] = "velmora_hal";
 
 using Cookie = std::unique_ptr<DeathCookie>;
 
-std::mutex gDeathCookiesMutex;
+// Made before main and never destroyed, like the tables it guards: owners of links may end them
+// during static destruction, and a binder thread may be inside a callback while the process exits.
+std::mutex& gDeathCookiesMutex = *new std::mutex;
 
-// Every cookie that a token was last tracked with. Made before main and never destroyed: owners of
-// links may end them during static destruction, and a binder thread may be inside a callback while
-// the process exits.
+// Every cookie that a token was last tracked with.
 std::unordered_map<IToken*, Cookie>& gDeathCookies GUARDED_BY(gDeathCookiesMutex) =
         *new std::unordered_map<IToken*, Cookie>;
 
@@ -30,7 +30,7 @@ std::vector<Cookie>& gDisplacedCookies GUARDED_BY(gDeathCookiesMutex) = *new std
 
 // Puts the cookie in its token's place. Returns the one that stood there, unless the platform may
 // still call back with it; the caller destroys it without the lock.
-Cookie Store(Cookie cookie) {
+Cookie Store(Cookie cookie) EXCLUDES(gDeathCookiesMutex) {
     std::lock_guard lock(gDeathCookiesMutex);
     Cookie& place = gDeathCookies[cookie->token.get()];
     std::swap(place, cookie);
@@ -50,7 +50,7 @@ Cookie TakeDisplaced(const DeathCookie* cookie) REQUIRES(gDeathCookiesMutex) {
 
 // Takes the cookie out of wherever it is; null if it is nowhere. The newer cookie of a token that
 // was tracked again stays.
-Cookie Take(DeathCookie* cookie) {
+Cookie Take(DeathCookie* cookie) EXCLUDES(gDeathCookiesMutex) {
     std::lock_guard lock(gDeathCookiesMutex);
     const auto entry = gDeathCookies.find(cookie->token.get());
     if (entry == gDeathCookies.end() || entry->second.get() != cookie) return TakeDisplaced(cookie);
@@ -61,7 +61,7 @@ Cookie Take(DeathCookie* cookie) {
 
 // Notes that the platform does not hold the cookie. It stays in its token's place; a displaced one
 // is of no use to anybody and is returned, to be destroyed without the lock.
-Cookie Refuse(DeathCookie* cookie) {
+Cookie Refuse(DeathCookie* cookie) EXCLUDES(gDeathCookiesMutex) {
     std::lock_guard lock(gDeathCookiesMutex);
     cookie->refused = true;
     return TakeDisplaced(cookie);
