@@ -1,8 +1,8 @@
 // The handle of one subscription, as the consumer manager hands it out.
 //
 // Threads: any; a token never changes. Owned by shared pointers: the client's through its binder,
-// the subscription's record, queued tasks and the death tracking. It outlives its subscription
-// while anybody holds it.
+// the subscription's record and the death tracking. It outlives its subscription while anybody
+// holds it.
 
 #pragma once
 

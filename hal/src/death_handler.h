@@ -1,4 +1,7 @@
 // Who wants to hear of the death of a remote binder; see binder_death_manager.h.
+//
+// Threads: called on binder threads, for several links at once, with no lock of the tracking or of
+// the platform held.
 
 #pragma once
 
@@ -12,9 +15,8 @@ class DeathHandler {
   public:
     virtual ~DeathHandler() = default;
 
-    // The binder that was tracked under `token` has died. Runs on a binder thread, with no lock of
-    // the tracking or of the platform held. The handler may end the link from in here: the token
-    // lives until the call has returned, whatever the handler frees.
+    // The binder that was tracked under `token` has died. The handler may end the link from in
+    // here: the token lives until the call has returned, whatever the handler frees.
     virtual void HandleBinderDeath(const std::shared_ptr<IToken>& token) = 0;
 };
 

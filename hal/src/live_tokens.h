@@ -33,7 +33,7 @@ class LiveTokens {
 
   private:
     mutable std::shared_mutex mutex_;
-    // Guarded by mutex_, which has no annotations in every C++ library that builds this.
+    // Guarded by mutex_; only in words, as no C++ library annotates its shared mutex.
     std::unordered_set<const IToken*> tokens_;
 };
 

@@ -10,10 +10,11 @@ namespace {
 
 using SignalError = IVelmoraHubConsumer::SignalError;
 
+constexpr char kLogTag[] = "velmora_hal";
 constexpr char kNoConsumer[] = "Invalid consumer. Can't update it.";
 
 bool IsThere(const void* manager, const char* warning) {
-    if (manager == nullptr) __android_log_print(ANDROID_LOG_WARN, "velmora_hal", "%s", warning);
+    if (manager == nullptr) __android_log_print(ANDROID_LOG_WARN, kLogTag, "%s", warning);
     return manager != nullptr;
 }
 

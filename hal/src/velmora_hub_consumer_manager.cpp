@@ -4,7 +4,6 @@
 #include <android/log.h>
 #include <stdio.h>
 
-#include <algorithm>
 #include <utility>
 
 #include "binder_death_manager.h"

@@ -13,7 +13,8 @@
 // dispatch had still to make may follow after unsubscribe has returned, from that one dispatch
 // only. The consumer is referenced until that dispatch ends, its subscription is not.
 //
-// Ownership: tasks hold a plain pointer to the manager, so it outlives its worker's tasks.
+// Ownership: tasks and death links hold a plain pointer to the manager, so it outlives its worker's
+// tasks and the last callback of a death.
 
 #pragma once
 
@@ -49,8 +50,9 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
 
     // Adds a subscription of `consumer` (not null) to the signal, which need not have a producer;
     // `*out` becomes the token. EX_ILLEGAL_ARGUMENT if `*out` holds one already, or if this very
-    // object is subscribed to the signal; neither changes anything. A consumer whose death cannot
-    // be watched is subscribed all the same.
+    // object is subscribed to the signal; neither changes anything. A consumer of another process
+    // comes as a new object with each call, so it may subscribe twice. A consumer whose death
+    // cannot be watched is subscribed all the same.
     ::ndk::ScopedAStatus subscribe(int32_t signalId,
                                    const std::shared_ptr<IVelmoraHubConsumer>& consumer,
                                    std::shared_ptr<IToken>* out) override;
@@ -79,20 +81,25 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
     struct Subscription;
     using Consumers = std::vector<std::shared_ptr<IVelmoraHubConsumer>>;
 
-    ::ndk::ScopedAStatus InternalUnsubscribe(const std::shared_ptr<ConsumerToken>& token);
+    ::ndk::ScopedAStatus InternalUnsubscribe(const std::shared_ptr<ConsumerToken>& token)
+            EXCLUDES(mutex_);
 
     // Calls `notify` with each consumer of the signal.
     template <typename F>
-    void Dispatch(int signalId, const F& notify);
+    void Dispatch(int signalId, const F& notify) EXCLUDES(mutex_);
 
     // The signal's consumers, in the buffer of an earlier dispatch.
-    Consumers TakeSnapshot(int signalId);
+    Consumers TakeSnapshot(int signalId) EXCLUDES(mutex_);
     // Releases the consumers and keeps the buffer for the next dispatch.
-    void GiveBack(Consumers consumers);
+    void GiveBack(Consumers consumers) EXCLUDES(mutex_);
 
     // Hands the function to the worker; a full queue loses it.
     template <typename F>
     void Schedule(F&& task);
+
+    // Empty; its memory serves the next dispatch. First: if worker_ goes with the manager, a task
+    // may run until it has gone.
+    Consumers dispatch_buffer_ GUARDED_BY(mutex_);
 
     // By signal id, then by token id. A signal's entry, once made, stays. The only owner of the
     // subscriptions.
@@ -100,11 +107,9 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
             subscriptions_ GUARDED_BY(mutex_);
     std::mutex mutex_;
     std::atomic<int32_t> next_token_id_{1};
+    // Set before there are tasks; only they read it.
     std::shared_ptr<ConsumerManagerListener> listener_;
     std::shared_ptr<WorkerThread> worker_;
-
-    // Empty; its memory serves the next dispatch.
-    Consumers dispatch_buffer_ GUARDED_BY(mutex_);
 };
 
 }  // namespace aidl::vendor::quorin::velmora_hub

@@ -1,5 +1,6 @@
 #include "velmora_hub_producer_manager.h"
 
+#include <android/binder_auto_utils.h>
 #include <android/log.h>
 #include <stdio.h>
 

@@ -6,7 +6,8 @@
 // for changes and lookups only: no client is called and none is released under it. Lock order:
 // mutex_, then the locks of the death tracking, of the tokens and of the worker's queue.
 //
-// Ownership: tasks hold a plain pointer to the manager, so it outlives its worker's tasks.
+// Ownership: tasks and death links hold a plain pointer to the manager, so it outlives its worker's
+// tasks and the last callback of a death.
 
 #pragma once
 
@@ -14,7 +15,6 @@
 #include <aidl/vendor/quorin/velmora_hub/IVelmoraHubProducer.h>
 #include <aidl/vendor/quorin/velmora_hub/SignalDescriptor.h>
 #include <android-base/thread_annotations.h>
-#include <android/binder_auto_utils.h>
 
 #include <atomic>
 #include <cstdint>
@@ -57,7 +57,8 @@ class VelmoraHubProducerManager : public BnVelmoraHubProducerManager, public Dea
 
     // Ends the registration of the token's signal, whoever holds it, and tells the listener; OK too
     // if there is none. EX_ILLEGAL_ARGUMENT as for updateSignal. The producer is released before
-    // the call returns; a callback into it that has begun may end later.
+    // the call returns, unless the worker has just looked it up to call it: that one callback may
+    // follow, and the reference ends with it.
     ::ndk::ScopedAStatus unregisterProducer(const std::shared_ptr<IToken>& token) override;
 
     void HandleBinderDeath(const std::shared_ptr<IToken>& token) override;
@@ -65,16 +66,19 @@ class VelmoraHubProducerManager : public BnVelmoraHubProducerManager, public Dea
     // Once, before the first other call; takes no lock. Without a listener nothing is reported.
     virtual void RegisterListener(const std::shared_ptr<ProducerManagerListener>& listener);
 
-    // Both call the signal's producer, without a lock, and drop its status. The call goes to the
-    // producer that was registered when they began.
+    // Both call the signal's producer, without a lock, and drop its status; without a producer they
+    // log a warning. The call goes to the one that was registered when they began.
     virtual void RequestSignalUpdate(int signal_id);
     virtual void UpdateSubscriptionState(int signal_id, bool has_clients);
 
   private:
     struct Registration;
 
-    ::ndk::ScopedAStatus InternalUnregister(const std::shared_ptr<ProducerToken>& token);
-    bool FindProducer(int signal_id, std::shared_ptr<IVelmoraHubProducer>* producer);
+    ::ndk::ScopedAStatus InternalUnregister(const std::shared_ptr<ProducerToken>& token)
+            EXCLUDES(mutex_);
+    // False if the signal is not registered; `*producer` is left alone then.
+    bool FindProducer(int signal_id, std::shared_ptr<IVelmoraHubProducer>* producer)
+            EXCLUDES(mutex_);
 
     // Hands the function to the worker; a full queue loses it.
     template <typename F>
@@ -84,6 +88,7 @@ class VelmoraHubProducerManager : public BnVelmoraHubProducerManager, public Dea
     std::unordered_map<uint32_t, std::shared_ptr<Registration>> registrations_ GUARDED_BY(mutex_);
     std::mutex mutex_;
     std::atomic<int32_t> next_token_id_{1};
+    // Set before there are tasks; only they read it.
     std::shared_ptr<ProducerManagerListener> listener_;
     std::shared_ptr<WorkerThread> worker_;
 };

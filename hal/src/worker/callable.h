@@ -20,8 +20,8 @@ class Callable {
     // Releases what the work holds, whether or not it has run.
     virtual ~Callable() = default;
 
-    // A task that holds `function` and calls it without arguments. One allocation; what the
-    // function captured is moved, not copied.
+    // A task that holds `function` and calls it without arguments. One allocation; what a temporary
+    // has captured is moved, not copied.
     template <typename F>
     static std::unique_ptr<Callable> wrap(F&& function) {
         return std::make_unique<AnyFuncWrapper<std::decay_t<F>>>(std::forward<F>(function));

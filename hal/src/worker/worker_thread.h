@@ -31,9 +31,9 @@ class WorkerThread {
     // tasks that still wait, oldest first, on the calling thread; none of them runs.
     virtual ~WorkerThread();
 
-    // Queues the task: true. False, and without a log line, if the queue is full or the destructor
-    // has begun: the task is destroyed on the calling thread, without having run, as the call
-    // returns. Never waits for a task. May be called with locks held, unless a refused task
+    // Queues the task (not null): true. False, and without a log line, if the queue is full or the
+    // destructor has begun: the task is destroyed on the calling thread, without having run, as the
+    // call returns. Never waits for a task. May be called with locks held, unless a refused task
     // releases something that wants one of them.
     virtual bool schedule(std::unique_ptr<Callable> task);
 
