@@ -115,6 +115,7 @@ std::string ToText(const EngagementRegion& region) {
     std::string text;
     for (const Evidence& evidence : region.evidence)
         text += (text.empty() ? "" : "+") + toString(evidence.sub_type.get<GestureTag::value>());
+    if (text.empty()) text = "no evidence";
     for (const auto& rect : region.rects.value_or(std::vector<std::optional<NormalizedRect>>())) {
         char place[128] = " at nowhere";
         if (rect) {
