@@ -38,8 +38,8 @@ class Fields {
         if (field == nullptr) return 0;
         const double value = field->is_number() ? field->get<double>() : std::nan("");
         if (value >= least && value <= most) return value;
-        Fail(std::string(name) + ": a number from " + json(least).dump() + " to " +
-             json(most).dump() + " is wanted");
+        Fail(std::string(name) + ": a number from " + std::to_string(static_cast<int64_t>(least)) +
+             " to " + std::to_string(static_cast<int64_t>(most)) + " is wanted");
         return 0;
     }
     int64_t Integer(const char* name, int64_t least, int64_t most) {
