@@ -62,6 +62,13 @@ NormalizedRect RectOf(const Point& position, const Size& size) {
     return rect;
 }
 
+NormalizedRect RectOf(const Point& point) {
+    NormalizedRect rect;
+    rect.left = rect.right = static_cast<float>(point.x());
+    rect.top = rect.bottom = static_cast<float>(point.y());
+    return rect;
+}
+
 Rects RectsOf(const TouchGesturePacket& packet) {
     switch (packet.gesture_case()) {
         case TouchGesturePacket::kTouchDown:
@@ -72,9 +79,8 @@ Rects RectsOf(const TouchGesturePacket& packet) {
             return {RectOf(packet.scroll_gesture().position(), packet.scroll_gesture().size())};
         case TouchGesturePacket::kZoomGesture: {
             const auto& zoom = packet.zoom_gesture();
-            const Size& point = Size::default_instance();
-            return {RectOf(zoom.point1(), point), RectOf(zoom.point2(), point),
-                    RectOf(zoom.point3(), point), RectOf(zoom.point4(), point)};
+            return {RectOf(zoom.point1()), RectOf(zoom.point2()), RectOf(zoom.point3()),
+                    RectOf(zoom.point4())};
         }
         case TouchGesturePacket::GESTURE_NOT_SET:
             break;

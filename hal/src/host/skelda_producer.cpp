@@ -205,7 +205,7 @@ bool SkeldaProducer::TrackService(const std::shared_ptr<Service>& service) {
     // kept, and the pass finds no service.
     if (deaths_ == deaths_before) {
         service_ = service;
-        death_recipient_ = recipient.release();
+        recipient.set(std::exchange(death_recipient_, recipient.release()));
     }
     return true;
 }
@@ -221,16 +221,13 @@ void SkeldaProducer::RegisterListeners() {
     const bool all_registered = RegisterAll(*service);
     const bool is_alive = AIBinder_isAlive(service->asBinder().get());
 
-    ::ndk::ScopedAIBinder_DeathRecipient recipient;
     std::lock_guard lock(mutex_);
     // The outcome is that of this instance: one that has died since is none of the next one's.
     if (service_ != service) return;
     listening_ = all_registered;
-    // Dead before it was linked to: nobody will tell, so the next attempt looks for a new one.
-    if (!all_registered && !is_alive) {
-        service_.reset();
-        recipient.set(std::exchange(death_recipient_, nullptr));
-    }
+    // If it was dead before it was linked to, nobody will tell: the next attempt looks for a new
+    // one. A link that was made stays, for its death is still to be told.
+    if (!all_registered && !is_alive) service_.reset();
 }
 
 bool SkeldaProducer::RegisterAll(Service& service) {

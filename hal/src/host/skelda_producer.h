@@ -117,6 +117,7 @@ class SkeldaProducer : public BnVelmoraHubProducer, public IHostedProducer, publ
     std::condition_variable cv_;
     // Identifies the link to the service in the death tracking.
     std::shared_ptr<IToken> death_token_;
+    // The last link that was made, until its death is told.
     AIBinder_DeathRecipient* death_recipient_ GUARDED_BY(mutex_) = nullptr;
     // Deaths of services that were heard of.
     uint64_t deaths_ GUARDED_BY(mutex_) = 0;
