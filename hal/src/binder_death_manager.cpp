@@ -4,6 +4,7 @@
 #include <android/log.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <mutex>
 #include <unordered_map>
 #include <utility>
@@ -27,6 +28,23 @@ std::unordered_map<IToken*, Cookie>& gDeathCookies GUARDED_BY(gDeathCookiesMutex
 
 // Cookies whose token was tracked again while the platform still held them. Rare, hence a list.
 std::vector<Cookie>& gDisplacedCookies GUARDED_BY(gDeathCookiesMutex) = *new std::vector<Cookie>;
+
+// Notified when a cookie has left the table, or the platform has refused it.
+std::condition_variable& gCookieReleased = *new std::condition_variable;
+
+// The innermost death callback that this thread is inside of.
+struct RunningDeath {
+    const DeathCookie* cookie;
+    const RunningDeath* outer;
+};
+thread_local const RunningDeath* tRunningDeath = nullptr;
+
+bool IsRunningHere(const DeathCookie* cookie) {
+    const RunningDeath* running = tRunningDeath;
+    while (running != nullptr && running->cookie != cookie)
+        running = running->outer;
+    return running != nullptr;
+}
 
 // Puts the cookie in its token's place. Returns the one that stood there, unless the platform may
 // still call back with it; the caller destroys it without the lock.
@@ -59,6 +77,16 @@ Cookie Take(DeathCookie* cookie) EXCLUDES(gDeathCookiesMutex) {
     return taken;
 }
 
+// Whether the platform may still call back with a cookie of the token, on another thread.
+bool IsLinked(IToken* token) REQUIRES(gDeathCookiesMutex) {
+    const auto may_call = [=](const Cookie& cookie) {
+        return cookie->token.get() == token && !cookie->refused && !IsRunningHere(cookie.get());
+    };
+    const auto entry = gDeathCookies.find(token);
+    if (entry != gDeathCookies.end() && may_call(entry->second)) return true;
+    return std::any_of(gDisplacedCookies.begin(), gDisplacedCookies.end(), may_call);
+}
+
 // Notes that the platform does not hold the cookie. It stays in its token's place; a displaced one
 // is of no use to anybody and is returned, to be destroyed without the lock.
 Cookie Refuse(DeathCookie* cookie) EXCLUDES(gDeathCookiesMutex) {
@@ -82,20 +110,32 @@ AIBinder_DeathRecipient* BinderDeathManager::TrackDeath(AIBinder* binder,
         __android_log_print(ANDROID_LOG_WARN, kLogTag,
                             "Cannot listen to binder death for this client.");
         Refuse(cookie);
+        gCookieReleased.notify_all();
     }
     return recipient;
+}
+
+// The analysis cannot follow the wait's predicate.
+void BinderDeathManager::AwaitUnlinked(const std::shared_ptr<IToken>& token)
+        NO_THREAD_SAFETY_ANALYSIS {
+    std::unique_lock lock(gDeathCookiesMutex);
+    gCookieReleased.wait(lock, [&] { return !IsLinked(token.get()); });
 }
 
 void BinderDeathManager::OnBinderDied(void* cookie) {
     const auto* died = static_cast<DeathCookie*>(cookie);
     // A copy: the handler may end the link, and the platform free the cookie, while it runs.
     const std::shared_ptr<IToken> token = died->token;
+    const RunningDeath running = {died, tRunningDeath};
+    tRunningDeath = &running;
     died->handler->HandleBinderDeath(token);
+    tRunningDeath = running.outer;
 }
 
 void BinderDeathManager::OnBinderUnlinked(void* cookie) {
     // Destroyed here, without the lock: a token's destructor is not ours.
     const Cookie unlinked = Take(static_cast<DeathCookie*>(cookie));
+    gCookieReleased.notify_all();
 }
 
 }  // namespace aidl::vendor::quorin::velmora_hub

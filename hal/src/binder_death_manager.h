@@ -42,6 +42,12 @@ class BinderDeathManager {
                                                const std::shared_ptr<IToken>& token,
                                                DeathHandler* handler);
 
+    // Returns when no callback of a link under `token` can come any more; its recipients have been
+    // deleted before. For a handler that is about to go: deleting a recipient does not wait for a
+    // death callback that has begun. Does not wait for the callback that the calling thread itself
+    // is inside of. The caller holds no lock that its handler takes.
+    static void AwaitUnlinked(const std::shared_ptr<IToken>& token);
+
     // The platform's callbacks; `cookie` is a DeathCookie.
     static void OnBinderDied(void* cookie);
     static void OnBinderUnlinked(void* cookie);

@@ -37,6 +37,14 @@ int64_t StatusField(const std::string& file, const std::string& key) {
     return -1;
 }
 
+// Of one thread; one that has ended counts nothing.
+int64_t SwitchesIn(const std::string& file) {
+    int64_t sum = 0;
+    for (const char* key : {"voluntary_ctxt_switches", "nonvoluntary_ctxt_switches"})
+        sum += std::max<int64_t>(0, StatusField(file, key));
+    return sum;
+}
+
 }  // namespace
 
 int OpenDescriptors(pid_t pid) {
@@ -58,12 +66,13 @@ int64_t ContextSwitches(pid_t pid) {
     std::filesystem::directory_iterator tasks(Proc(pid) + "/task", failure);
     int64_t sum = 0;
     for (; !failure && tasks != std::filesystem::directory_iterator(); tasks.increment(failure)) {
-        for (const char* key : {"voluntary_ctxt_switches", "nonvoluntary_ctxt_switches"}) {
-            // A thread that ended meanwhile counts nothing.
-            sum += std::max<int64_t>(0, StatusField(tasks->path().string() + "/status", key));
-        }
+        sum += SwitchesIn(tasks->path().string() + "/status");
     }
     return failure ? -1 : sum;
+}
+
+int64_t ContextSwitchesOfThread(pid_t thread) {
+    return SwitchesIn(Proc(thread) + "/status");
 }
 
 bool WaitForRest(const std::vector<pid_t>& pids) {

@@ -1,0 +1,70 @@
+// Labels: memory threads processes
+// More than one daemon in a folder, one after the other and at once, and a daemon's end.
+
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include "daemon_processes.h"
+
+namespace velmora_test {
+namespace {
+
+using host::testing::Eventually;
+using host::testing::ExitStatus;
+using host::testing::Helper;
+
+[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
+
+TEST(Daemon, RestartedServesTheClientsAndTheTouchServiceOfTheKilledOne) {
+    auto daemon = StartDaemon();
+    const auto touchsim = StartTouchsim();
+    for (int life = 1; life <= 3; ++life) {
+        EXPECT_TRUE(Eventually(
+                [&] { return touchsim->log().Count("panel 1 has a listener") == life; }));
+        Client client;
+        client.Subscribe();
+        Touch(*touchsim, TapLine(life));
+        EXPECT_EQ(client.gestures().WaitFor(1).back(), TapHeard(life));
+        daemon->Kill();
+        EXPECT_TRUE(Eventually([&] { return !client.IsHubAlive(); }));
+        EXPECT_FALSE(client.Fence());
+        daemon = StartDaemon();
+    }
+}
+
+TEST(Daemon, StartedASecondTimeEndsAndTakesNothingFromTheFirst) {
+    const auto daemon = StartDaemon();
+    const auto touchsim = StartTouchsim();
+    Client before;
+    before.Subscribe();
+    const auto second = LaunchDaemon();
+    EXPECT_EQ(second->WaitExit(), ExitStatus{.signal = SIGABRT});
+    EXPECT_TRUE(
+            second->log().WaitForLine("Check failed: status == EX_NONE (status=-3, EX_NONE=0) "));
+    Helper after("ClientProcess", {}, {.echo_log = false});
+    EXPECT_EQ(after.Command("subscribe"), "done");
+    EXPECT_TRUE(WaitForListeners(*touchsim));
+    Touch(*touchsim, TapLine(1));
+    EXPECT_EQ(before.gestures().WaitFor(1).back(), TapHeard(1));
+    EXPECT_EQ(after.Command("gestures 1"), TapHeard(1));
+    EXPECT_EQ(touchsim->log().Count("panel 1 has a listener"), 1);
+}
+
+TEST(Daemon, EndsWithItsPoolAndLeavesNothing) {
+    const auto daemon = StartDaemon();
+    const auto touchsim = StartTouchsim();
+    Client here;
+    here.Subscribe();
+    Helper there("ClientProcess", {}, {.echo_log = false});
+    EXPECT_EQ(there.Command("subscribe"), "done");
+    EXPECT_TRUE(WaitForListeners(*touchsim));
+    Touch(*touchsim, TapLine(1));
+    EXPECT_EQ(there.Command("gestures 1"), TapHeard(1));
+    daemon->EndPool();
+    EXPECT_EQ(daemon->WaitExit(), ExitStatus{.code = 1});
+    ASSERT_TRUE(daemon->log().WaitForEnd());
+    EXPECT_EQ(daemon->log().Count("Sanitizer"), 0);
+}
+
+}  // namespace
+}  // namespace velmora_test

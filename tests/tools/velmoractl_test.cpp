@@ -1,0 +1,328 @@
+// Labels: memory threads processes
+// The real program against a hub in a process of its own and clients in this one.
+
+#include <aidl/vendor/quorin/velmora_hub/signals/UserEngagementPayload.h>
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <regex>
+
+#include "hub_processes.h"
+
+namespace velmora_test {
+namespace {
+
+using hub::signals::UserEngagementPayload;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using Lines = std::vector<std::string>;
+
+[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
+
+// One run of the program.
+class Ctl {
+  public:
+    explicit Ctl(const std::vector<std::string>& arguments)
+            : child_(Launch(arguments)), channel_(child_->output(), child_->input()) {}
+
+    std::string Line() { return channel_.Read(host::testing::kTestLimit).value_or("<no line>"); }
+    Lines Rest() {
+        Lines lines;
+        while (const auto line = channel_.Read(host::testing::kTestLimit))
+            lines.push_back(*line);
+        return lines;
+    }
+    void Type(const std::string& line) { channel_.Write(line); }
+    void EndInput() { child_->CloseInput(); }
+    void Signal(int signal) { child_->Signal(signal); }
+    // Whether so many lines of talk hold the text, now or soon.
+    bool Says(const std::string& text, int times = 1) {
+        return host::testing::Eventually([&] { return child_->log().Count(text) >= times; });
+    }
+    // -1 if it does not end or a signal ends it.
+    int Status() {
+        const auto status = child_->WaitExit();
+        return status ? status->code : -1;
+    }
+
+  private:
+    static std::unique_ptr<host::testing::Child> Launch(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), VELMORACTL);
+        return host::testing::LaunchProgram(
+                arguments, {.pipe_input = true, .pipe_output = true, .echo_log = false});
+    }
+
+    const std::unique_ptr<host::testing::Child> child_;
+    host::testing::LineChannel channel_;
+};
+
+// A producer of this process, registered.
+struct Registered {
+    Registered(const HubProcess& hub, int32_t signal_id, int64_t ttl_ms = 0) : hub(hub) {
+        EXPECT_TRUE(hub.producers()
+                            ->registerProducer(MakeDescriptor(signal_id, ttl_ms), producer, &token)
+                            .isOk());
+    }
+    void Push(const hub::VelmoraEvent& event) const {
+        EXPECT_TRUE(hub.producers()->updateSignal(token, event).isOk());
+    }
+    void Unregister() const { EXPECT_TRUE(hub.producers()->unregisterProducer(token).isOk()); }
+
+    const HubProcess& hub;
+    std::shared_ptr<Record> record = std::make_shared<Record>();
+    std::shared_ptr<RecordingProducer> producer =
+            ndk::SharedRefBase::make<RecordingProducer>(record);
+    std::shared_ptr<hub::IToken> token;
+};
+
+// Keeps the engagements that it is sent.
+class EngagementConsumer : public hub::BnVelmoraHubConsumer {
+  public:
+    explicit EngagementConsumer(std::shared_ptr<Record> record) : record_(std::move(record)) {}
+    ndk::ScopedAStatus onSignalAvailable(int32_t) override { return ndk::ScopedAStatus::ok(); }
+    ndk::ScopedAStatus onSignalUpdate(const hub::VelmoraEvent& event) override {
+        std::optional<UserEngagementPayload> payload;
+        event.payload.getParcelable(&payload);
+        record_->Add(payload ? payload->toString() : "other");
+        return ndk::ScopedAStatus::ok();
+    }
+    ndk::ScopedAStatus onSignalUnavailable(int32_t, SignalError) override {
+        return ndk::ScopedAStatus::ok();
+    }
+
+  private:
+    const std::shared_ptr<Record> record_;
+};
+
+UserEngagementPayload MakeEngagement() {
+    using Tag = hub::signals::EvidenceSubType::Tag;
+    UserEngagementPayload payload;
+    payload.overall_confidence = 0.7f;
+    payload.display = 1;
+    payload.regions.resize(2);
+    payload.regions[0].rects.emplace().resize(2);
+    hub::signals::NormalizedRect& rect = (*payload.regions[0].rects)[0].emplace();
+    rect.left = 0.1f;
+    rect.bottom = -2.5f;
+    payload.regions[0].evidence.resize(1);
+    hub::signals::Evidence& evidence = payload.regions[0].evidence[0];
+    evidence.type = static_cast<hub::signals::EvidenceType>(77);
+    evidence.weight = 0.3f;
+    evidence.sub_type.set<Tag::touch_gesture>(hub::signals::TouchGestureKind::DOUBLE_TAP);
+    return payload;
+}
+
+// Five events of signal 7, one of each kind that the program tells apart.
+std::vector<hub::VelmoraEvent> EventsOfEachKind() {
+    std::vector<hub::VelmoraEvent> events(5, MakeEvent(7, 1));
+    events[0].payload.setParcelable(MakeEngagement());
+    events[1] = MakeEvent(7, 2, "esc\033[1m");
+    events[2].payload.setParcelable(MakeEvent(9));  // a type that is nobody's payload
+    events[4].signalId = 9;
+    return events;
+}
+
+TEST(List, ShowsServicesAndSignals) {
+    const HubProcess hub;
+    const Registered producer(hub, 7, 250);
+    const auto consumer = ndk::SharedRefBase::make<RecordingConsumer>(std::make_shared<Record>());
+    std::shared_ptr<hub::IToken> token;
+    ASSERT_TRUE(hub.consumers()->subscribe(7, consumer, &token).isOk());
+    ASSERT_TRUE(hub.consumers()->subscribe(5, consumer, &token).isOk());
+    const std::string pid = std::to_string(hub.pid());
+    const std::string name = "vendor.quorin.velmora_hub.IVelmoraHubProducerManager/default";
+
+    Ctl text({"list"});
+    EXPECT_THAT(text.Rest(),
+                ElementsAre("service com.quorin.input.ISkeldaNotificationService/default         "
+                            "  declared  not published",
+                            HasSubstr("IVelmoraHubConsumerManager/default  declared  published by"),
+                            "service " + name + "  declared  published by " + pid,
+                            "signal 5  no producer  consumers: 1",
+                            "signal 7  token 1  TTL 250 ms  consumers: 1"));
+    EXPECT_EQ(text.Status(), 0);
+    Ctl json({"list", "--json"});
+    EXPECT_THAT(json.Rest(),
+                ElementsAre(HasSubstr(R"("published":false,"pid":null})"), HasSubstr("Consumer"),
+                            R"({"kind":"service","name":")" + name +
+                                    R"(","declared":true,"published":true,"pid":)" + pid + "}",
+                            R"({"kind":"signal","signal":5,"token":null,"ttlMs":null,)"
+                            R"("consumers":1})",
+                            R"({"kind":"signal","signal":7,"token":1,"ttlMs":250,"consumers":1})"));
+    Ctl dump({"dump", "consumers"});
+    EXPECT_THAT(dump.Rest(),
+                ::testing::UnorderedElementsAre(
+                        "VelmoraHubConsumerManager State:", "  Signal ID: 5",
+                        "    Consumer Token ID: 2", "  Signal ID: 7", "    Consumer Token ID: 1"));
+    EXPECT_EQ(dump.Status(), 0);
+    EXPECT_THAT(Ctl({"dump", "--json"}).Rest(),
+                ElementsAre(R"({"kind":"producers","signal":7,"tokens":[1],"ttlMs":250})",
+                            R"({"kind":"consumers","signal":5,"tokens":[2]})",
+                            R"({"kind":"consumers","signal":7,"tokens":[1]})"));
+}
+
+TEST(Watch, ShowsEventsAndPushTakesWhatItPrints) {
+    const HubProcess hub;
+    const Registered producer(hub, 7);
+    Ctl text({"watch", "7"});
+    Ctl json({"watch", "7", "--json", "--count", "5"});
+    ASSERT_TRUE(text.Says("watching signal 7") && json.Says("watching signal 7"));
+    for (const hub::VelmoraEvent& event : EventsOfEachKind())
+        producer.Push(event);
+    producer.Unregister();
+    EXPECT_EQ(text.Line(),
+              "7  @1 ms  display 1, DOUBLE_TAP at (0.1, 0 - 0, -2.5) at nowhere, no evidence, "
+              "confidence 0.7");
+    EXPECT_EQ(text.Line(), R"(7  @2 ms  descriptor of signal 0, tags ["esc\u001b[1m"], TTL 0 ms)");
+    EXPECT_THAT(text.Line(),
+                AllOf(HasSubstr("vendor.quorin.velmora_hub.VelmoraEvent, "), EndsWith(" bytes")));
+    EXPECT_EQ(text.Line(), "7  @1 ms  no payload");
+    EXPECT_EQ(text.Line(), "7  @1 ms  (says signal 9) no payload");
+    EXPECT_EQ(text.Line(), "7  unavailable: UNREGISTERED");
+    text.Signal(SIGINT);
+    EXPECT_EQ(text.Status(), 0);
+    const Lines printed = json.Rest();
+    ASSERT_EQ(printed.size(), 5u);
+    EXPECT_EQ(json.Status(), 0);
+    EXPECT_TRUE(host::testing::Eventually(
+            [&hub] { return DumpOf(*hub.consumers()).find("Token") == std::string::npos; }));
+
+    const auto record = std::make_shared<Record>();
+    const auto consumer = ndk::SharedRefBase::make<EngagementConsumer>(record);
+    std::shared_ptr<hub::IToken> token;
+    ASSERT_TRUE(hub.consumers()->subscribe(8, consumer, &token).isOk());
+    Ctl push({"push", "8", "--json"});
+    push.Type(R"({"kind":"nudge","signal":7})");
+    for (const std::string& line : printed) {
+        push.Type(line);
+        const std::string moved =
+                std::regex_replace(line, std::regex("\"signal\":7"), "\"signal\":8");
+        EXPECT_EQ(push.Line(), std::regex_replace(moved, std::regex(",\"eventSignal\":9"), ""));
+    }
+    push.EndInput();
+    EXPECT_EQ(push.Status(), 0);
+    EXPECT_THAT(record->WaitFor(5),
+                ElementsAre(MakeEngagement().toString(), "other", "other", "other", "other"));
+}
+
+TEST(Watch, SubscribesAnewForALateProducerAndAnotherHub) {
+    std::optional<HubProcess> hub;
+    Ctl watch({"watch", "2", "--json", "--count", "2"});
+    for (int round = 1; round <= 2; ++round) {
+        SCOPED_TRACE(round);
+        ASSERT_TRUE(watch.Says("waiting for the hub", round));
+        hub.emplace();
+        ASSERT_TRUE(watch.Says("watching signal 2, which has no producer yet", round));
+        const auto other = ndk::SharedRefBase::make<RecordingConsumer>(std::make_shared<Record>());
+        std::shared_ptr<hub::IToken> token;
+        if (round == 2) {
+            ASSERT_TRUE(hub->consumers()->subscribe(2, other, &token).isOk());
+        }
+        const Registered producer(*hub, 2);
+        EXPECT_EQ(watch.Line(), R"({"kind":"available","signal":2})");
+        ASSERT_TRUE(watch.Says("subscribed anew", round));
+        if (round == 1) {
+            EXPECT_THAT(producer.record->WaitFor(2),
+                        ElementsAre("producer: no clients", "producer: clients"));
+        } else {
+            ASSERT_TRUE(watch.Says("signal 2 has other consumers"));
+        }
+        producer.Push(MakeEvent(2, round));
+        EXPECT_EQ(watch.Line(), R"({"kind":"event","signal":2,"timestampMs":)" +
+                                        std::to_string(round) + R"(,"payload":null})");
+        if (round == 1) hub->process().Kill();
+    }
+    EXPECT_TRUE(watch.Says("the hub has died"));
+    EXPECT_EQ(watch.Status(), 0);
+}
+
+TEST(Push, TellsOfDemandAndNudgesAndLeavesOnASignal) {
+    const HubProcess hub;
+    const auto record = std::make_shared<Record>();
+    const auto consumer = ndk::SharedRefBase::make<RecordingConsumer>(record);
+    Ctl push({"push", "7", "--ttl", "3"});
+    ASSERT_TRUE(push.Says("signal 7 is registered"));
+    EXPECT_THAT(DumpOf(*hub.producers()), HasSubstr("TTL: 3 ms"));
+    std::shared_ptr<hub::IToken> token;
+    ASSERT_TRUE(hub.consumers()->subscribe(7, consumer, &token).isOk());
+    EXPECT_EQ(push.Line(), "7  wanted: there are consumers");
+    Ctl nudge({"nudge", "7", "--json"});
+    EXPECT_EQ(nudge.Line(), R"({"kind":"nudge","signal":7})");
+    EXPECT_EQ(nudge.Status(), 0);
+    EXPECT_EQ(push.Line(), "7  asked for an update");
+    push.Type(R"({"timestampMs":4,"payload":{"type":"SignalDescriptor","value":{"tags":["x"]}}})");
+    EXPECT_EQ(push.Line(), R"(7  @4 ms  descriptor of signal 0, tags ["x"], TTL 0 ms)");
+    push.Signal(SIGINT);
+    EXPECT_EQ(push.Status(), 0);
+    EXPECT_THAT(record->WaitFor(2),
+                ElementsAre("consumer: update 7 @4 x", "consumer: unavailable 7 UNREGISTERED"));
+}
+
+TEST(Push, MakesEventsUpAtARateOnceTheyAreWanted) {
+    const HubProcess hub;
+    Ctl push({"push", "7", "--rate", "1000", "--count", "3", "--wait", "--json"});
+    ASSERT_TRUE(push.Says("signal 7 is registered"));
+    Ctl watch({"watch", "7", "--count", "3"});
+    EXPECT_EQ(push.Line(), R"({"kind":"demand","signal":7,"clients":true})");
+    for (int event = 1; event <= 3; ++event)
+        EXPECT_THAT(push.Line(), HasSubstr("\"tags\":[\"event " + std::to_string(event) + "\"]"));
+    EXPECT_EQ(push.Status(), 0);
+    EXPECT_EQ(watch.Status(), 0);
+}
+
+struct Ending {
+    std::vector<std::string> arguments;
+    int status;
+    std::string talk;
+    std::string input = "";
+};
+
+void ExpectEnding(const Ending& ending) {
+    SCOPED_TRACE(::testing::PrintToString(ending.arguments));
+    Ctl run(ending.arguments);
+    if (!ending.input.empty()) run.Type(ending.input);
+    run.EndInput();
+    EXPECT_EQ(run.Status(), ending.status);
+    EXPECT_TRUE(run.Says(ending.talk, ending.talk.empty() ? 0 : 1));
+}
+
+TEST(ExitStatus, TellsHowARunEnded) {
+    for (const Ending& ending :
+         std::vector<Ending>{{{"--help"}, 0, ""},
+                             {{}, 2, "subcommand is required"},
+                             {{"look"}, 2, "subcommand is required"},
+                             {{"watch"}, 2, "SIGNAL is required"},
+                             {{"watch", "two"}, 2, "SIGNAL"},
+                             {{"watch", "2", "--count", "0"}, 2, "--count"},
+                             {{"push", "2", "3"}, 2, "SIGNAL"},
+                             {{"push", "2", "--rate", "0"}, 2, "--rate"},
+                             {{"push", "2", "--file", "/nowhere"}, 2, "--file"},
+                             {{"dump", "tokens"}, 2, "TABLE"},
+                             {{"list"}, 0, "no hub is published"},
+                             {{"dump"}, 4, "no hub is published"},
+                             {{"nudge", "7", "--timeout", "0.1"}, 3, "waiting for the hub"}}) {
+        ExpectEnding(ending);
+    }
+    HubProcess hub;
+    const Registered producer(hub, 7);
+    for (const Ending& ending : std::vector<Ending>{
+                 {{"nudge", "9"}, 4, "signal 9 has no producer"},
+                 {{"push", "7"}, 1, "Signal already registered."},
+                 {{"push", "9"}, 1, "line 1: ", "{"},
+                 {{"push", "9"}, 1, "needs \"bytes\"", R"({"payload":{"type":"x.Y","value":0}})"},
+                 {{"push", "9"}, 1, "no payload", R"({"payload":{"type":"x.Y","bytes":"0102"}})"},
+                 {{"watch", "9", "--timeout", "0.1"}, 3, "the time is over"}}) {
+        ExpectEnding(ending);
+    }
+    Ctl push({"push", "9"});
+    ASSERT_TRUE(push.Says("signal 9 is registered"));
+    ASSERT_TRUE(hub.process().Stop());
+    ExpectEnding({{"watch", "7", "--timeout", "0.1"}, 3, "the time is over"});
+    hub.process().Kill();
+    EXPECT_EQ(push.Status(), 1);
+}
+
+}  // namespace
+}  // namespace velmora_test

@@ -1,0 +1,53 @@
+// The touch-input service: tells of its panels, keeps their listeners, and sends them what happens.
+//
+// Threads: binder threads call the interface, the script's thread the rest. A listener is called
+// with no lock held.
+
+#pragma once
+
+#include <aidl/com/quorin/input/BnSkeldaNotificationService.h>
+#include <android-base/thread_annotations.h>
+
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "options.h"
+
+namespace touchsim {
+
+namespace input = ::aidl::com::quorin::input;
+
+class TouchService : public input::BnSkeldaNotificationService {
+  public:
+    using Listener = std::shared_ptr<input::ISkeldaNotificationListener>;
+
+    explicit TouchService(const Options& options);
+
+    ndk::ScopedAStatus getPanelInfo(std::vector<input::PanelInfo>* out) override;
+    ndk::ScopedAStatus registerListener(input::PanelID panelId, int32_t notificationFlags,
+                                        const Listener& listener) override;
+    ndk::ScopedAStatus unregisterListener(input::PanelID panelId,
+                                          const Listener& listener) override;
+
+    // Returns when every panel has a listener.
+    void WaitForListeners();
+
+    // Calls every listener of the message's panel and waits for each. False if there was none, or
+    // one did not answer; a dead one is forgotten.
+    bool Send(const input::SkeldaNotificationMsg& message);
+
+  private:
+    bool EveryPanelHasListeners() REQUIRES(mutex_);
+
+    const std::vector<std::pair<int8_t, int64_t>> panels_;
+    std::mutex mutex_;
+    std::condition_variable registered_;
+    int panel_info_failures_ GUARDED_BY(mutex_);
+    std::map<int8_t, int> register_failures_ GUARDED_BY(mutex_);
+    std::map<input::PanelID, std::vector<Listener>> listeners_ GUARDED_BY(mutex_);
+};
+
+}  // namespace touchsim

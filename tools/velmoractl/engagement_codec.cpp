@@ -1,0 +1,154 @@
+#include "engagement_codec.h"
+
+#include <android/binder_enums.h>
+
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+namespace velmoractl {
+
+namespace {
+
+namespace signals = ::aidl::vendor::quorin::velmora_hub::signals;
+using signals::EngagementRegion;
+using signals::Evidence;
+using signals::EvidenceSubType;
+using signals::NormalizedRect;
+using Gesture = signals::TouchGestureKind;
+using GestureTag =
+        std::integral_constant<EvidenceSubType::Tag, EvidenceSubType::Tag::touch_gesture>;
+
+template <typename Enum>
+Json EnumToJson(Enum value) {
+    for (const Enum known : ndk::enum_range<Enum>())
+        if (known == value) return toString(value);
+    return static_cast<int32_t>(value);
+}
+
+template <typename Enum>
+Enum EnumFromJson(const Json& json) {
+    if (!json.is_string()) return static_cast<Enum>(json.get<int32_t>());
+    for (const Enum known : ndk::enum_range<Enum>())
+        if (toString(known) == json.get<std::string>()) return known;
+    throw std::invalid_argument("no such enumerator: " + OneLine(json));
+}
+
+// What is no number has no JSON form but null.
+float FloatFromJson(const Json& json) {
+    return json.is_null() ? std::numeric_limits<float>::quiet_NaN() : json.get<float>();
+}
+
+void ReadFloat(const Json& json, const char* name, float* value) {
+    if (json.contains(name)) *value = FloatFromJson(json.at(name));
+}
+
+Json ToJson(const std::optional<NormalizedRect>& rect) {
+    if (!rect) return nullptr;
+    return {{"left", rect->left},
+            {"top", rect->top},
+            {"right", rect->right},
+            {"bottom", rect->bottom}};
+}
+
+Json ToJson(const Evidence& evidence) {
+    Json json = {{"type", EnumToJson(evidence.type)}, {"weight", evidence.weight}};
+    if (evidence.sub_type.getTag() == GestureTag::value)
+        json["touch_gesture"] = EnumToJson(evidence.sub_type.get<GestureTag::value>());
+    return json;
+}
+
+Json ToJson(const EngagementRegion& region);
+
+template <typename Elements>
+Json ListToJson(const Elements& elements) {
+    Json list = Json::array();
+    for (const auto& element : elements)
+        list.push_back(ToJson(element));
+    return list;
+}
+
+Json ToJson(const EngagementRegion& region) {
+    return {{"rects", region.rects ? ListToJson(*region.rects) : Json()},
+            {"confidence", region.confidence},
+            {"evidence", ListToJson(region.evidence)}};
+}
+
+std::optional<NormalizedRect> RectFromJson(const Json& json) {
+    if (json.is_null()) return std::nullopt;
+    NormalizedRect rect;
+    ReadFloat(json, "left", &rect.left);
+    ReadFloat(json, "top", &rect.top);
+    ReadFloat(json, "right", &rect.right);
+    ReadFloat(json, "bottom", &rect.bottom);
+    return rect;
+}
+
+Evidence EvidenceFromJson(const Json& json) {
+    Evidence evidence;
+    ReadFloat(json, "weight", &evidence.weight);
+    if (json.contains("type"))
+        evidence.type = EnumFromJson<decltype(evidence.type)>(json.at("type"));
+    if (json.contains("touch_gesture"))
+        evidence.sub_type.set<GestureTag::value>(EnumFromJson<Gesture>(json.at("touch_gesture")));
+    return evidence;
+}
+
+EngagementRegion RegionFromJson(const Json& json) {
+    EngagementRegion region;
+    ReadFloat(json, "confidence", &region.confidence);
+    if (json.contains("rects") && !json.at("rects").is_null()) {
+        region.rects.emplace();
+        for (const Json& rect : json.at("rects"))
+            region.rects->push_back(RectFromJson(rect));
+    }
+    for (const Json& evidence : json.value("evidence", Json::array()))
+        region.evidence.push_back(EvidenceFromJson(evidence));
+    return region;
+}
+
+// "SINGLE_TAP at (0.25, 0.5 - 0.3, 0.55)"
+std::string ToText(const EngagementRegion& region) {
+    std::string text;
+    for (const Evidence& evidence : region.evidence)
+        text += (text.empty() ? "" : "+") + toString(evidence.sub_type.get<GestureTag::value>());
+    if (text.empty()) text = "no evidence";
+    for (const auto& rect : region.rects.value_or(std::vector<std::optional<NormalizedRect>>())) {
+        char place[128] = " at nowhere";
+        if (rect) {
+            std::snprintf(place, sizeof(place), " at (%.4g, %.4g - %.4g, %.4g)", rect->left,
+                          rect->top, rect->right, rect->bottom);
+        }
+        text += place;
+    }
+    return text;
+}
+
+}  // namespace
+
+Json ToJson(const Engagement& payload) {
+    return {{"overall_confidence", payload.overall_confidence},
+            {"regions", ListToJson(payload.regions)},
+            {"display", payload.display}};
+}
+
+std::string ToText(const Engagement& payload) {
+    std::string text = "display " + std::to_string(payload.display);
+    for (const EngagementRegion& region : payload.regions)
+        text += ", " + ToText(region);
+    char confidence[64];
+    std::snprintf(confidence, sizeof(confidence), ", confidence %.4g", payload.overall_confidence);
+    return text + confidence;
+}
+
+void FromJson(const Json& json, Engagement* payload) {
+    ReadFloat(json, "overall_confidence", &payload->overall_confidence);
+    for (const Json& region : json.value("regions", Json::array()))
+        payload->regions.push_back(RegionFromJson(region));
+    payload->display = json.value("display", 0);
+}
+
+}  // namespace velmoractl
