@@ -106,14 +106,8 @@ Client::Client()
     const auto producer = ndk::SharedRefBase::make<RecordingProducer>(std::make_shared<Record>());
     EXPECT_TRUE(producers_->registerProducer(MakeDescriptor(getpid()), producer, &own_producer_)
                         .isOk());
-    EXPECT_TRUE(consumers_->subscribe(getpid(), consumer_, &own_consumer_).isOk());
-}
-
-// The hub may be gone by now.
-Client::~Client() {
-    if (subscription_ != nullptr) consumers_->unsubscribe(subscription_);
-    if (own_consumer_ != nullptr) consumers_->unsubscribe(own_consumer_);
-    if (own_producer_ != nullptr) producers_->unregisterProducer(own_producer_);
+    std::shared_ptr<hub::IToken> own_consumer;
+    EXPECT_TRUE(consumers_->subscribe(getpid(), consumer_, &own_consumer).isOk());
 }
 
 void Client::Subscribe() {

@@ -42,7 +42,6 @@ class Client {
   public:
     // Waits until the managers are published.
     Client();
-    ~Client();
 
     // To the gestures; return when the producer has been told.
     void Subscribe();
@@ -66,7 +65,6 @@ class Client {
     const std::shared_ptr<Record> fences_;
     const std::shared_ptr<hub::IVelmoraHubConsumer> consumer_;
     std::shared_ptr<hub::IToken> own_producer_;
-    std::shared_ptr<hub::IToken> own_consumer_;
     std::shared_ptr<hub::IToken> subscription_;
     size_t fence_count_ = 0;
 };

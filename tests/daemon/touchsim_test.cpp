@@ -52,6 +52,9 @@ TEST(Touchsim, SaysWhereAScriptIsWrongAndEnds) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.line);
         const auto touchsim = StartTouchsim();
+        // A service that ends while the daemon still registers makes it pause.
+        EXPECT_TRUE(WaitForListeners(*touchsim));
+        ASSERT_TRUE(host::testing::WaitForRest({daemon->pid()}));
         Touch(*touchsim, "# This line and the next two are right.\n\n" + TapLine(1));
         Touch(*touchsim, row.line);
         EXPECT_EQ(touchsim->WaitExit(), ExitStatus{.code = 1});

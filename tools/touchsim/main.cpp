@@ -11,11 +11,13 @@
 
 #include "gesture_script.h"
 #include "options.h"
+#include "say.h"
 #include "touch_service.h"
 
 namespace {
 
 using touchsim::Options;
+using touchsim::Say;
 using touchsim::Step;
 using touchsim::TouchService;
 
@@ -37,8 +39,7 @@ bool Play(std::istream& script, const Options& options, TouchService& service, C
     for (int number = 1; std::getline(script, line); ++number) {
         const auto step = touchsim::ParseStep(line, &error);
         if (!error.empty()) {
-            std::cerr << "touchsim: " << options.file << ":" << number << ": " << error
-                      << std::endl;
+            Say(options.file + ":" + std::to_string(number) + ": " + error);
             return false;
         }
         if (!step) continue;
@@ -73,25 +74,22 @@ int main(int argc, char** argv) {
     const auto options = touchsim::ParseOptions(argc, argv, &status);
     if (!options) return status;
     if (options->file != "-" && !std::ifstream(options->file)) {
-        std::cerr << "touchsim: cannot read " << options->file << std::endl;
+        Say("cannot read " + options->file);
         return 1;
     }
     ABinderProcess_startThreadPool();
     const auto service = ndk::SharedRefBase::make<TouchService>(*options);
     if (!Publish(service)) {
-        std::cerr
-                << "touchsim: the touch-input service cannot be published: it is not declared, or "
-                   "another process has it"
-                << std::endl;
+        Say("the touch-input service cannot be published: it is not declared, or another process "
+            "has it");
         return 1;
     }
-    std::cerr << "touchsim: waiting for a listener on each of " << options->panels.size()
-              << " panels" << std::endl;
+    Say("waiting for a listener on each of " + std::to_string(options->panels.size()) + " panels");
     service->WaitForListeners();
     Counts counts;
     const bool played = PlayAll(*options, *service, &counts);
-    std::cerr << "touchsim: " << counts.sent << " gestures sent, " << counts.unheard
-              << " of them heard by no listener" << std::endl;
+    Say(std::to_string(counts.sent) + " gestures sent, " + std::to_string(counts.unheard) +
+        " of them heard by no listener");
     if (played && options->stay) ABinderProcess_joinThreadPool();
     return played ? 0 : 1;
 }

@@ -80,6 +80,12 @@ std::optional<Options> ParseOptions(int argc, char** argv, int* status) {
     app.add_option("--fail-panel-info", options.fail_panel_info,
                    "Refuse to tell of the panels so many times")
             ->check(CLI::NonNegativeNumber);
+    std::optional<int> stop_register;
+    app.add_option("--stop-register", stop_register,
+                   "PANEL: stop the process (SIGSTOP) inside a registration for the panel")
+            ->check(CLI::Range(SCHAR_MIN, SCHAR_MAX));
+    app.add_flag("--stop-panel-info", options.stop_panel_info,
+                 "Stop the process (SIGSTOP) when it is asked for the panels");
     app.add_option("--die-after", options.die_after, "Kill the process after so many gestures")
             ->check(CLI::PositiveNumber);
     try {
@@ -88,6 +94,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int* status) {
         *status = app.exit(error, std::cout, std::cerr) == 0 ? 0 : kUsageError;
         return std::nullopt;
     }
+    if (stop_register) options.stop_register = static_cast<int8_t>(*stop_register);
     for (const std::string& text : panels) {
         int64_t flags = 7;
         int8_t panel = 0;

@@ -21,6 +21,9 @@ struct Options {
     // How many calls to refuse, by panel, and of getPanelInfo.
     std::map<int8_t, int> fail_register;
     int fail_panel_info = 0;
+    // The calls inside which the process stops itself: that of the panel, and getPanelInfo.
+    std::optional<int8_t> stop_register;
+    bool stop_panel_info = false;
     // The gesture with which the process kills itself; 0: none.
     int64_t die_after = 0;
 };

@@ -1,7 +1,11 @@
 #include "touch_service.h"
 
+#include <signal.h>
+
 #include <algorithm>
-#include <iostream>
+#include <string>
+
+#include "say.h"
 
 namespace touchsim {
 
@@ -14,8 +18,8 @@ using ndk::ScopedAStatus;
 // What a fault on demand answers.
 constexpr int32_t kFault = 1;
 
-int NumberOf(PanelID panel) {
-    return static_cast<int>(panel);
+std::string NumberOf(PanelID panel) {
+    return std::to_string(static_cast<int>(panel));
 }
 
 // A proxy is made anew for every call; the binder below stays the same.
@@ -29,14 +33,17 @@ auto IsSame(const TouchService::Listener& listener) {
 
 TouchService::TouchService(const Options& options)
         : panels_(options.panels),
+          stop_register_(options.stop_register),
+          stop_panel_info_(options.stop_panel_info),
           panel_info_failures_(options.fail_panel_info),
           register_failures_(options.fail_register) {}
 
 ScopedAStatus TouchService::getPanelInfo(std::vector<PanelInfo>* out) {
+    if (stop_panel_info_) raise(SIGSTOP);
     std::lock_guard lock(mutex_);
     if (panel_info_failures_ > 0) {
         --panel_info_failures_;
-        std::cerr << "touchsim: refused to tell of the panels" << std::endl;
+        Say("refused to tell of the panels");
         return ScopedAStatus::fromServiceSpecificErrorWithMessage(kFault, "no panel info today");
     }
     for (const auto& [panel, flags] : panels_) {
@@ -50,17 +57,18 @@ ScopedAStatus TouchService::getPanelInfo(std::vector<PanelInfo>* out) {
 
 ScopedAStatus TouchService::registerListener(PanelID panelId, int32_t notificationFlags,
                                              const Listener& listener) {
+    if (stop_register_ == static_cast<int8_t>(panelId)) raise(SIGSTOP);
     std::lock_guard lock(mutex_);
     if (int& failures = register_failures_[static_cast<int8_t>(panelId)]; failures > 0) {
         --failures;
-        std::cerr << "touchsim: refused a listener of panel " << NumberOf(panelId) << std::endl;
+        Say("refused a listener of panel " + NumberOf(panelId));
         return ScopedAStatus::fromServiceSpecificErrorWithMessage(kFault, "no listener today");
     }
     auto& listeners = listeners_[panelId];
     if (std::none_of(listeners.begin(), listeners.end(), IsSame(listener)))
         listeners.push_back(listener);
-    std::cerr << "touchsim: panel " << NumberOf(panelId) << " has a listener for flags "
-              << notificationFlags << std::endl;
+    Say("panel " + NumberOf(panelId) + " has a listener for flags " +
+        std::to_string(notificationFlags));
     registered_.notify_all();
     return ScopedAStatus::ok();
 }
@@ -70,7 +78,7 @@ ScopedAStatus TouchService::unregisterListener(PanelID panelId, const Listener& 
     auto& listeners = listeners_[panelId];
     listeners.erase(std::remove_if(listeners.begin(), listeners.end(), IsSame(listener)),
                     listeners.end());
-    std::cerr << "touchsim: a listener has left panel " << NumberOf(panelId) << std::endl;
+    Say("a listener has left panel " + NumberOf(panelId));
     return ScopedAStatus::ok();
 }
 

@@ -43,6 +43,8 @@ class TouchService : public input::BnSkeldaNotificationService {
     bool EveryPanelHasListeners() REQUIRES(mutex_);
 
     const std::vector<std::pair<int8_t, int64_t>> panels_;
+    const std::optional<int8_t> stop_register_;
+    const bool stop_panel_info_;
     std::mutex mutex_;
     std::condition_variable registered_;
     int panel_info_failures_ GUARDED_BY(mutex_);
