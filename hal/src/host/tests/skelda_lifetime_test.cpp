@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <atomic>
 #include <thread>
@@ -122,6 +123,25 @@ TEST_F(SkeldaLifetime, LooksAgainForAServiceThatWasDeadBeforeItWasLinkedTo) {
     EXPECT_EQ(record->WaitFor(5).size(), 5u);
     EXPECT_EQ(log.Texts("waiting for service...").size(), 2u);
     EXPECT_EQ(log.Texts("service died").size(), 0u);
+}
+
+TEST_F(SkeldaLifetime, TellsAlsoOfADeathThatAPassNoticedFirst) {
+    LogCapture log;
+    // A link in front of the producer's: its unlink callback keeps the producer's notice waiting.
+    const ::ndk::ScopedAIBinder_DeathRecipient first(AIBinder_DeathRecipient_new([](void*) {}));
+    ASSERT_EQ(AIBinder_linkToDeath(mortal.object().get(), first.get(), nullptr), STATUS_OK);
+    {
+        const HeldUnlinks held;
+        Start([&](const std::string&, int) {
+            mortal.process().Signal(SIGKILL);
+            EXPECT_TRUE(held.WaitForHeld(1));
+            return ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+        });
+        EXPECT_TRUE(log.WaitForText("Failed to get panel info"));
+        EXPECT_TRUE(WaitForRest());
+        EXPECT_EQ(log.Texts("service died").size(), 0u);
+    }
+    EXPECT_TRUE(log.WaitForText("service died"));
 }
 
 TEST_F(SkeldaLifetime, MayEndOnItsOwnThread) {
