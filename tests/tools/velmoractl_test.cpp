@@ -291,13 +291,14 @@ void ExpectEnding(const Ending& ending) {
 TEST(ExitStatus, TellsHowARunEnded) {
     for (const Ending& ending :
          std::vector<Ending>{{{"--help"}, 0, ""},
-                             {{}, 2, "subcommand is required"},
-                             {{"look"}, 2, "subcommand is required"},
+                             {{}, 2, "velmoractl: A verb is required"},
+                             {{"look"}, 2, "not expected: look"},
                              {{"watch"}, 2, "SIGNAL is required"},
                              {{"watch", "two"}, 2, "SIGNAL"},
                              {{"watch", "2", "--count", "0"}, 2, "--count"},
                              {{"push", "2", "3"}, 2, "SIGNAL"},
                              {{"push", "2", "--rate", "0"}, 2, "--rate"},
+                             {{"push", "2", "--rate", "nan"}, 2, "--rate"},
                              {{"push", "2", "--file", "/nowhere"}, 2, "--file"},
                              {{"dump", "tokens"}, 2, "TABLE"},
                              {{"list"}, 0, "no hub is published"},
@@ -310,7 +311,14 @@ TEST(ExitStatus, TellsHowARunEnded) {
     for (const Ending& ending : std::vector<Ending>{
                  {{"nudge", "9"}, 4, "signal 9 has no producer"},
                  {{"push", "7"}, 1, "Signal already registered."},
-                 {{"push", "9"}, 1, "line 1: ", "{"},
+                 {{"push", "9"}, 1, "line 1: parse error", "{"},
+                 {{"push", "9"}, 1, "timestampMs: a whole number", R"({"timestampMs":1e300})"},
+                 {{"push", "9"},
+                  1,
+                  "confidence: a number",
+                  R"({"payload":{"type":"UserEngagementPayload",)"
+                  R"("value":{"overall_confidence":1e300}}})"},
+                 {{"push", "9"}, 1, "line 1: too long", std::string(10 << 20, 'x')},
                  {{"push", "9"}, 1, "needs \"bytes\"", R"({"payload":{"type":"x.Y","value":0}})"},
                  {{"push", "9"}, 1, "no payload", R"({"payload":{"type":"x.Y","bytes":"0102"}})"},
                  {{"watch", "9", "--timeout", "0.1"}, 3, "the time is over"}}) {

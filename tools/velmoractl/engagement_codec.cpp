@@ -2,12 +2,12 @@
 
 #include <android/binder_enums.h>
 
-#include <cmath>
 #include <cstdio>
-#include <limits>
 #include <optional>
 #include <stdexcept>
 #include <vector>
+
+#include "json_field.h"
 
 namespace velmoractl {
 
@@ -31,19 +31,10 @@ Json EnumToJson(Enum value) {
 
 template <typename Enum>
 Enum EnumFromJson(const Json& json) {
-    if (!json.is_string()) return static_cast<Enum>(json.get<int32_t>());
+    if (!json.is_string()) return static_cast<Enum>(IntegerFrom<int32_t>(json, "enumerator"));
     for (const Enum known : ndk::enum_range<Enum>())
         if (toString(known) == json.get<std::string>()) return known;
     throw std::invalid_argument("no such enumerator: " + OneLine(json));
-}
-
-// What is no number has no JSON form but null.
-float FloatFromJson(const Json& json) {
-    return json.is_null() ? std::numeric_limits<float>::quiet_NaN() : json.get<float>();
-}
-
-void ReadFloat(const Json& json, const char* name, float* value) {
-    if (json.contains(name)) *value = FloatFromJson(json.at(name));
 }
 
 Json ToJson(const std::optional<NormalizedRect>& rect) {
@@ -80,16 +71,16 @@ Json ToJson(const EngagementRegion& region) {
 std::optional<NormalizedRect> RectFromJson(const Json& json) {
     if (json.is_null()) return std::nullopt;
     NormalizedRect rect;
-    ReadFloat(json, "left", &rect.left);
-    ReadFloat(json, "top", &rect.top);
-    ReadFloat(json, "right", &rect.right);
-    ReadFloat(json, "bottom", &rect.bottom);
+    ReadField(json, "left", &rect.left);
+    ReadField(json, "top", &rect.top);
+    ReadField(json, "right", &rect.right);
+    ReadField(json, "bottom", &rect.bottom);
     return rect;
 }
 
 Evidence EvidenceFromJson(const Json& json) {
     Evidence evidence;
-    ReadFloat(json, "weight", &evidence.weight);
+    ReadField(json, "weight", &evidence.weight);
     if (json.contains("type"))
         evidence.type = EnumFromJson<decltype(evidence.type)>(json.at("type"));
     if (json.contains("touch_gesture"))
@@ -99,7 +90,7 @@ Evidence EvidenceFromJson(const Json& json) {
 
 EngagementRegion RegionFromJson(const Json& json) {
     EngagementRegion region;
-    ReadFloat(json, "confidence", &region.confidence);
+    ReadField(json, "confidence", &region.confidence);
     if (json.contains("rects") && !json.at("rects").is_null()) {
         region.rects.emplace();
         for (const Json& rect : json.at("rects"))
@@ -113,8 +104,10 @@ EngagementRegion RegionFromJson(const Json& json) {
 // "SINGLE_TAP at (0.25, 0.5 - 0.3, 0.55)"
 std::string ToText(const EngagementRegion& region) {
     std::string text;
-    for (const Evidence& evidence : region.evidence)
-        text += (text.empty() ? "" : "+") + toString(evidence.sub_type.get<GestureTag::value>());
+    for (const Evidence& evidence : region.evidence) {
+        if (!text.empty()) text += "+";
+        text += toString(evidence.sub_type.get<GestureTag::value>());
+    }
     if (text.empty()) text = "no evidence";
     for (const auto& rect : region.rects.value_or(std::vector<std::optional<NormalizedRect>>())) {
         char place[128] = " at nowhere";
@@ -145,10 +138,10 @@ std::string ToText(const Engagement& payload) {
 }
 
 void FromJson(const Json& json, Engagement* payload) {
-    ReadFloat(json, "overall_confidence", &payload->overall_confidence);
+    ReadField(json, "overall_confidence", &payload->overall_confidence);
     for (const Json& region : json.value("regions", Json::array()))
         payload->regions.push_back(RegionFromJson(region));
-    payload->display = json.value("display", 0);
+    ReadField(json, "display", &payload->display);
 }
 
 }  // namespace velmoractl

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "json_field.h"
 #include "payload_codec.h"
 
 namespace velmoractl {
@@ -39,7 +40,7 @@ std::optional<VelmoraEvent> EventFromLine(const std::string& line, int32_t signa
     if (!json.is_object()) throw std::invalid_argument("not an object");
     if (json.value(kKind, kEvent) != kEvent) return std::nullopt;
     VelmoraEvent event = NewEvent(signal);
-    event.timestampMs = json.value(kTimestamp, event.timestampMs);
+    ReadField(json, kTimestamp, &event.timestampMs);
     if (json.contains(kPayload)) event.payload = PayloadFromJson(json.at(kPayload));
     return event;
 }

@@ -1,4 +1,6 @@
 #include <android/binder_process.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "options.h"
 #include "output.h"
@@ -11,6 +13,14 @@ namespace {
 
 using velmoractl::Options;
 using velmoractl::Output;
+
+// A standard stream that is closed must not become another file of the process.
+void FillStandardStreams() {
+    int file = 0;
+    while (file >= 0 && file <= STDERR_FILENO)
+        file = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (file >= 0) close(file);
+}
 
 int RunVerb(const Options& options, const Output& output,
             const std::shared_ptr<velmoractl::Loop>& loop) {
@@ -26,6 +36,7 @@ int RunVerb(const Options& options, const Output& output,
 }  // namespace
 
 int main(int argc, char** argv) {
+    FillStandardStreams();
     const auto parsed = velmoractl::ParseOptions(argc, argv);
     if (const int* status = std::get_if<int>(&parsed)) return *status;
     const Options& options = *std::get_if<Options>(&parsed);

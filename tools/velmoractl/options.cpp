@@ -2,6 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <sstream>
 
 #include "output.h"
 
@@ -43,13 +46,27 @@ constexpr char kPushFooter[] =
         "  velmoractl push 7 --rate 10 --count 100\n"
         "  velmoractl watch 2 --json | velmoractl push 7";
 
+// Unlike CLI::Range refuses what is no number at all.
+CLI::Validator Between(double least, double most) {
+    return CLI::Validator(
+            [least, most](const std::string& text) {
+                char* end = nullptr;
+                const double value = std::strtod(text.c_str(), &end);
+                if (*end == '\0' && value >= least && value <= most) return std::string();
+                std::ostringstream error;
+                error << "'" << text << "' is no number from " << least << " to " << most;
+                return error.str();
+            },
+            "");
+}
+
 CLI::App* AddVerb(CLI::App& app, const std::string& name, const std::string& help,
                   Options& options) {
     CLI::App* verb = app.add_subcommand(name, help);
     verb->add_flag("--json", options.json, "One JSON object per line");
     verb->add_option("--timeout", options.timeout, "Give up after that time, with status 3")
             ->type_name("SECONDS")
-            ->check(CLI::Range(0.0, 1e9));
+            ->check(Between(0, 1e9));
     return verb;
 }
 
@@ -75,10 +92,10 @@ void AddPush(CLI::App& app, Options& options) {
             ->check(CLI::ExistingFile);
     push->add_option("--rate", options.rate, "Push at most so many events per second")
             ->type_name("N")
-            ->check(CLI::Range(1e-3, 1e6));
+            ->check(Between(1e-3, 1e6));
     push->add_option("--ttl", options.ttl_ms, "The time-to-live to register with")
             ->type_name("MS")
-            ->check(CLI::NonNegativeNumber);
+            ->check(CLI::Range(int64_t{0}, std::numeric_limits<int64_t>::max()));
     push->add_flag("--wait", options.wait, "Begin when the hub first tells of consumers");
 }
 
@@ -103,10 +120,14 @@ std::variant<Options, int> ParseOptions(int argc, char** argv) {
     Options options;
     CLI::App app("Looks at a signal hub, and takes part in it by hand.", "velmoractl");
     app.footer(kFooter);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return std::string("velmoractl: ") + error.what() + "\nvelmoractl --help tells more.\n";
+    });
     AddVerbs(app, options);
     try {
         app.parse(argc, argv);
+        if (app.get_subcommands().empty()) throw CLI::RequiredError("A verb");
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kDone : kUsage;
     }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "engagement_codec.h"
+#include "json_field.h"
 
 namespace velmoractl {
 
@@ -89,9 +90,9 @@ std::string ToText(const SignalDescriptor& payload) {
 }
 
 void FromJson(const Json& json, SignalDescriptor* payload) {
-    payload->signalId = json.value("signalId", 0);
-    payload->tags = json.value("tags", payload->tags);
-    payload->ttlMs = json.value("ttlMs", payload->ttlMs);
+    ReadField(json, "signalId", &payload->signalId);
+    ReadField(json, "tags", &payload->tags);
+    ReadField(json, "ttlMs", &payload->ttlMs);
 }
 
 // Null if the holder has something else in it.
@@ -147,6 +148,7 @@ std::string PayloadToText(const AParcelableHolder& payload) {
 AParcelableHolder PayloadFromJson(const Json& json) {
     AParcelableHolder holder(ndk::STABILITY_VINTF);
     if (json.is_null()) return holder;
+    if (!json.is_object()) throw std::invalid_argument("\"payload\" is no object");
     if (json.contains("bytes")) return HolderOf(BytesOf(json.at("bytes").get<std::string>()));
     const std::string type = json.at("type").get<std::string>();
     if (!Encode<Engagement>(json, type, &holder) && !Encode<SignalDescriptor>(json, type, &holder))

@@ -11,6 +11,16 @@
 
 namespace velmoractl {
 
+namespace {
+
+// Without the mark that the JSON library puts in front: "[json.exception.out_of_range.403] ".
+std::string ReasonOf(const std::exception& error) {
+    const std::string what = error.what();
+    return what[0] == '[' ? what.substr(what.find(' ') + 1) : what;
+}
+
+}  // namespace
+
 // Hands over what the hub asks for, in its order. Any thread.
 class Push::Producer : public hub::BnVelmoraHubProducer {
   public:
@@ -50,6 +60,7 @@ int Push::Run() {
     const DeathWatch death(
             hub_, [this, loop = loop_] { loop->Post([this] { Fail("the hub has died"); }); });
     if (!death.alive()) Fail("the hub has died");
+    if (!made_up_ && lines_.descriptor() < 0) Fail("cannot read " + options_.file);
     if (loop_->stopped() || !Register()) return kError;
     while (!loop_->stopped())
         Step();
@@ -96,13 +107,15 @@ bool Push::PushNext() {
 
 bool Push::PushLine() {
     const std::optional<std::string> line = lines_.Take();
+    if (!line && lines_.overlong())
+        Fail("line " + std::to_string(lines_.number() + 1) + ": too long");
     if (!line) return false;
     if (line->find_first_not_of(" \t\r") == line->npos) return true;
     try {
         const std::optional<hub::VelmoraEvent> event = EventFromLine(*line, signal_);
         return !event || PushEvent(*event);
     } catch (const std::exception& error) {
-        Fail("line " + std::to_string(lines_.number()) + ": " + error.what());
+        Fail("line " + std::to_string(lines_.number()) + ": " + ReasonOf(error));
         return true;
     }
 }
