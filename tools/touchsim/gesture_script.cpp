@@ -21,6 +21,11 @@ using nlohmann::json;
 
 constexpr double kLongestDelayMs = 24 * 3600 * 1000.0;
 
+// What the script says, without its control characters.
+std::string Quoted(const std::string& text) {
+    return json(text).dump(-1, ' ', true);
+}
+
 // What the fields of one line say. The first thing that is wrong with them stays.
 class Fields {
   public:
@@ -60,7 +65,7 @@ class Fields {
             if (names[i] == text) return static_cast<int>(i) + 1;
             known += (i == 0 ? "" : ", ") + names[i];
         }
-        Fail(std::string(name) + ": \"" + text + "\" is none of " + known);
+        Fail(std::string(name) + ": " + Quoted(text) + " is none of " + known);
         return 0;
     }
     std::string Text(const char* name) {
@@ -87,7 +92,7 @@ class Fields {
     // A field that nobody asked for is a slip of the pen.
     void RefuseOthers() {
         for (const auto& item : object_.items())
-            if (asked_.count(item.key()) == 0) Fail("\"" + item.key() + "\" does not belong here");
+            if (asked_.count(item.key()) == 0) Fail(Quoted(item.key()) + " does not belong here");
     }
 
   private:
@@ -155,7 +160,7 @@ std::vector<uint8_t> EncodeGesture(Fields& fields) {
     } else if (kind == "zoom") {
         FillZoom(packet.mutable_zoom_gesture(), fields);
     } else {
-        fields.Fail("gesture: \"" + kind + "\" is none of touch_down, tap, scroll, zoom");
+        fields.Fail("gesture: " + Quoted(kind) + " is none of touch_down, tap, scroll, zoom");
     }
     const std::string bytes = packet.SerializeAsString();
     return {bytes.begin(), bytes.end()};

@@ -4,6 +4,7 @@
 #include <android/binder_process.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -62,6 +63,12 @@ bool PlayAll(const Options& options, TouchService& service, Counts* counts) {
     return true;
 }
 
+// A folder can be opened too, but has no lines.
+bool CanRead(const std::string& file) {
+    std::error_code error;
+    return file == "-" || (!std::filesystem::is_directory(file, error) && std::ifstream(file));
+}
+
 bool Publish(const std::shared_ptr<TouchService>& service) {
     const std::string name = std::string(TouchService::descriptor) + "/default";
     return AServiceManager_addService(service->asBinder().get(), name.c_str()) == EX_NONE;
@@ -73,7 +80,7 @@ int main(int argc, char** argv) {
     int status = 0;
     const auto options = touchsim::ParseOptions(argc, argv, &status);
     if (!options) return status;
-    if (options->file != "-" && !std::ifstream(options->file)) {
+    if (!CanRead(options->file)) {
         Say("cannot read " + options->file);
         return 1;
     }

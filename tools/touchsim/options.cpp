@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 #include <iostream>
+#include <limits>
 
 namespace touchsim {
 
@@ -45,12 +46,27 @@ bool ParsePair(const std::string& text, int8_t* panel, int64_t* number) {
     return *end == '\0';
 }
 
-CLI::Validator IsPair() {
+CLI::Validator IsPair(int64_t most = std::numeric_limits<int64_t>::max()) {
+    return CLI::Validator(
+            [most](const std::string& text) {
+                int8_t panel;
+                int64_t number = 0;
+                return ParsePair(text, &panel, &number) && number >= 0 && number <= most
+                               ? ""
+                               : "'" + text + "' is not PANEL:NUMBER";
+            },
+            "");
+}
+
+// Whatever is no number at all is in no range either.
+CLI::Validator IsSpeed() {
     return CLI::Validator(
             [](const std::string& text) {
-                int8_t panel;
-                int64_t number;
-                return ParsePair(text, &panel, &number) ? "" : "'" + text + "' is not PANEL:NUMBER";
+                char* end = nullptr;
+                const double speed = std::strtod(text.c_str(), &end);
+                const bool ok =
+                        *end == '\0' && speed >= 0 && speed <= std::numeric_limits<double>::max();
+                return ok ? "" : "'" + text + "' is no speed";
             },
             "");
 }
@@ -67,19 +83,21 @@ std::optional<Options> ParseOptions(int argc, char** argv, int* status) {
             ->capture_default_str();
     app.add_option("--panels", panels, "PANEL[:FLAGS],...: the panels, 0,1 if not given")
             ->delimiter(',')
+            ->allow_extra_args(false)
             ->check(IsPair());
     app.add_flag("--loop", options.loop, "Begin again at the end of the script, which is a file");
     app.add_flag("--stay", options.stay, "Go on serving at the end of the script");
     app.add_option("--speed", options.speed,
                    "How many times faster than written; 0: without a pause, each call awaited")
-            ->check(CLI::NonNegativeNumber)
+            ->check(IsSpeed())
             ->capture_default_str();
     app.add_option("--fail-register", fail_register,
                    "PANEL:TIMES: refuse so many registrations of listeners for the panel")
-            ->check(IsPair());
+            ->allow_extra_args(false)
+            ->check(IsPair(INT_MAX));
     app.add_option("--fail-panel-info", options.fail_panel_info,
                    "Refuse to tell of the panels so many times")
-            ->check(CLI::NonNegativeNumber);
+            ->check(CLI::Range(0, INT_MAX));
     std::optional<int> stop_register;
     app.add_option("--stop-register", stop_register,
                    "PANEL: stop the process (SIGSTOP) inside a registration for the panel")
@@ -87,7 +105,10 @@ std::optional<Options> ParseOptions(int argc, char** argv, int* status) {
     app.add_flag("--stop-panel-info", options.stop_panel_info,
                  "Stop the process (SIGSTOP) when it is asked for the panels");
     app.add_option("--die-after", options.die_after, "Kill the process after so many gestures")
-            ->check(CLI::PositiveNumber);
+            ->check(CLI::Range(int64_t{1}, std::numeric_limits<int64_t>::max()));
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return std::string("touchsim: ") + error.what() + "\ntouchsim --help tells more.\n";
+    });
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
