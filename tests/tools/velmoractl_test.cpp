@@ -319,6 +319,7 @@ TEST(ExitStatus, TellsHowARunEnded) {
                   R"({"payload":{"type":"UserEngagementPayload",)"
                   R"("value":{"overall_confidence":1e300}}})"},
                  {{"push", "9"}, 1, "line 1: too long", std::string(10 << 20, 'x')},
+                 {{"push", "9"}, 1, "\"paylod\" does not belong here", R"({"paylod":null})"},
                  {{"push", "9"}, 1, "needs \"bytes\"", R"({"payload":{"type":"x.Y","value":0}})"},
                  {{"push", "9"}, 1, "no payload", R"({"payload":{"type":"x.Y","bytes":"0102"}})"},
                  {{"watch", "9", "--timeout", "0.1"}, 3, "the time is over"}}) {

@@ -71,6 +71,7 @@ Json ToJson(const EngagementRegion& region) {
 std::optional<NormalizedRect> RectFromJson(const Json& json) {
     if (json.is_null()) return std::nullopt;
     NormalizedRect rect;
+    RefuseOthers(json, {"left", "top", "right", "bottom"});
     ReadField(json, "left", &rect.left);
     ReadField(json, "top", &rect.top);
     ReadField(json, "right", &rect.right);
@@ -80,6 +81,7 @@ std::optional<NormalizedRect> RectFromJson(const Json& json) {
 
 Evidence EvidenceFromJson(const Json& json) {
     Evidence evidence;
+    RefuseOthers(json, {"weight", "type", "touch_gesture"});
     ReadField(json, "weight", &evidence.weight);
     if (json.contains("type"))
         evidence.type = EnumFromJson<decltype(evidence.type)>(json.at("type"));
@@ -90,6 +92,7 @@ Evidence EvidenceFromJson(const Json& json) {
 
 EngagementRegion RegionFromJson(const Json& json) {
     EngagementRegion region;
+    RefuseOthers(json, {"confidence", "rects", "evidence"});
     ReadField(json, "confidence", &region.confidence);
     if (json.contains("rects") && !json.at("rects").is_null()) {
         region.rects.emplace();
@@ -138,6 +141,7 @@ std::string ToText(const Engagement& payload) {
 }
 
 void FromJson(const Json& json, Engagement* payload) {
+    RefuseOthers(json, {"overall_confidence", "regions", "display"});
     ReadField(json, "overall_confidence", &payload->overall_confidence);
     for (const Json& region : json.value("regions", Json::array()))
         payload->regions.push_back(RegionFromJson(region));

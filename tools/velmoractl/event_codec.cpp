@@ -13,6 +13,7 @@ namespace {
 
 constexpr char kKind[] = "kind";
 constexpr char kEvent[] = "event";
+constexpr char kEventSignal[] = "eventSignal";
 constexpr char kTimestamp[] = "timestampMs";
 constexpr char kPayload[] = "payload";
 
@@ -23,7 +24,7 @@ void PrintEvent(const Output& output, int32_t signal, const VelmoraEvent& event)
     std::string text = output.Strong(std::to_string(signal)) + "  @" +
                        std::to_string(event.timestampMs) + " ms  ";
     if (event.signalId != signal) {
-        json["eventSignal"] = event.signalId;
+        json[kEventSignal] = event.signalId;
         text += "(says signal " + std::to_string(event.signalId) + ") ";
     }
     json[kPayload] = PayloadToJson(event.payload);
@@ -39,6 +40,8 @@ std::optional<VelmoraEvent> EventFromLine(const std::string& line, int32_t signa
     const Json json = Json::parse(line);
     if (!json.is_object()) throw std::invalid_argument("not an object");
     if (json.value(kKind, kEvent) != kEvent) return std::nullopt;
+    // The signal is the one that is pushed to, whichever the line names.
+    RefuseOthers(json, {kKind, "signal", kEventSignal, kTimestamp, kPayload});
     VelmoraEvent event = NewEvent(signal);
     ReadField(json, kTimestamp, &event.timestampMs);
     if (json.contains(kPayload)) event.payload = PayloadFromJson(json.at(kPayload));

@@ -4,10 +4,13 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cmath>
+#include <initializer_list>
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 #include "output.h"
@@ -34,6 +37,14 @@ Integer IntegerFrom(const Json& json, const char* name) {
     throw std::invalid_argument(std::string(name) + ": a whole number from " +
                                 std::to_string(kLeast) + " to " + std::to_string(kMost) +
                                 " is wanted");
+}
+
+// A field that nobody asks for is a slip of the pen.
+inline void RefuseOthers(const Json& object, std::initializer_list<std::string_view> names) {
+    if (!object.is_object()) throw std::invalid_argument(OneLine(object) + " is no object");
+    for (const auto& field : object.items())
+        if (std::find(names.begin(), names.end(), field.key()) == names.end())
+            throw std::invalid_argument(OneLine(field.key()) + " does not belong here");
 }
 
 // Leaves the value as it is if the object has no such field.

@@ -90,6 +90,7 @@ std::string ToText(const SignalDescriptor& payload) {
 }
 
 void FromJson(const Json& json, SignalDescriptor* payload) {
+    RefuseOthers(json, {"signalId", "tags", "ttlMs"});
     ReadField(json, "signalId", &payload->signalId);
     ReadField(json, "tags", &payload->tags);
     ReadField(json, "ttlMs", &payload->ttlMs);
@@ -149,6 +150,7 @@ AParcelableHolder PayloadFromJson(const Json& json) {
     AParcelableHolder holder(ndk::STABILITY_VINTF);
     if (json.is_null()) return holder;
     if (!json.is_object()) throw std::invalid_argument("\"payload\" is no object");
+    RefuseOthers(json, {"type", "size", "value", "bytes"});
     if (json.contains("bytes")) return HolderOf(BytesOf(json.at("bytes").get<std::string>()));
     const std::string type = json.at("type").get<std::string>();
     if (!Encode<Engagement>(json, type, &holder) && !Encode<SignalDescriptor>(json, type, &holder))
