@@ -51,9 +51,10 @@ bool IsRunningHere(const DeathCookie* cookie) {
 Cookie Store(Cookie cookie) EXCLUDES(gDeathCookiesMutex) {
     std::lock_guard lock(gDeathCookiesMutex);
     Cookie& place = gDeathCookies[cookie->token.get()];
-    std::swap(place, cookie);
-    if (cookie != nullptr && !cookie->refused) gDisplacedCookies.push_back(std::move(cookie));
-    return cookie;
+    Cookie former = std::move(place);
+    place = std::move(cookie);
+    if (former != nullptr && !former->refused) gDisplacedCookies.push_back(std::move(former));
+    return former;
 }
 
 // Takes the cookie out of the displaced ones; null if it is not among them.

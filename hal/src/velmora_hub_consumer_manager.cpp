@@ -170,7 +170,8 @@ void VelmoraHubConsumerManager::Dispatch(int signalId, const F& notify) {
 
 VelmoraHubConsumerManager::Consumers VelmoraHubConsumerManager::TakeSnapshot(int signalId) {
     std::lock_guard lock(mutex_);
-    Consumers consumers = std::move(dispatch_buffer_);
+    Consumers consumers;
+    consumers.swap(dispatch_buffer_);
     const auto& subscriptions = subscriptions_[signalId];
     consumers.reserve(subscriptions.size());
     for (const auto& [token_id, subscription] : subscriptions)

@@ -127,7 +127,7 @@ UserEngagementPayload MakeEngagement(const TouchGesturePacket& packet, PanelID p
     EngagementRegion region;
     if (Rects rects = RectsOf(packet); !rects.empty()) region.rects = std::move(rects);
     region.confidence = kCertain;
-    region.evidence.push_back(std::move(evidence));
+    region.evidence.push_back(evidence);
 
     UserEngagementPayload payload;
     payload.overall_confidence = kCertain;
