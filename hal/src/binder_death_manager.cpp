@@ -116,11 +116,14 @@ AIBinder_DeathRecipient* BinderDeathManager::TrackDeath(AIBinder* binder,
     return recipient;
 }
 
-// The analysis cannot follow the wait's predicate.
+// The analysis cannot follow a wait.
 void BinderDeathManager::AwaitUnlinked(const std::shared_ptr<IToken>& token)
         NO_THREAD_SAFETY_ANALYSIS {
     std::unique_lock lock(gDeathCookiesMutex);
-    gCookieReleased.wait(lock, [&] { return !IsLinked(token.get()); });
+    gCookieReleased.wait(lock, [&] {
+        const ::android::base::ScopedLockAssertion held(gDeathCookiesMutex);
+        return !IsLinked(token.get());
+    });
 }
 
 void BinderDeathManager::OnBinderDied(void* cookie) {

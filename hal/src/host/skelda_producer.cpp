@@ -274,11 +274,14 @@ SkeldaProducer::Listeners SkeldaProducer::FindPanels(Service& service) {
     return found;
 }
 
-// The analysis cannot follow the wait's predicate.
+// The analysis cannot follow a wait.
 void SkeldaProducer::WaitForChange() NO_THREAD_SAFETY_ANALYSIS {
     std::unique_lock lock(mutex_);
     if (listening_)
-        cv_.wait(lock, [this] { return !running_ || !listening_; });
+        cv_.wait(lock, [this] {
+            const ::android::base::ScopedLockAssertion held(mutex_);
+            return !running_ || !listening_;
+        });
     else
         // After a failure only stop cuts the wait short, so that a service that fails or dies again
         // and again is not asked without a pause.
