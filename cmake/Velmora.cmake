@@ -62,6 +62,9 @@ function(velmora_add_executable name)
     endif()
 endfunction()
 
+# The test programs with a label that optimised or instrumented steps run, and what they start.
+add_custom_target(sensitive_tests)
+
 # velmora_add_tests(LIBRARIES lib... [MAIN lib])
 # MAIN brings main(): host_testing_main for tests with helper processes beside them, else gtest's own.
 # Every *_test.cpp of the calling folder's tests/ becomes a test program and a test of its own, named after
@@ -92,6 +95,7 @@ function(velmora_add_tests)
             if(mark MATCHES "^// Labels: (.*)$")
                 string(REPLACE " " ";" labels "${CMAKE_MATCH_1}")
                 set_tests_properties(${name} PROPERTIES LABELS "${labels}")
+                add_dependencies(sensitive_tests ${name})
             elseif(mark MATCHES "^// Timeout: ([0-9]+)")
                 set(timeout ${CMAKE_MATCH_1})
             elseif(mark MATCHES "^// Serial: ")
@@ -121,6 +125,7 @@ function(velmora_add_fuzz_target name)
     set_target_properties(${name}_replay PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
     add_test(NAME ${name}_replay COMMAND ${name}_replay "${corpus}")
     set_tests_properties(${name}_replay PROPERTIES LABELS "memory;corpus" TIMEOUT 120)
+    add_dependencies(sensitive_tests ${name}_replay)
 
     if(VELMORA_FUZZ)
         add_executable(${name} ${ARG_SOURCES})
