@@ -4,6 +4,7 @@
 
 #include <android-base/logging.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <utility>
@@ -15,7 +16,7 @@ Publications& Publications::Get() {
     return *publications;
 }
 
-Publications::Publications() : connection_([this] { Wake(); }) {}
+Publications::Publications() : owner_(getpid()), connection_([this] { Wake(); }) {}
 
 binder_exception_t Publications::Publish(const std::string& name, const ndk::SpAIBinder& service) {
     const std::string purpose = "addService(" + name + ")";
@@ -65,6 +66,7 @@ void Publications::Remember(const std::string& name, const ndk::SpAIBinder& serv
 }
 
 void Publications::Wake() {
+    if (getpid() != owner_) return;
     {
         std::lock_guard lock(mutex_);
         has_work_ = true;

@@ -4,6 +4,7 @@
 
 #include <android-base/thread_annotations.h>
 #include <android/binder_auto_utils.h>
+#include <sys/types.h>
 
 #include <condition_variable>
 #include <map>
@@ -48,6 +49,8 @@ class Publications {
     bool AnnounceNext(const Connection::Manager& manager, bool* more) EXCLUDES(order_, mutex_);
     void Forget(const std::string& name) EXCLUDES(mutex_);
 
+    // A forked child has no announcer, and may have been made while that held the mutex.
+    const pid_t owner_;
     Connection connection_;
 
     // Held while one name is being published: what this process says about a name arrives in the
