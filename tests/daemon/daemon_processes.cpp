@@ -141,4 +141,12 @@ HOST_HELPER(ClientProcess) {
     return 0;
 }
 
+Everything::Everything() {
+    here.Subscribe();
+    EXPECT_EQ(there.Command("subscribe"), "done");
+    EXPECT_TRUE(WaitForListeners(*touchsim));
+    Touch(*touchsim, TapLine(1));
+    EXPECT_EQ(there.Command("gestures 1"), TapHeard(1));
+}
+
 }  // namespace velmora_test

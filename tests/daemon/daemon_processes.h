@@ -69,4 +69,14 @@ class Client {
     size_t fence_count_ = 0;
 };
 
+// A daemon, its touch service and two consumers, one of them elsewhere; a gesture has come through.
+struct Everything {
+    Everything();
+
+    const std::unique_ptr<host::testing::Child> daemon = StartDaemon();
+    const std::unique_ptr<host::testing::Child> touchsim = StartTouchsim();
+    Client here;
+    host::testing::Helper there{"ClientProcess", {}, {.echo_log = false}};
+};
+
 }  // namespace velmora_test

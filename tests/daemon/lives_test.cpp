@@ -72,19 +72,11 @@ TEST(Daemon, StartedASecondTimeEndsAndTakesNothingFromTheFirst) {
 }
 
 TEST(Daemon, EndsWithItsPoolAndLeavesNothing) {
-    const auto daemon = StartDaemon();
-    const auto touchsim = StartTouchsim();
-    Client here;
-    here.Subscribe();
-    Helper there("ClientProcess", {}, {.echo_log = false});
-    EXPECT_EQ(there.Command("subscribe"), "done");
-    EXPECT_TRUE(WaitForListeners(*touchsim));
-    Touch(*touchsim, TapLine(1));
-    EXPECT_EQ(there.Command("gestures 1"), TapHeard(1));
-    daemon->EndPool();
-    EXPECT_EQ(daemon->WaitExit(), ExitStatus{.code = 1});
-    ASSERT_TRUE(daemon->log().WaitForEnd());
-    EXPECT_EQ(daemon->log().Count("Sanitizer"), 0);
+    const Everything all;
+    all.daemon->EndPool();
+    EXPECT_EQ(all.daemon->WaitExit(), ExitStatus{.code = 1});
+    ASSERT_TRUE(all.daemon->log().WaitForEnd());
+    EXPECT_EQ(all.daemon->log().Count("Sanitizer"), 0);
 }
 
 }  // namespace

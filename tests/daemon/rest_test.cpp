@@ -17,25 +17,16 @@ namespace {
 using host::testing::ContextSwitches;
 using host::testing::Eventually;
 using host::testing::ExitStatus;
-using host::testing::Helper;
 using host::testing::ProcessCounts;
 using host::testing::ResidentKib;
 
 [[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
 
 TEST(Daemon, DoesNotWakeUpWhileNobodyTouchesAnything) {
-    const auto daemon = StartDaemon();
-    const auto touchsim = StartTouchsim();
-    Client here;
-    here.Subscribe();
-    Helper there("ClientProcess", {}, {.echo_log = false});
-    EXPECT_EQ(there.Command("subscribe"), "done");
-    EXPECT_TRUE(WaitForListeners(*touchsim));
-    Touch(*touchsim, TapLine(1));
-    EXPECT_EQ(there.Command("gestures 1"), TapHeard(1));
-    ASSERT_TRUE(host::testing::WaitForRest({daemon->pid(), touchsim->pid()}));
-    const int64_t before = ContextSwitches(daemon->pid());
-    EXPECT_FALSE(Eventually([&] { return ContextSwitches(daemon->pid()) != before; },
+    const Everything all;
+    ASSERT_TRUE(host::testing::WaitForRest({all.daemon->pid(), all.touchsim->pid()}));
+    const int64_t before = ContextSwitches(all.daemon->pid());
+    EXPECT_FALSE(Eventually([&] { return ContextSwitches(all.daemon->pid()) != before; },
                             std::chrono::seconds(10)));
 }
 
