@@ -81,5 +81,7 @@ def measure(name, root, folder, out, options, quick, peers_folder):
             progress.begin(program)
             records[program] = group.run(program, folder / "benchmarks", out, options, progress.tick)
             progress.advance()
+    if not any(one["lines"] for one in records.values()):
+        raise process.BenchError(f"{name}: nothing was measured with {' '.join(options) or 'no options'}; logs: {out}")
     result["record"] = {"programs": records}
     return result

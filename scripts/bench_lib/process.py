@@ -42,8 +42,7 @@ def run(command, log, on_line=lambda line: None, on_tick=lambda: None, merge_err
                 on_line(lines[-1])
             status = child.wait()
         except BaseException:
-            os.killpg(child.pid, signal.SIGTERM)
-            child.wait()
+            _end(child)
             raise
         finally:
             child.stdout.close()
@@ -51,6 +50,18 @@ def run(command, log, on_line=lambda line: None, on_tick=lambda: None, merge_err
         tail = log.read_text(errors="replace").splitlines()[-TAIL_LINES:]
         raise BenchError("\n".join([*tail, f"{command[0]} failed with status {status}; its log: {log}"]))
     return lines
+
+
+def _end(child):
+    """With all that it has started: it leads a group of its own."""
+    try:
+        os.killpg(child.pid, signal.SIGTERM)
+        child.wait(timeout=10)
+    except ProcessLookupError:
+        pass
+    except subprocess.TimeoutExpired:
+        os.killpg(child.pid, signal.SIGKILL)
+    child.wait()
 
 
 def _lines_of(fd, on_tick):

@@ -107,6 +107,8 @@ def of_programs(record):
     parts = []
     for name, one in record["programs"].items():
         text = "\n".join(one["lines"]).strip("\n")
+        if not text:
+            continue
         parts.append(f"`{name}`:\n\n```console\n{text}\n```")
         if one["ratios"]:
             rows = [[r["name"], f"{r['value']:.3f}", f"{r['limit']:g}" if r["limit"] else "-"] for r in one["ratios"]]
