@@ -12,20 +12,26 @@ GOLDEN = pathlib.Path(__file__).resolve().parents[2] / "benchmarks/counts/event_
 RATIO = re.compile(r"^ratio (\S+) (\S+) (\S+)$")
 
 
+def _by_number(line):
+    return [int(part) if part.isdigit() else part for part in re.split(r"(\d+)", line.split(" ")[0])]
+
+
 def parse(lines):
-    """{"lines": what people read, "medians_ns": {name: figure}, "ratios": [{name, value, limit}]}; limit 0 is none."""
-    result = {"lines": [], "medians_ns": {}, "ratios": []}
+    """{"lines": what people read, "medians_ns": {name: figure}, "ratios": [{name, value, limit}]}; limit 0 is none.
+
+    Medians come in the random order of their rounds, and are sorted by name.
+    """
+    medians, others, ratios = [], [], []
     for line in lines:
         ratio = RATIO.match(line)
-        median = MEDIAN.match(line)
         if ratio:
             name, value, limit = ratio.groups()
-            result["ratios"].append({"name": name, "value": float(value), "limit": float(limit)})
-            continue
-        if median:
-            result["medians_ns"][median.group(1)] = float(median.group(2))
-        result["lines"].append(line)
-    return result
+            ratios.append({"name": name, "value": float(value), "limit": float(limit)})
+        else:
+            (medians if MEDIAN.match(line) else others).append(line)
+    medians.sort(key=_by_number)
+    figures = {match[1]: float(match[2]) for match in map(MEDIAN.match, medians)}
+    return {"lines": medians + others, "medians_ns": figures, "ratios": ratios}
 
 
 def run(program, folder, out, options, on_tick):

@@ -91,7 +91,7 @@ def _notes(record):
 
 def peers(record):
     header = ["system", *(heading for _, heading, _ in PEERS_COLUMNS), "RSS MB", "peak MB", "lost"]
-    parts = ["; ".join(f"{kind}: {run['rounds']} rounds, window {run['window']}, payload {run['payload']} bytes, "
+    parts = ["; ".join(f"{kind}: rounds {run['rounds']}, window {run['window']}, payload {run['payload']} bytes, "
                        f"{run['machine'].get('steal_pct', 0):.2f} % of the time taken by the hypervisor"
                        for kind, run in record.items()) + ". Medians of the rounds, [lowest..highest]."]
     for consumers in targets.CONSUMERS:
