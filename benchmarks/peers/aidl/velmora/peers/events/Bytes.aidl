@@ -1,0 +1,7 @@
+package velmora.peers.events;
+
+/** What an event of the comparison carries: the bytes that every system has to deliver. */
+@VintfStability
+parcelable Bytes {
+    byte[] data;
+}
