@@ -38,14 +38,31 @@ binder_status_t OnTransact(AIBinder* binder, transaction_code_t code, const APar
     return status == STATUS_OK ? Write(out, answer) : status;
 }
 
-const AIBinder_Class* TestClass() {
-    static const AIBinder_Class* clazz = AIBinder_Class_define(
+binder_status_t OnDump(AIBinder*, int fd, const char** args, uint32_t count) {
+    const std::vector<std::string> words(args, args + count);
+    if (!words.empty() && words[0] == "refuse") return STATUS_PERMISSION_DENIED;
+    std::string text;
+    for (const std::string& word : words)
+        text += word + "\n";
+    if (!words.empty() && words[0] == "bytes") text.assign(std::stoul(words[1]), 'x');
+    const auto written = write(fd, text.data(), text.size());
+    return written == static_cast<ssize_t>(text.size()) ? STATUS_OK : STATUS_UNKNOWN_ERROR;
+}
+
+AIBinder_Class* DefineTestClass() {
+    AIBinder_Class* const clazz = AIBinder_Class_define(
             "test.IObject", [](void* behaviour) { return behaviour; },
             [](void* behaviour) {
                 std::unique_ptr<Behaviour> last(static_cast<Behaviour*>(behaviour));
                 if (last->on_destroy) last->on_destroy();
             },
             OnTransact);
+    AIBinder_Class_setOnDump(clazz, OnDump);
+    return clazz;
+}
+
+const AIBinder_Class* TestClass() {
+    static const AIBinder_Class* const clazz = DefineTestClass();
     return clazz;
 }
 

@@ -27,7 +27,8 @@ struct Letter {
 
 using Handler = std::function<binder_status_t(int code, const Letter& in, Letter* out)>;
 
-// A new object of this process; `on_destroy` runs when its last reference has gone.
+// A new object of this process; `on_destroy` runs when its last reference has gone. A dump writes
+// the arguments, one a line; `bytes N` instead N bytes, `refuse` nothing but a failure.
 ndk::SpAIBinder MakeObject(Handler handler, std::function<void()> on_destroy = {});
 
 // A two-way call; `out` may be null.

@@ -49,7 +49,10 @@ class Caller {
     }
     binder_status_t Descend(const Letter& in, Letter* out) {
         if (in.value == 0) return STATUS_OK;
-        return Call(in.binder, kDescend, {in.value - 1, self_, {}}, out);
+        const pid_t caller = AIBinder_getCallingPid();
+        const auto status = Call(in.binder, kDescend, {in.value - 1, self_, {}}, out);
+        // The nested calls that this thread served meanwhile came from another.
+        return AIBinder_getCallingPid() == caller ? status : STATUS_PERMISSION_DENIED;
     }
 
     Counter met_;

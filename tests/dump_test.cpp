@@ -9,12 +9,16 @@
 #include <atomic>
 #include <thread>
 
-#include "node.h"
+#include "test_object.h"
 
-namespace calls_test {
+namespace host::testing {
 namespace {
 
 const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
+
+HOST_HELPER(Dumped) {
+    return Serve(channel, [](int, const Letter&, Letter*) { return binder_status_t{STATUS_OK}; });
+}
 
 // Everything that can be read from the descriptor, to its end.
 std::string ReadAll(int fd) {
@@ -66,12 +70,12 @@ Dumped DumpToSocket(AIBinder* binder, const std::vector<const char*>& arguments,
 }
 
 TEST(Dump, CarriesArgumentsThereAndTextBackAndLeavesNoDescriptorBehind) {
-    RemoteNode node;
-    const SpAIBinder own = ndk::SharedRefBase::make<Node>()->asBinder();
-    Dump(node.binder(), {"once"});
-    const int here = host::testing::OpenDescriptors(getpid());
-    const int there = host::testing::OpenDescriptors(node.pid());
-    for (AIBinder* binder : {node.binder(), own.get(), node.binder()}) {
+    RemoteObject node("Dumped");
+    const ndk::SpAIBinder own = MakeObject([](int, const Letter&, Letter*) { return STATUS_OK; });
+    Dump(node.object().get(), {"once"});
+    const int here = OpenDescriptors(getpid());
+    const int there = OpenDescriptors(node.pid());
+    for (AIBinder* binder : {node.object().get(), own.get(), node.object().get()}) {
         const Dumped with = Dump(binder, {"-v", "", "\u4e2d two words"});
         EXPECT_EQ(with.status, STATUS_OK);
         EXPECT_EQ(with.text, "-v\n\n\u4e2d two words\n");
@@ -82,20 +86,19 @@ TEST(Dump, CarriesArgumentsThereAndTextBackAndLeavesNoDescriptorBehind) {
         EXPECT_EQ(refused.status, STATUS_PERMISSION_DENIED);
         EXPECT_EQ(refused.text, "");
     }
-    EXPECT_TRUE(host::testing::Eventually([&] {
-        return host::testing::OpenDescriptors(getpid()) <= here &&
-               host::testing::OpenDescriptors(node.pid()) <= there;
+    EXPECT_TRUE(Eventually([&] {
+        return OpenDescriptors(getpid()) <= here && OpenDescriptors(node.pid()) <= there;
     }));
     node.process().Kill();
-    EXPECT_EQ(Dump(node.binder(), {"x"}).status, STATUS_DEAD_OBJECT);
+    EXPECT_EQ(Dump(node.object().get(), {"x"}).status, STATUS_DEAD_OBJECT);
 }
 
 TEST(Dump, IsAppendedToAFileAndLeavesItOpen) {
-    const RemoteNode node;
+    RemoteObject node("Dumped");
     const int file = memfd_create("dump", MFD_CLOEXEC);
     ASSERT_EQ(write(file, "before\n", 7), 7);
     const char* argument = "dumped";
-    EXPECT_EQ(node->dump(file, &argument, 1), STATUS_OK);
+    EXPECT_EQ(AIBinder_dump(node.object().get(), file, &argument, 1), STATUS_OK);
     ASSERT_EQ(write(file, "after\n", 6), 6);
     lseek(file, 0, SEEK_SET);
     EXPECT_EQ(ReadAll(file), "before\ndumped\nafter\n");
@@ -105,35 +108,34 @@ TEST(Dump, IsAppendedToAFileAndLeavesItOpen) {
 // Nobody is ended by SIGPIPE, and who does not take what it asked for costs the others nothing.
 TEST(Dump, ThatIsNotTakenIsGivenUpAndOthersAreServedMeanwhile) {
     using std::chrono::steady_clock;
-    const RemoteNode node;
+    RemoteObject node("Dumped");
     const std::vector<const char*> huge = {"bytes", "10485760"};
     signal(SIGPIPE, SIG_DFL);
-    ASSERT_EQ(Dump(node.binder(), {"once"}).status, STATUS_OK);
-    const int before = host::testing::OpenDescriptors(node.pid());
+    ASSERT_EQ(Dump(node.object().get(), {"once"}).status, STATUS_OK);
+    const int before = OpenDescriptors(node.pid());
     std::atomic<int> given_up{0};
     std::vector<std::thread> stuck;
     for (auto* dump : {&Dump, &DumpToSocket}) {
         stuck.emplace_back([&, dump] {
             const auto start = steady_clock::now();
-            EXPECT_EQ(dump(node.binder(), huge, Reader::kWaits).status, STATUS_TIMED_OUT);
+            EXPECT_EQ(dump(node.object().get(), huge, Reader::kWaits).status, STATUS_TIMED_OUT);
             EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(4'900));
             ++given_up;
         });
     }
     for (auto* dump : {&Dump, &DumpToSocket}) {
-        const Dumped whole = dump(node.binder(), huge, Reader::kReads);
+        const Dumped whole = dump(node.object().get(), huge, Reader::kReads);
         EXPECT_EQ(whole.status, STATUS_OK);
         EXPECT_EQ(whole.text, std::string(10'485'760, 'x'));
-        EXPECT_EQ(dump(node.binder(), huge, Reader::kGone).status, STATUS_FAILED_TRANSACTION);
+        EXPECT_EQ(dump(node.object().get(), huge, Reader::kGone).status, STATUS_FAILED_TRANSACTION);
     }
     EXPECT_EQ(given_up.load(), 0) << "all of that was served before";
     for (std::thread& thread : stuck)
         thread.join();
-    EXPECT_EQ(AIBinder_ping(node.binder()), STATUS_OK);
+    EXPECT_EQ(AIBinder_ping(node.object().get()), STATUS_OK);
     // The connections of the two threads stay for a while.
-    EXPECT_TRUE(host::testing::Eventually(
-            [&] { return host::testing::OpenDescriptors(node.pid()) <= before + 2; }));
+    EXPECT_TRUE(Eventually([&] { return OpenDescriptors(node.pid()) <= before + 2; }));
 }
 
 }  // namespace
-}  // namespace calls_test
+}  // namespace host::testing

@@ -1,8 +1,0 @@
-package test.versions;
-
-/** How a text is kept. */
-@Backing(type="int")
-enum Setting {
-    PLAIN,
-    LOUD,
-}

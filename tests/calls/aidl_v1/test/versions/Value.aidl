@@ -1,7 +1,0 @@
-package test.versions;
-
-/** One of several kinds. */
-union Value {
-    int number;
-    String text;
-}
