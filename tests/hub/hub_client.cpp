@@ -6,26 +6,12 @@
 namespace velmora_test {
 
 using host::testing::Letter;
-using ndk::ScopedAStatus;
 
 namespace {
-
-enum Code { kTakeConsumer = 1, kTakeProducer };
-
-ndk::SpAIBinder Take(const ndk::SpAIBinder& from, int code) {
-    Letter answer;
-    EXPECT_EQ(Call(from, code, {}, &answer), STATUS_OK);
-    return answer.binder;
-}
 
 // What one process does to the hub.
 class Client {
   public:
-    const std::shared_ptr<RecordingConsumer>& consumer(const std::string& name) const {
-        return name == "b" ? b_ : a_;
-    }
-    const std::shared_ptr<RecordingProducer>& producer() const { return producer_; }
-
     std::string Obey(const std::string& command) {
         std::istringstream words(command);
         std::string verb, name;
@@ -42,7 +28,8 @@ class Client {
         if (verb == "unsubscribe") return Answer(consumers_->unsubscribe(token));
         if (verb == "unregister") return Answer(producers_->unregisterProducer(token));
         token = nullptr;
-        if (verb == "subscribe") return Answer(consumers_->subscribe(id, consumer(name), &token));
+        if (verb == "subscribe")
+            return Answer(consumers_->subscribe(id, name == "b" ? b_ : a_, &token));
         return Answer(producers_->registerProducer(MakeDescriptor(id), producer_, &token));
     }
 
@@ -79,12 +66,9 @@ class Client {
 
 HOST_HELPER(HubClient) {
     Client client;
-    const auto hand_out = [&](int code, const Letter&, Letter* out) {
-        out->binder = code == kTakeConsumer ? client.consumer("a")->asBinder()
-                                            : client.producer()->asBinder();
-        return STATUS_OK;
-    };
-    return Serve(channel, hand_out, [&](const std::string& line) { return client.Obey(line); });
+    return Serve(
+            channel, [](int, const Letter&, Letter*) { return binder_status_t{STATUS_OK}; },
+            [&](const std::string& line) { return client.Obey(line); });
 }
 
 Table Parse(std::string dump, const std::string& head, const std::string& empty,
@@ -116,13 +100,6 @@ Table Parse(std::string dump, const std::string& head, const std::string& empty,
 
 }  // namespace
 
-std::string Answer(const ScopedAStatus& status) {
-    if (status.isOk()) return "OK";
-    if (status.getExceptionCode() == EX_TRANSACTION_FAILED)
-        return "status " + std::to_string(status.getStatus());
-    return std::to_string(status.getExceptionCode()) + " " + status.getMessage();
-}
-
 Table TableOf(hub::IVelmoraHubProducerManager& manager) {
     return Parse(DumpOf(manager), "VelmoraHubProducerManager State:\n",
                  "  No registered producers.\n",
@@ -138,14 +115,6 @@ Table Subscriptions(hub::IVelmoraHubConsumerManager& manager) {
     Table table = TableOf(manager);
     std::erase_if(table, [](const auto& signal) { return signal.second.empty(); });
     return table;
-}
-
-std::shared_ptr<hub::IVelmoraHubConsumer> HubClient::TakeConsumer() const {
-    return hub::IVelmoraHubConsumer::fromBinder(Take(remote_.object(), kTakeConsumer));
-}
-
-std::shared_ptr<hub::IVelmoraHubProducer> HubClient::TakeProducer() const {
-    return hub::IVelmoraHubProducer::fromBinder(Take(remote_.object(), kTakeProducer));
 }
 
 }  // namespace velmora_test

@@ -1,10 +1,7 @@
-// A client of the hub in a process of its own, and how tests write answers and dumps. Everything
+// A client of the hub in a process of its own, and how tests write dumps. Everything
 // belongs to one thread.
 
 #pragma once
-
-#include <aidl/vendor/quorin/velmora_hub/IVelmoraHubConsumer.h>
-#include <aidl/vendor/quorin/velmora_hub/IVelmoraHubProducer.h>
 
 #include <map>
 #include <memory>
@@ -15,9 +12,6 @@
 #include "test_object.h"
 
 namespace velmora_test {
-
-// "OK", "EXCEPTION MESSAGE", or "status N" for a call that failed on its way.
-std::string Answer(const ndk::ScopedAStatus& status);
 
 // By signal id, the token numbers that a dump of either manager lists. Fails the test if the dump
 // is not exactly in the manager's format, or lists a number twice.
@@ -39,10 +33,6 @@ class HubClient {
     std::string Do(const std::string& command) { return remote_.helper().Command(command); }
     host::testing::Helper& helper() { return remote_.helper(); }
     host::testing::Child& process() { return remote_.process(); }
-
-    // References to its objects that the hub has not seen.
-    std::shared_ptr<hub::IVelmoraHubConsumer> TakeConsumer() const;
-    std::shared_ptr<hub::IVelmoraHubProducer> TakeProducer() const;
 
   private:
     host::testing::RemoteObject remote_;

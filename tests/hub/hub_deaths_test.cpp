@@ -74,35 +74,6 @@ TEST_F(HubDeaths, EndEveryRegistrationOfTheProcessAndNoOther) {
     EXPECT_TRUE(Eventually([&] { return Subscriptions(consumers_) == Table{{5, {1}}, {8, {2}}}; }));
 }
 
-TEST_F(HubDeaths, BeforeTheRegistrationLeaveItInPlaceUntilATokenEndsIt) {
-    HubClient gone;
-    const auto producer = gone.TakeProducer();
-    const auto consumer = gone.TakeConsumer();
-    gone.process().Kill();
-    std::shared_ptr<hub::IToken> token;
-    std::shared_ptr<hub::IToken> subscription;
-    ASSERT_EQ(Answer(producers_.registerProducer(MakeDescriptor(5), producer, &token)), "OK");
-    ASSERT_EQ(Answer(consumers_.subscribe(5, consumer, &subscription)), "OK");
-    EXPECT_TRUE(Eventually([&] { return hub_.log().Count(kDeadOnArrival) == 2; }));
-    // What is sent to the dead disturbs nobody.
-    hub_.Fence();
-    Subscribe(5, first_);
-    EXPECT_EQ(Answer(producers_.updateSignal(token, MakeEvent(5, 1))), "OK");
-    EXPECT_THAT(first_->WaitFor(1), ElementsAre("consumer: update 5 @1"));
-    std::shared_ptr<hub::IToken> refused;
-    EXPECT_EQ(Answer(producers_.registerProducer(MakeDescriptor(5), producer, &refused)),
-              "-5 Signal already registered.");
-    EXPECT_EQ(TableOf(producers_), (Table{{5, {1}}}));
-    EXPECT_EQ(TableOf(consumers_), (Table{{5, {1, 2}}}));
-
-    EXPECT_EQ(Answer(producers_.unregisterProducer(token)), "OK");
-    EXPECT_EQ(Answer(consumers_.unsubscribe(subscription)), "OK");
-    EXPECT_NE(Register(5, second_), nullptr);
-    EXPECT_EQ(TableOf(producers_), (Table{{5, {2}}}));
-    EXPECT_EQ(TableOf(consumers_), (Table{{5, {2}}}));
-    EXPECT_EQ(hub_.log().Count(kDeadOnArrival), 2);
-}
-
 TEST_F(HubDeaths, InTheMiddleOfARegistrationLeaveItOnlyWithAWarning) {
     const auto old = Register(5, first_);
     EXPECT_EQ(Answer(producers_.unregisterProducer(old)), "OK");
@@ -123,26 +94,6 @@ TEST_F(HubDeaths, InTheMiddleOfARegistrationLeaveItOnlyWithAWarning) {
     }
     EXPECT_TRUE(Eventually([&] { return hub_.log().Count(kDeadOnArrival) == left; }));
     EXPECT_NE(Register(5, first_), nullptr);
-}
-
-TEST_F(HubDeaths, AndReRegistrationsMakeNoTokenInvalid) {
-    HubClient other;
-    Subscribe(5, first_);
-    const auto old = Register(5, second_);
-    EXPECT_EQ(Answer(producers_.unregisterProducer(old)), "OK");
-    ASSERT_EQ(other.Do("register 5"), "OK");
-    EXPECT_EQ(Answer(producers_.updateSignal(old, MakeEvent(5, 1))), "OK");
-    EXPECT_EQ(Answer(producers_.unregisterProducer(old)), "OK");
-    EXPECT_EQ(TableOf(producers_), Table());
-    EXPECT_EQ(Answer(producers_.updateSignal(old, MakeEvent(5, 2))), "OK");
-    EXPECT_NE(Register(5, second_), nullptr);
-    EXPECT_EQ(other.Do("unregister 5"), "OK");
-    EXPECT_EQ(TableOf(producers_), Table());
-    EXPECT_THAT(first_->WaitFor(8),
-                ElementsAre("consumer: available 5", "consumer: unavailable 5 UNREGISTERED",
-                            "consumer: available 5", "consumer: update 5 @1",
-                            "consumer: unavailable 5 UNREGISTERED", "consumer: update 5 @2",
-                            "consumer: available 5", "consumer: unavailable 5 UNREGISTERED"));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Labels: memory processes
 // What a client in another process may send to the hub, and what comes back.
 
-#include <android/binder_manager.h>
 #include <android/binder_parcel_utils.h>
 #include <gmock/gmock.h>
 
@@ -179,15 +178,6 @@ TEST_F(HubInterface, MayBeCalledFromInsideACallback) {
     EXPECT_EQ(Subscriptions(consumers_), Table());
     // Once available, twice the update and the loss.
     EXPECT_EQ(first_->WaitFor(5).size(), 5u);
-}
-
-TEST(HubNames, AreDeclaredByItsFragments) {
-    for (const std::string name : {"vendor.quorin.velmora_hub.IVelmoraHubProducerManager",
-                                   "vendor.quorin.velmora_hub.IVelmoraHubConsumerManager",
-                                   "com.quorin.input.ISkeldaNotificationService"}) {
-        EXPECT_TRUE(AServiceManager_isDeclared((name + "/default").c_str())) << name;
-        EXPECT_FALSE(AServiceManager_isDeclared((name + "/second").c_str())) << name;
-    }
 }
 
 }  // namespace

@@ -3,18 +3,14 @@
 #include <aidl/vendor/quorin/velmora_hub/BnToken.h>
 
 #include <algorithm>
-#include <future>
 #include <set>
 #include <sstream>
 
 #include "hub_parts.h"
-#include "worker/callable.h"
 
 namespace velmora_test {
 
 namespace {
-
-using ::aidl::android::hardware::biometrics::Callable;
 
 constexpr int32_t kSignals[] = {2, 3, 0, -1, INT32_MIN, INT32_MAX};
 constexpr int64_t kTtls[] = {0, 250, -1, INT64_MIN, INT64_MAX};
@@ -39,23 +35,6 @@ constexpr const char* kNames[] = {"register",   "subscribe",    "update",      "
 
 class Stranger : public hub::BnToken {};
 
-// Keeps the worker from its queue while it lives.
-class Hold {
-  public:
-    explicit Hold(WorkerThread& worker) {
-        std::promise<void> begun;
-        worker.schedule(Callable::wrap([&begun, end = end_.get_future()] {
-            begun.set_value();
-            end.wait();
-        }));
-        begun.get_future().wait();
-    }
-    ~Hold() { end_.set_value(); }
-
-  private:
-    std::promise<void> end_;
-};
-
 template <typename Lines>
 std::string Joined(const Lines& lines) {
     std::string text;
@@ -74,11 +53,6 @@ std::string Sorted(const std::string& dump) {
         sorted.insert(signal + line);
     }
     return Joined(sorted);
-}
-
-std::string Text(const ndk::ScopedAStatus& status) {
-    if (status.isOk()) return "OK";
-    return std::to_string(status.getExceptionCode()) + " " + status.getMessage();
 }
 
 class Comparison {
@@ -138,22 +112,22 @@ class Comparison {
     }
 
     void TogglePause() {
-        hold_ = hold_ == nullptr ? std::make_unique<Hold>(*hub_.worker) : nullptr;
+        hold_ = hold_ == nullptr ? std::make_unique<HeldWorker>(*hub_.worker) : nullptr;
     }
 
     void UseConsumerToken(const Held& token) {
         if (kind_ == kRequest)
-            return Compare(Text(hub_.consumers->requestSignalUpdate(token.object)),
+            return Compare(Answer(hub_.consumers->requestSignalUpdate(token.object)),
                            model_.Request(token.model));
         const std::string expected = model_.Unsubscribe(token.model);
         if (kind_ == kConsumerDies) return hub_.consumers->HandleBinderDeath(token.object);
-        Compare(Text(hub_.consumers->unsubscribe(token.object)), expected);
+        Compare(Answer(hub_.consumers->unsubscribe(token.object)), expected);
     }
 
     void UseProducerToken(const Held& token) {
         const std::string expected = model_.Unregister(token.model);
         if (kind_ == kProducerDies) return hub_.producers->HandleBinderDeath(token.object);
-        Compare(Text(hub_.producers->unregisterProducer(token.object)), expected);
+        Compare(Answer(hub_.producers->unregisterProducer(token.object)), expected);
     }
 
     void Register() {
@@ -186,7 +160,7 @@ class Comparison {
             const auto event = MakeEvent(signal_id, ++updates_, tag);
             const std::string line = "update " + std::to_string(signal_id) + " @" +
                                      std::to_string(updates_) + (tag.empty() ? "" : " " + tag);
-            Compare(Text(hub_.producers->updateSignal(token.object, event)),
+            Compare(Answer(hub_.producers->updateSignal(token.object, event)),
                     model_.Update(token.model, line));
         }
     }
@@ -215,9 +189,9 @@ class Comparison {
     template <typename T>
     void CompareIssued(const ndk::ScopedAStatus& status, const std::shared_ptr<T>& token,
                        const std::string& expected, Tokens* tokens) {
-        if (token == nullptr) return Compare(Text(status), expected);
+        if (token == nullptr) return Compare(Answer(status), expected);
         tokens->push_back({token, {{token->signal_id, token->token_id}}});
-        Compare(Text(status) + " " + std::to_string(token->signal_id) +
+        Compare(Answer(status) + " " + std::to_string(token->signal_id) +
                         "::" + std::to_string(token->token_id),
                 expected);
     }
@@ -244,7 +218,7 @@ class Comparison {
     Tokens producer_tokens_;
     Tokens consumer_tokens_;
     // Ends first: the hub waits for its worker.
-    std::unique_ptr<Hold> hold_;
+    std::unique_ptr<HeldWorker> hold_;
 };
 
 }  // namespace

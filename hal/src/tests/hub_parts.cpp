@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <future>
 #include <optional>
 #include <utility>
 
@@ -110,6 +109,13 @@ std::shared_ptr<hub::IToken> Subscribe(hub::IVelmoraHubConsumerManager& manager,
     return token;
 }
 
+std::string Answer(const ScopedAStatus& status) {
+    if (status.isOk()) return "OK";
+    if (status.getExceptionCode() == EX_TRANSACTION_FAILED)
+        return "status " + std::to_string(status.getStatus());
+    return std::to_string(status.getExceptionCode()) + " " + status.getMessage();
+}
+
 std::string DumpOf(::ndk::ICInterface& object) {
     std::FILE* file = std::tmpfile();
     object.dump(fileno(file), nullptr, 0);
@@ -156,6 +162,20 @@ void Fence(WorkerThread& worker) {
     host::testing::Eventually(
             [&] { return worker.schedule(Callable::wrap([&] { reached.set_value(); })); });
     reached.get_future().wait();
+}
+
+HeldWorker::HeldWorker(WorkerThread& worker) : worker_(worker) {
+    std::promise<void> inside;
+    worker.schedule(Callable::wrap([&] {
+        inside.set_value();
+        released_.get_future().wait();
+    }));
+    inside.get_future().wait();
+}
+
+HeldWorker::~HeldWorker() {
+    released_.set_value();
+    Fence(worker_);
 }
 
 }  // namespace velmora_test

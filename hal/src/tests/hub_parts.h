@@ -9,6 +9,7 @@
 
 #include <condition_variable>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -90,6 +91,9 @@ std::shared_ptr<hub::IToken> Register(hub::IVelmoraHubProducerManager& manager,
 std::shared_ptr<hub::IToken> Subscribe(hub::IVelmoraHubConsumerManager& manager, int32_t signal_id,
                                        const std::shared_ptr<hub::IVelmoraHubConsumer>& consumer);
 
+// "OK", "EXCEPTION MESSAGE", or "status N" for a call that failed on its way.
+std::string Answer(const ::ndk::ScopedAStatus& status);
+
 // What the object writes on a dump.
 std::string DumpOf(::ndk::ICInterface& object);
 
@@ -113,5 +117,17 @@ class Hub {
 
 // Returns when every task that the worker had accepted has run; not from a task.
 void Fence(WorkerThread& worker);
+
+// Keeps the worker in a task while it lives; not made from a task. At its end everything that was
+// queued has run.
+class HeldWorker {
+  public:
+    explicit HeldWorker(WorkerThread& worker);
+    ~HeldWorker();
+
+  private:
+    WorkerThread& worker_;
+    std::promise<void> released_;
+};
 
 }  // namespace velmora_test

@@ -1,5 +1,5 @@
 // Labels: memory threads
-// What the broker makes of news, between mocked managers and between real ones.
+// What the broker makes of news, between mocked managers; between real ones it is the model's.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -85,31 +85,6 @@ TEST(SignalBroker, WarnsOfTheManagerThatIsMissingAndLeavesTheOtherAlone) {
     for (const auto& line : log.lines())
         EXPECT_TRUE(line.priority == ANDROID_LOG_WARN && line.tag == "velmora_hal" &&
                     line.route == host::testing::LogRoute::kPrint);
-}
-
-TEST(SignalBroker, JoinsAProducerWithItsConsumer) {
-    const auto record = std::make_shared<Record>();
-    const Hub hub;
-    const auto producer = ndk::SharedRefBase::make<RecordingProducer>(record);
-    const auto consumer = ndk::SharedRefBase::make<RecordingConsumer>(record);
-    std::shared_ptr<hub::IToken> consumer_token;
-    std::shared_ptr<hub::IToken> first_token;
-    std::shared_ptr<hub::IToken> second_token;
-    const auto done = [&](const ndk::ScopedAStatus& status) {
-        EXPECT_TRUE(status.isOk()) << status.getDescription();
-        hub.Fence();
-    };
-    done(hub.producers->registerProducer(MakeDescriptor(5), producer, &first_token));
-    done(hub.consumers->subscribe(5, consumer, &consumer_token));
-    done(hub.producers->updateSignal(first_token, MakeEvent(5, 7, "seven")));
-    done(hub.consumers->requestSignalUpdate(consumer_token));
-    done(hub.producers->unregisterProducer(first_token));
-    done(hub.producers->registerProducer(MakeDescriptor(5), producer, &second_token));
-    done(hub.consumers->unsubscribe(consumer_token));
-    EXPECT_THAT(record->lines(),
-                ElementsAre("producer: clients", "consumer: update 5 @7 seven", "producer: nudge",
-                            "consumer: unavailable 5 UNREGISTERED", "consumer: available 5",
-                            "producer: no clients"));
 }
 
 }  // namespace

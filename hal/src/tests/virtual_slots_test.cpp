@@ -38,11 +38,13 @@ TEST(VirtualSlots, StandInTheirFixedOrder) {
     EXPECT_THAT(SlotsOf(&OnConsumers::OnSignalUpdateRequested,
                         &OnConsumers::OnConsumerSubscriptionChanged),
                 ElementsAre(0, 1));
-    // Behind the generated base's last one.
-    EXPECT_THAT(SlotsOf(&Producers::getInterfaceHash, &Producers::HandleBinderDeath,
+    // The generated base's from dump to the hash, then the managers' own.
+    EXPECT_THAT(SlotsOf(&Producers::dump, &Producers::registerProducer, &Producers::updateSignal,
+                        &Producers::unregisterProducer, &Producers::getInterfaceVersion,
+                        &Producers::getInterfaceHash, &Producers::HandleBinderDeath,
                         &Producers::RegisterListener, &Producers::RequestSignalUpdate,
                         &Producers::UpdateSubscriptionState),
-                ElementsAre(10, 12, 13, 14, 15));
+                ElementsAre(4, 6, 7, 8, 9, 10, 12, 13, 14, 15));
     EXPECT_THAT(SlotsOf(&Consumers::getInterfaceHash, &Consumers::HandleBinderDeath,
                         &Consumers::DispatchSignalAvailable, &Consumers::DispatchSignalUnavailable,
                         &Consumers::DispatchSignalUpdate),

@@ -14,7 +14,6 @@ namespace velmora_test {
 namespace {
 
 using namespace std::chrono_literals;
-using host::testing::ContextSwitchesOfThread;
 using host::testing::Eventually;
 using ::testing::ElementsAre;
 using ::testing::IsSupersetOf;
@@ -196,16 +195,6 @@ TEST_F(SkeldaConnection, StopsAtOnceInEitherWaitAndStartsAgain) {
     }
 }
 
-TEST_F(SkeldaConnection, SleepsWhileItListens) {
-    Publish();
-    Start(1ms);
-    ASSERT_TRUE(log.WaitForText("Successfully registered listener for Panel ID: 0"));
-    const pid_t thread = WaitForRest();
-    // The last lock before the wait may be counted, too.
-    const int64_t before = ContextSwitchesOfThread(thread);
-    EXPECT_FALSE(Eventually([=] { return ContextSwitchesOfThread(thread) > before + 3; }, 200ms));
-}
-
 TEST_F(SkeldaConnection, GivesTheNextInstanceTheSameListenersAndNewPanelsNewOnes) {
     Publish([this](const std::string&, int pass) {
         service->panels = pass == 1 ? std::vector{1, 0, 1} : std::vector{5, 1, -1};
@@ -219,19 +208,6 @@ TEST_F(SkeldaConnection, GivesTheNextInstanceTheSameListenersAndNewPanelsNewOnes
                             "register 1 7 #0", "panels", "register 5 7 #2", "register 1 7 #0",
                             "register -1 7 #3", "hub: unregister", "unregister -1 #3",
                             "unregister 0 #1", "unregister 1 #0", "unregister 5 #2"));
-}
-
-TEST_F(SkeldaConnection, FollowsRestartsInQuickSuccession) {
-    Publish();
-    Start(1ms);
-    Strings expected = Strings{"hub: register 2"} + kPass;
-    for (int i = 0; i < 30; ++i) {
-        record->WaitFor(expected.size());
-        // The last call may still be under way.
-        Die();
-        expected = expected + kPass;
-    }
-    EXPECT_EQ(StopAfter(expected.size()), expected + kEnd);
 }
 
 TEST_F(SkeldaConnection, ListensWithoutTheHubAndWithoutClients) {
