@@ -324,22 +324,6 @@ TEST(Deaths, FailPendingCallsAtOnceAlthoughADeathHandlerIsBlocked) {
     EXPECT_TRUE(EndedWith(of_victim, 1));
 }
 
-TEST(Deaths, HoldBackAnUnlinkCallbackOnlyForItself) {
-    RemoteObject victim("Object");
-    auto recipient = NewRecipient();
-    Link link;
-    ASSERT_EQ(LinkTo(victim.object(), recipient, &link), STATUS_OK);
-    {
-        HeldUnlinks held;
-        victim.process().Kill();
-        ASSERT_TRUE(held.WaitForHeld(1));
-        EXPECT_EQ(link.died.value(), 1);
-        recipient.set(nullptr);
-        EXPECT_EQ(link.unlinked.value(), 0);
-    }
-    EXPECT_TRUE(EndedWith(link, 1));
-}
-
 const auto* const kHost = ::testing::AddGlobalTestEnvironment(new SharedHost);
 
 }  // namespace

@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <memory>
-#include <set>
 #include <thread>
 
 #include "tests/local_object.h"
@@ -36,42 +35,6 @@ TEST(SpAIBinderTest, EachWayOfTakingAndGivingKeepsOneReferencePerOwner) {
     EXPECT_EQ(alive, 1);
     *moved.getR() = nullptr;
     EXPECT_EQ(alive, 0);
-}
-
-TEST(SpAIBinderTest, OwnersAreComparedAndOrderedByTheObject) {
-    std::atomic<int> alive{0};
-    const SpAIBinder one = MakeLocalObject(&alive);
-    const SpAIBinder same = one;
-    const SpAIBinder other = MakeLocalObject(&alive);
-    EXPECT_TRUE(one == same);
-    EXPECT_TRUE(one != other);
-    EXPECT_FALSE(SpAIBinder());
-    EXPECT_EQ((std::set<SpAIBinder>{one, same, other, SpAIBinder()}).size(), 3u);
-}
-
-int deleted_sum = 0;
-void Delete(int value) {
-    deleted_sum += value;
-}
-using ScopedInt = ndk::impl::ScopedAResource<int, Delete, 0>;
-
-TEST(ScopedAResourceTest, EachValueIsEndedOnceByItsLastOwner) {
-    deleted_sum = 0;
-    {
-        ScopedInt one(1);
-        ScopedInt ten(10);
-        one = std::move(ten);
-        EXPECT_EQ(deleted_sum, 1);
-        EXPECT_EQ(ten.get(), 0);
-        ten.set(100);
-        EXPECT_EQ(ten.release(), 100);
-        *ten.getR() = 1000;
-        EXPECT_EQ(*ten.getR(), 1000) << "who takes a value over through the pointer finds it";
-        ScopedInt taken(std::move(ten));
-        EXPECT_EQ(taken.get(), 1000);
-        EXPECT_EQ(deleted_sum, 1);
-    }
-    EXPECT_EQ(deleted_sum, 1011);
 }
 
 class IThing : public ndk::ICInterface {};

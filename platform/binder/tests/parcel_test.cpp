@@ -173,17 +173,6 @@ TEST(ParcelTest, WritersRefuseLengthsThatMakeNoSense) {
     EXPECT_EQ(AParcel_getDataSize(parcel.get()), 0);
 }
 
-TEST(ParcelTest, WritingAtAnEarlierPositionReplacesAndKeepsTheRest) {
-    ndk::ScopedAParcel parcel = NewParcel();
-    for (int32_t i = 1; i <= 3; ++i) {
-        AParcel_writeInt32(parcel.get(), i);
-    }
-    ASSERT_EQ(AParcel_setDataPosition(parcel.get(), 4), STATUS_OK);
-    EXPECT_EQ(AParcel_writeInt32(parcel.get(), 9), STATUS_OK);
-    EXPECT_EQ(AParcel_getDataPosition(parcel.get()), 8);
-    EXPECT_THAT(Bytes(parcel), ElementsAre(1, 0, 0, 0, 9, 0, 0, 0, 3, 0, 0, 0));
-}
-
 TEST(ParcelTest, APositionLiesOnABoundaryWithinTheParcel) {
     const ndk::ScopedAParcel parcel = ParcelOf({1, 2, 3, 4, 5, 6, 7, 8, 9});
     for (int32_t good : {0, 4, 8, 9}) {

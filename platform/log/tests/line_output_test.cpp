@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 
 namespace host {
 namespace {
@@ -52,61 +53,76 @@ std::string Drain(int reader) {
     return all;
 }
 
-// The two ways into a pipe: with RWF_NOWAIT and, for kernels that lack it there, reopened.
-class LineOutputToAPipe : public testing::TestWithParam<bool> {
+enum class Way { kPipe, kReopenedPipe, kSocket };
+
+Ends Open(Way way) {
+    if (way != Way::kSocket) return Pipe();
+    int both[2] = {-1, -1};
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both), 0);
+    return {both[0], both[1]};
+}
+
+// A pipe has two ways: with RWF_NOWAIT and, for kernels that lack it there, reopened.
+class LineOutputTo : public testing::TestWithParam<Way> {
   protected:
-    LineOutputToAPipe() {
-        if (!GetParam()) output_.DoWithoutNoWait();
+    LineOutputTo() {
+        if (GetParam() == Way::kReopenedPipe) output_.DoWithoutNoWait();
     }
 
-    int FillWith(const std::string& line) {
-        int taken = 0;
-        while (output_.Put(line) == Outcome::kTaken)
-            ++taken;
-        return taken;
-    }
-
-    Ends ends_ = Pipe();
+    Ends ends_ = Open(GetParam());
     LineOutput output_{ends_.writer};
 };
 
-TEST_P(LineOutputToAPipe, RefusesWholeLinesWhenFullAndGoesOnWhenThereIsRoom) {
-    const std::string line = LineOf(100, 'x');
-    const int taken = FillWith(line);
-    EXPECT_GT(taken, 100);
+TEST_P(LineOutputTo, TakesWholeLinesWithoutWaitingAndGoesOnWhenThereIsRoom) {
+    const std::string line = LineOf(101, 'x');
+    size_t taken = 0;
+    while (output_.Put(line) == Outcome::kTaken)
+        ++taken;
+    EXPECT_GT(taken, 10u);
     EXPECT_EQ(output_.Put(line), Outcome::kRefused);
     EXPECT_EQ(fcntl(ends_.writer, F_GETFL) & O_NONBLOCK, 0) << "others share the descriptor";
-    const std::string all = Drain(ends_.reader);
-    EXPECT_EQ(all.size(), static_cast<size_t>(taken) * line.size());
-    EXPECT_EQ(output_.Put("next\n"), Outcome::kTaken);
-    EXPECT_EQ(Drain(ends_.reader), "next\n");
+    std::string all = Drain(ends_.reader);
+    EXPECT_EQ(output_.Put("last\n"), Outcome::kTaken);
+    all += Drain(ends_.reader);
+    std::string expected;
+    for (size_t i = 0; i < taken; ++i)
+        expected += line;
+    EXPECT_EQ(all, expected + "last\n");
 }
 
-TEST_P(LineOutputToAPipe, FinishesALineThatWentOutInPartBeforeTheNextOne) {
-    // Larger than a pipe takes in one piece: the first write is bound to be short.
-    const std::string huge = LineOf(200'001, 'h');
+TEST_P(LineOutputTo, NeitherRaisesNorLeavesBehindSigpipeWhenTheReaderHasGone) {
+    ends_.CloseReader();
+    EXPECT_EQ(output_.Put("line\n"), Outcome::kRefused);
+    sigset_t pending, mask;
+    sigpending(&pending);
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE) + sigismember(&mask, SIGPIPE), 0);
+}
+
+TEST_P(LineOutputTo, FinishesALineThatWentOutInPartBeforeTheNextOne) {
+    // Larger than any of them takes in one piece: the first write is bound to be short.
+    const std::string huge = LineOf(500'001, 'h');
     ASSERT_EQ(output_.Put(huge), Outcome::kTaken);
     std::string all = Drain(ends_.reader);
-    EXPECT_LT(all.size(), huge.size());
     while (output_.Put("next\n") == Outcome::kRefused)
         all += Drain(ends_.reader);
     all += Drain(ends_.reader);
     EXPECT_EQ(all, huge + "next\n");
 }
 
-TEST_P(LineOutputToAPipe, NeitherRaisesNorLeavesBehindSigpipeWhenTheReaderHasGone) {
-    ends_.CloseReader();
-    EXPECT_EQ(output_.Put("line\n"), Outcome::kRefused);
-    sigset_t pending;
-    sigpending(&pending);
-    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
-    sigset_t mask;
-    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-    EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
-}
+INSTANTIATE_TEST_SUITE_P(EveryWay, LineOutputTo,
+                         testing::Values(Way::kPipe, Way::kReopenedPipe, Way::kSocket));
 
-INSTANTIATE_TEST_SUITE_P(BothWays, LineOutputToAPipe, testing::Bool(),
-                         [](const auto& info) { return info.param ? "Direct" : "Reopened"; });
+TEST(LineOutput, AStoppedTerminalIsNotWaitedFor) {
+    Ends ends{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
+    ASSERT_EQ(grantpt(ends.reader) | unlockpt(ends.reader), 0);
+    ends.writer = open(ptsname(ends.reader), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    LineOutput output(ends.writer);
+    int taken = 0;
+    while (output.Put("a line for a terminal that nobody reads\n") == Outcome::kTaken)
+        ++taken;
+    EXPECT_GT(taken, 10);
+}
 
 TEST(LineOutput, LeavesASigpipePendingThatWasThereBefore) {
     Ends ends = Pipe();
@@ -123,41 +139,7 @@ TEST(LineOutput, LeavesASigpipePendingThatWasThereBefore) {
     pthread_sigmask(SIG_SETMASK, &former, nullptr);
 }
 
-TEST(LineOutput, KeepsLinesOfAFullStreamSocketWhole) {
-    int both[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both), 0);
-    Ends ends{both[0], both[1]};
-    LineOutput output(ends.writer);
-    const std::string line = LineOf(3'001, 's');
-    size_t taken = 0;
-    while (output.Put(line) == Outcome::kTaken)
-        ++taken;
-    std::string all = Drain(ends.reader);
-    ASSERT_EQ(output.Put("last\n"), Outcome::kTaken);
-    all += Drain(ends.reader);
-    EXPECT_EQ(all.size(), taken * line.size() + 5);
-    for (size_t end = line.size() - 1; end < all.size() - 5; end += line.size()) {
-        ASSERT_EQ(all[end], '\n') << end;
-    }
-    ends.CloseReader();
-    EXPECT_EQ(output.Put(line), Outcome::kRefused);  // Without SIGPIPE.
-}
-
-TEST(LineOutput, AStoppedTerminalIsNotWaitedFor) {
-    Ends ends;
-    ends.reader = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(ends.reader, 0);
-    ASSERT_EQ(grantpt(ends.reader) | unlockpt(ends.reader), 0);
-    ends.writer = open(ptsname(ends.reader), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(ends.writer, 0);
-    LineOutput output(ends.writer);
-    int taken = 0;
-    while (output.Put("a line for a terminal that nobody reads\n") == Outcome::kTaken)
-        ++taken;
-    EXPECT_GT(taken, 10);
-}
-
-TEST(LineOutput, FilesGetLinesAndAHalfLineDoesNotFollowToAnotherFile) {
+TEST(LineOutput, DoesNotFollowWithAHalfLineToAnotherFileNorMindAClosedOne) {
     char path[] = "/tmp/line_output_XXXXXX";
     const int file = mkstemp(path);
     ASSERT_GE(file, 0);
@@ -170,11 +152,8 @@ TEST(LineOutput, FilesGetLinesAndAHalfLineDoesNotFollowToAnotherFile) {
     lseek(file, 0, SEEK_SET);
     EXPECT_EQ(Drain(file), "to the file\n");
     close(file);
-}
-
-TEST(LineOutput, AClosedDescriptorTakesNothingAndIsNoError) {
-    const int closed = Pipe().writer;
-    EXPECT_EQ(LineOutput(closed).Put("line\n"), Outcome::kClosed);
+    close(std::exchange(ends.writer, -1));
+    EXPECT_EQ(output.Put("to nobody\n"), Outcome::kClosed);
 }
 
 }  // namespace

@@ -19,15 +19,6 @@ class Publishing : public ::testing::Test {
     Helper b_{"Client"};
 };
 
-TEST_F(Publishing, MakesAServiceKnownToEveryProcess) {
-    EXPECT_EQ(b_.Command("check n"), "null");
-    ASSERT_EQ(a_.Command("publish n hello"), kOk);
-    EXPECT_EQ(b_.Command("check n"), Says(a_, "hello"));
-    EXPECT_EQ(b_.Command("wait n"), Says(a_, "hello"));
-    EXPECT_EQ(b_.Command("get n"), Says(a_, "hello"));
-    EXPECT_EQ(a_.Command("check n"), "own hello");
-}
-
 TEST_F(Publishing, WakesEveryoneWhoWaitsAndNobodyElse) {
     Helper without_pool("Client", {"no-pool"}), other("Client");
     without_pool.Send("wait n");
@@ -76,15 +67,6 @@ TEST_F(Publishing, IsFreeForOthersTheMomentTheHolderIsKilled) {
     }
 }
 
-TEST_F(Publishing, EndsWithTheDeathOfThePublisherAlsoForThoseWhoWait) {
-    ASSERT_EQ(a_.Command("publish n first"), kOk);
-    a_.process().Kill();
-    b_.Send("wait n");
-    Helper next("Client");
-    ASSERT_EQ(next.Command("publish n second"), kOk);
-    EXPECT_EQ(b_.WaitForAnswer(), Says(next, "second"));
-}
-
 TEST_F(Publishing, RefusesWhatIsNoServiceOrNotDeclared) {
     EXPECT_EQ(a_.Command("publish bad:name x"), kIllegalArgument);
     EXPECT_EQ(a_.Command("publish " + std::string(128, 'n') + " x"), kIllegalArgument);
@@ -100,18 +82,6 @@ TEST_F(Publishing, RefusesTheObjectOfAnotherProcess) {
     EXPECT_EQ(b_.Command("republish n m"), kSecurity);
     EXPECT_EQ(a_.Command("republish n m"), kOk);
     EXPECT_EQ(b_.Command("check m"), Says(a_, "x"));
-}
-
-TEST_F(Publishing, IsListedWithItsProcessBesideWhatIsDeclared) {
-    EXPECT_EQ(a_.Command(std::string("declared ") + kDeclared), "yes");
-    EXPECT_EQ(a_.Command("declared n"), "no");
-    ASSERT_EQ(a_.Command("publish n x"), kOk);
-    EXPECT_EQ(a_.Command("declared n"), "no");
-    const std::string thing = kDeclared;
-    const std::string pid = std::to_string(a_.pid());
-    EXPECT_EQ(b_.Command("list"), "n undeclared " + pid + "; " + thing + " declared -; ");
-    ASSERT_EQ(a_.Command("stable " + thing + " x"), kOk);
-    EXPECT_EQ(b_.Command("list"), "n undeclared " + pid + "; " + thing + " declared " + pid + "; ");
 }
 
 TEST_F(Publishing, IsWaitedForAWhileByGetServiceIfDeclared) {

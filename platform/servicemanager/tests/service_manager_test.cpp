@@ -115,13 +115,6 @@ TEST_F(ServiceManagerCalls, ListPageByPage) {
     EXPECT_EQ(names.back(), "p.I/d");
 }
 
-TEST_F(ServiceManagerCalls, BoundTheNamesOfOneProcess) {
-    for (int i = 0; i < 1024; ++i)
-        ASSERT_EQ(Add("n" + std::to_string(i), service_), EX_NONE);
-    EXPECT_EQ(Add("more", service_), EX_ILLEGAL_STATE);
-    EXPECT_EQ(Add("n0", service_), EX_NONE);
-}
-
 TEST(ServiceManagerPage, IsRefusedByTheClientIfItsCountMakesNoSense) {
     for (const int32_t count : {-1, 257, INT32_MAX}) {
         ndk::ScopedAParcel parcel(AParcel_create());

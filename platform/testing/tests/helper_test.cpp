@@ -11,14 +11,11 @@
 using host::testing::Eventually;
 using host::testing::ExitStatus;
 using host::testing::Helper;
-using host::testing::LaunchOptions;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 
 HOST_HELPER(Talker) {
-    channel.Serve([&channel](const std::string& command) -> std::string {
-        if (command == "arguments") return std::to_string(channel.arguments().size());
-        if (command == "environment") return getenv("BINDER_TEST_WORD");
+    channel.Serve([](const std::string& command) -> std::string {
         if (command == "print") {
             printf("on standard output\n");
             fflush(stdout);
@@ -37,16 +34,6 @@ HOST_HELPER(Parent) {
     Helper child("Talker");
     channel.Serve([&child](const std::string&) { return std::to_string(child.pid()); });
     return 0;
-}
-
-TEST(Helper, AnswersCommandsWithItsArgumentsAndEnvironment) {
-    LaunchOptions options;
-    options.environment["BINDER_TEST_WORD"] = "word";
-    Helper helper("Talker", {"a", "b"}, options);
-    EXPECT_EQ(helper.Command("this"), "heard this");
-    EXPECT_EQ(helper.Command("arguments"), "2");
-    EXPECT_EQ(helper.Command("environment"), "word");
-    EXPECT_EQ(helper.Finish(), (ExitStatus{3, 0}));
 }
 
 TEST(Helper, PrintsIntoItsLogAndNotIntoItsAnswers) {
