@@ -40,27 +40,34 @@ class Relay : public aidl::velmora::peers::BnRelay {
     }
 
   private:
+    using Consumers = std::vector<std::shared_ptr<hub::IVelmoraHubConsumer>>;
+
     void Work() {
-        std::vector<std::shared_ptr<hub::IVelmoraHubConsumer>> consumers;
-        for (;;) {
-            std::unique_lock lock(mutex_);
-            filled_.wait(lock, [this] {
-                ::android::base::ScopedLockAssertion held(mutex_);
-                return !queue_.empty();
-            });
-            const hub::VelmoraEvent event = std::move(queue_.front());
-            queue_.pop_front();
-            if (consumers.size() != consumers_.size()) consumers = consumers_;
-            lock.unlock();
+        for (Consumers consumers;;) {
+            const hub::VelmoraEvent event = Take(&consumers);
             for (const auto& consumer : consumers)
                 consumer->onSignalUpdate(event);
         }
     }
 
+    // The oldest event, once there is one; brings the caller's list of consumers up to date.
+    hub::VelmoraEvent Take(Consumers* consumers) {
+        std::unique_lock lock(mutex_);
+        ::android::base::ScopedLockAssertion held(mutex_);
+        filled_.wait(lock, [this] {
+            ::android::base::ScopedLockAssertion held_by_wait(mutex_);
+            return !queue_.empty();
+        });
+        hub::VelmoraEvent event = std::move(queue_.front());
+        queue_.pop_front();
+        if (consumers->size() != consumers_.size()) *consumers = consumers_;
+        return event;
+    }
+
     std::mutex mutex_;
     std::condition_variable filled_;
     std::deque<hub::VelmoraEvent> queue_ GUARDED_BY(mutex_);
-    std::vector<std::shared_ptr<hub::IVelmoraHubConsumer>> consumers_ GUARDED_BY(mutex_);
+    Consumers consumers_ GUARDED_BY(mutex_);
     std::thread worker_;  // last: it uses the others
 };
 

@@ -6,7 +6,10 @@ namespace peers {
 
 Pushers::Pushers(size_t count, const std::function<Send()>& make_send) {
     for (size_t i = 0; i < count; ++i)
-        threads_.emplace_back([this, send = make_send()] { Work(send); });
+        threads_.emplace_back([this, send = make_send()] {
+            for (Event event; Take(&event); Settle())
+                send(event);
+        });
 }
 
 Pushers::~Pushers() {
@@ -36,23 +39,24 @@ void Pushers::Drain() {
     });
 }
 
-void Pushers::Work(const Send& send) {
+bool Pushers::Take(Event* event) {
     std::unique_lock lock(mutex_);
-    for (;;) {
-        added_.wait(lock, [this] {
-            ::android::base::ScopedLockAssertion held(mutex_);
-            return ending_ || !events_.empty();
-        });
-        if (events_.empty()) return;
-        const Event event = std::move(events_.front());
-        events_.pop_front();
-        ++under_way_;
-        lock.unlock();
-        send(event);
-        lock.lock();
-        --under_way_;
-        if (events_.empty() && under_way_ == 0) drained_.notify_all();
-    }
+    ::android::base::ScopedLockAssertion held(mutex_);
+    added_.wait(lock, [this] {
+        ::android::base::ScopedLockAssertion held_by_wait(mutex_);
+        return ending_ || !events_.empty();
+    });
+    if (events_.empty()) return false;
+    *event = std::move(events_.front());
+    events_.pop_front();
+    ++under_way_;
+    return true;
+}
+
+void Pushers::Settle() {
+    std::lock_guard lock(mutex_);
+    --under_way_;
+    if (events_.empty() && under_way_ == 0) drained_.notify_all();
 }
 
 }  // namespace peers

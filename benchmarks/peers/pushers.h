@@ -33,7 +33,9 @@ class Pushers {
     void Drain();
 
   private:
-    void Work(const Send& send);
+    // False, and nothing taken, when there will be no more.
+    bool Take(Event* event);
+    void Settle();
 
     std::mutex mutex_;
     std::condition_variable added_;

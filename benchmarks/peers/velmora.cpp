@@ -48,7 +48,8 @@ pid_t Start(std::vector<std::string> command, const std::string& log) {
 
 // The most that the process has had resident so far, as the kernel writes it.
 std::string PeakMemory(pid_t pid) {
-    return first_line_of("grep VmHWM /proc/" + std::to_string(pid) + "/status | tr -s '\\t ' ' '");
+    return first_line_of("grep VmHWM /proc/" + std::to_string(pid) +
+                         "/status | tr -s '[:blank:]' ' '");
 }
 
 void WaitForEndOfInput() {
@@ -120,7 +121,7 @@ class Velmora : public System {
         ready({broker, manager});
         WaitForEndOfInput();
         // The driver only tells the sum.
-        fprintf(stderr, "%s: broker%s; service manager%s\n", args.dir.c_str(),
+        fprintf(stderr, "%s: broker %s; service manager %s\n", args.dir.c_str(),
                 PeakMemory(broker).c_str(), PeakMemory(manager).c_str());
         wait_for_stop_then_end(broker);
     }
