@@ -26,7 +26,8 @@ def run(command, log, on_line=lambda line: None, on_tick=lambda: None, merge_err
     """
     lines = []
     log.parent.mkdir(parents=True, exist_ok=True)
-    with open(log, "wb") as errors:
+    # Not buffered: people follow it.
+    with open(log, "wb", buffering=0) as errors:
         try:
             child = subprocess.Popen(
                 [str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,

@@ -75,7 +75,8 @@ def _troubles(kind, cell):
         yield f"failed in the {kind} run: {error}"
     if kind == "latency" and median.get("paced_late", 0) > 0.05 * median.get("paced_sent", math.inf):
         yield "over 5 % of the paced events were sent more than 1 ms late, its latencies are too low"
-    if kind == "flat" and median.get("disorder", 0) > 0:
+    # Threads that push side by side overtake each other.
+    if median.get("disorder", 0) > 0 and not cell["system"].endswith("_threads"):
         yield "events came out of order or twice"
 
 

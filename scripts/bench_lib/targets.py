@@ -128,5 +128,5 @@ def peers_targets(record):
     for n in CONSUMERS:
         yield _ratio(flat, "total_cpu_us", "velmora_silent", "velmora_relay", n, 1.15,
                      "CPU of all processes per delivered event")
-    yield _bound(flat, "velmora", "rss_flat_peak_mb", 64, "resident at most", "below 8 MB",
+    yield _bound(flat, "velmora", "daemon_peak_mb", 64, "the daemon's memory at its peak", "below 8 MB",
                  lambda value: value < 8, " MB")
