@@ -115,6 +115,7 @@ TEST_F(ParcelBindersTest, AssigningChecksThePlaceOfEachObjectAndTakesTheReferenc
             {"none", {9, 9, 9}, {}, true},
             {"two", {0, 0, 0, 0, 1, 0, 0, 0}, {0, 4}, true},
             {"wrong index", {1, 0, 0, 0}, {0}, false},
+            {"the index of another", {0, 0, 0, 0, 0, 0, 0, 0}, {0, 4}, false},
             {"negative index", {255, 255, 255, 255}, {0}, false},
             {"twice the same place", {0, 0, 0, 0, 1, 0, 0, 0}, {0, 0}, false},
             {"descending", {1, 0, 0, 0, 0, 0, 0, 0}, {4, 0}, false},

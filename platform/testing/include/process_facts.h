@@ -15,9 +15,6 @@ int64_t ResidentKib(pid_t pid);
 // Voluntary and involuntary switches of all threads that the process has now.
 int64_t ContextSwitches(pid_t pid);
 
-// The same of one thread; 0 if it has ended.
-int64_t ContextSwitchesOfThread(pid_t thread);
-
 // Waits until none of the processes' threads has run for a while (20 ms): what they
 // were told in messages that nobody answers is done. False if they do not come to rest in time.
 bool WaitForRest(const std::vector<pid_t>& pids);

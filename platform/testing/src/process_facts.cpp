@@ -71,10 +71,6 @@ int64_t ContextSwitches(pid_t pid) {
     return failure ? -1 : sum;
 }
 
-int64_t ContextSwitchesOfThread(pid_t thread) {
-    return SwitchesIn(Proc(thread) + "/status");
-}
-
 bool WaitForRest(const std::vector<pid_t>& pids) {
     using Clock = std::chrono::steady_clock;
     int64_t last = -1;
