@@ -28,6 +28,8 @@
 #include <string>
 #include <vector>
 
+#include "launcher.h"
+
 namespace bench {
 
 using aidl::velmora::benchmark::BnPayload;
@@ -211,13 +213,14 @@ class HostedPayload {
         int memory = MakeSharedFile(sizeof(Shared));
         shared_ = MapShared(memory);
         manager_ = std::make_unique<Process>([] {
-            execl(BENCH_SERVICEMANAGER, BENCH_SERVICEMANAGER, nullptr);
-            _exit(127);
+            const char* const line[] = {BENCH_SERVICEMANAGER, nullptr};
+            host::testing::BecomeProgram(line, environ);
         });
         service_ = std::make_unique<Process>([memory] {
-            execl("/proc/self/exe", "payload-service", kServiceRole, std::to_string(memory).c_str(),
-                  nullptr);
-            _exit(127);
+            const std::string program = host::testing::OwnProgram();
+            const std::string shared = std::to_string(memory);
+            const char* const line[] = {program.c_str(), kServiceRole, shared.c_str(), nullptr};
+            host::testing::BecomeProgram(line, environ);
         });
         close(memory);
     }

@@ -10,6 +10,7 @@
 
 #include <set>
 
+#include "launcher.h"
 #include "test_object.h"
 
 namespace host::testing {
@@ -66,9 +67,9 @@ std::string Fork(const std::string& command, const ndk::SpAIBinder& other) {
     }
     if (command == "call") return std::to_string(Call(other, kEcho));
     if (command == "descriptors of a program") {
-        return InChild([] {
-            execl("/proc/self/exe", "", "--helper=CountInherited", nullptr);
-            return 127;
+        return InChild([program = OwnProgram()]() -> int {
+            const char* const line[] = {program.c_str(), "--helper=CountInherited", nullptr};
+            BecomeProgram(line, environ);
         });
     }
     if (command == "leave a child behind") {

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "launcher.h"
 #include "process_facts.h"
 
 namespace host::testing {
@@ -72,8 +73,8 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
 }
 
 // Runs in the forked child of a process with threads: system calls only.
-[[noreturn]] void BecomeProgram(const ChildEnds& ends, pid_t parent, char* const* arguments,
-                                char* const* environment) {
+[[noreturn]] void RunChild(const ChildEnds& ends, pid_t parent, char* const* arguments,
+                           char* const* environment) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) _exit(127);
     const int input = ends.input >= 0 ? ends.input : open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -84,8 +85,7 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    execve(arguments[0], arguments, environment);
-    _exit(127);
+    BecomeProgram(arguments, environment);
 }
 
 ExitStatus FromWait(int status) {
@@ -110,7 +110,7 @@ std::unique_ptr<Child> LaunchProgram(const std::vector<std::string>& arguments,
     const std::vector<char*> argument_list = Pointers(arguments);
     const pid_t parent = getpid();
     child->pid_ = piped ? fork() : -1;
-    if (child->pid_ == 0) BecomeProgram(ends, parent, argument_list.data(), environment.data());
+    if (child->pid_ == 0) RunChild(ends, parent, argument_list.data(), environment.data());
     if (child->pid_ > 0) return child;
     ADD_FAILURE() << "cannot start " << arguments[0] << ": errno " << errno;
     return nullptr;

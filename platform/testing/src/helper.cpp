@@ -12,6 +12,8 @@
 
 #include <filesystem>
 
+#include "launcher.h"
+
 namespace host::testing {
 namespace {
 
@@ -25,8 +27,7 @@ std::map<std::string, HelperEntry>& Entries() {
 // This program, or its twin in another build's folder of test programs: a sanitised test can drive
 // helpers that are not.
 std::string HelperProgram(bool own_build) {
-    std::error_code failure;
-    const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe", failure);
+    const std::filesystem::path own = OwnProgram();
     const char* folder = getenv("HOST_HELPER_FOLDER");
     return folder == nullptr || own_build ? own.string() : (folder / own.filename()).string();
 }
