@@ -46,15 +46,10 @@ bool LocalBinder::QueueOneway(std::unique_ptr<OnewayCall> call) {
     return !std::exchange(oneway_busy_, true);
 }
 
-std::unique_ptr<OnewayCall> LocalBinder::TakeOneway() {
+std::unique_ptr<OnewayCall> LocalBinder::TakeOneways() {
     std::lock_guard lock(oneway_mutex_);
-    std::unique_ptr<OnewayCall> call = std::move(oneway_first_);
-    if (call == nullptr) {
-        oneway_busy_ = false;
-        return nullptr;
-    }
-    oneway_first_ = std::move(call->next);
-    return call;
+    if (oneway_first_ == nullptr) oneway_busy_ = false;
+    return std::move(oneway_first_);
 }
 
 ProxyBinder::ProxyBinder(std::shared_ptr<Peer> owner_peer, const RefId& ref_id,

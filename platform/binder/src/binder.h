@@ -84,8 +84,8 @@ class LocalBinder final : public AIBinder {
 
     // Queues a call that came in; true if the caller must now see to it that RunOnewayCalls runs.
     bool QueueOneway(std::unique_ptr<OnewayCall> call) EXCLUDES(oneway_mutex_);
-    // The next call to run; null, and the object is idle, when there is none.
-    std::unique_ptr<OnewayCall> TakeOneway() EXCLUDES(oneway_mutex_);
+    // The calls to run next, in order; null, and the object is idle, when there is none.
+    std::unique_ptr<OnewayCall> TakeOneways() EXCLUDES(oneway_mutex_);
 
     void* const user_data;
 

@@ -16,6 +16,10 @@ namespace host {
 namespace {
 
 constexpr size_t kFirstReadBytes = 4096;
+
+// How long a thread that has answered a call stays for the next one.
+constexpr int kBriefWaitMs = 2;
+
 constexpr int kMaxParts = 5;
 
 // A message as pieces for one system call.
@@ -56,7 +60,7 @@ void SkipSent(Pieces* pieces, size_t sent) {
 
 }  // namespace
 
-CallConnection::Result CallConnection::Read(bool wait, FrameType* type, Bytes* body,
+CallConnection::Result CallConnection::Read(Wait wait, FrameType* type, Bytes* body,
                                             UniqueFd* received) {
     in_.Consume(frame_size_);
     frame_size_ = 0;
@@ -76,12 +80,13 @@ CallConnection::Result CallConnection::Read(bool wait, FrameType* type, Bytes* b
             // Room grows with what has come, not with what was announced.
             in_.Reserve(std::min(size, std::max(2 * in_.size(), kFirstReadBytes)));
         }
+        if (!there.empty() && wait == Wait::kBriefly) wait = Wait::kNot;
         Result failure;
         if (!Receive(wait, received, &failure)) return failure;
     }
 }
 
-bool CallConnection::Receive(bool wait, UniqueFd* received, Result* failure) {
+bool CallConnection::Receive(Wait wait, UniqueFd* received, Result* failure) {
     in_.Reserve(kFirstReadBytes);
     if (in_.capacity() == in_.size()) in_.Reserve(2 * in_.size());
     iovec part{in_.data() + in_.size(), in_.capacity() - in_.size()};
@@ -90,9 +95,12 @@ bool CallConnection::Receive(bool wait, UniqueFd* received, Result* failure) {
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     if (received != nullptr) space.Attach(&message);
-    ssize_t got = sys::RecvMsg(fd_.get(), &message, wait ? 0 : MSG_DONTWAIT);
+    ssize_t got = sys::RecvMsg(fd_.get(), &message, wait == Wait::kNot ? MSG_DONTWAIT : 0);
     if (got < 0 && errno == EINTR) return true;
-    *failure = got < 0 && errno == EAGAIN && !wait ? Result::kIncomplete : Result::kClosed;
+    const bool nothing_yet = got < 0 && errno == EAGAIN;
+    // The time limit of a brief wait is the socket's, and goes for every wait on it.
+    if (nothing_yet && wait == Wait::kUntilThere) return true;
+    *failure = nothing_yet ? Result::kIncomplete : Result::kClosed;
     if (got <= 0) return false;
     in_.Advance(static_cast<size_t>(got));
     *failure = Result::kMalformed;
@@ -177,6 +185,8 @@ bool CallConnection::SendReply(int32_t status, const AParcel* reply, bool wait) 
 }
 
 bool CallConnection::JoinPool() {
+    timeval limit{0, kBriefWaitMs * 1000};
+    if (setsockopt(fd_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) != 0) return false;
     // The key is known only once the pool has it, while the first event may come before: armed
     // afterwards.
     uint64_t key = Pool::Get().Add(fd_.get(), EPOLLONESHOT, shared_from_this());
@@ -217,30 +227,40 @@ void CallConnection::OnReady(uint32_t) {
 }
 
 bool CallConnection::ServeFrames() {
-    do {
-        FrameType type;
-        Bytes body;
-        Result result = Read(/*wait=*/false, &type, &body);
+    FrameType type;
+    Bytes body;
+    Result result = Read(Wait::kNot, &type, &body);
+    while (result != Result::kIncomplete) {
         if (result == Result::kClosed) return false;
-        if (result == Result::kIncomplete) break;
-        if (result == Result::kFrame) {
-            Served served = type == FrameType::kCall ? ServeCall(this, body, /*nested=*/false)
-                                                     : Served::kMalformed;
-            if (served == Served::kDeferred) return true;
-            if (served == Served::kClosed) return false;
-            if (served == Served::kMalformed) result = Result::kMalformed;
-        }
-        if (result == Result::kMalformed) {
+        Served served = Served::kMalformed;
+        if (result == Result::kFrame && type == FrameType::kCall)
+            served = ServeCall(this, body, /*nested=*/false);
+        if (served == Served::kDeferred) return true;
+        if (served == Served::kClosed) return false;
+        if (served == Served::kMalformed) {
             peer_->Cut("malformed call");
             return false;
         }
-    } while (kept_.empty() && in_.size() > frame_size_);
+        if (!kept_.empty()) break;
+        result = ReadNext(&type, &body);
+    }
     if (!in_.empty() && in_.size() == frame_size_) {
         in_.Clear();
         frame_size_ = 0;
     }
     Rearm();
     return true;
+}
+
+CallConnection::Result CallConnection::ReadNext(FrameType* type, Bytes* body) {
+    if (in_.size() > frame_size_) return Read(Wait::kNot, type, body);
+    // Who has just called often calls again: the thread that stays here saves both sides the way
+    // through the pool.
+    Pool::Linger linger;
+    if (!linger.granted()) return Result::kIncomplete;
+    Result result = Read(Wait::kBriefly, type, body);
+    Pool::StayIfExiting();
+    return result;
 }
 
 }  // namespace host

@@ -30,9 +30,12 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
 
     enum class Result { kFrame, kIncomplete, kClosed, kMalformed };
 
-    // The next frame; its body is valid until the next read. With `wait` never kIncomplete.
+    // kBriefly: a few milliseconds, and only for the first byte of a frame.
+    enum class Wait { kNot, kBriefly, kUntilThere };
+
+    // The next frame; its body is valid until the next read. With kUntilThere never kIncomplete.
     // `received` takes a descriptor that comes with it; without it one is malformed.
-    Result Read(bool wait, FrameType* type, Bytes* body, UniqueFd* received = nullptr);
+    Result Read(Wait wait, FrameType* type, Bytes* body, UniqueFd* received = nullptr);
 
     struct Parts {
         FrameType type;
@@ -59,11 +62,13 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     void OnReady(uint32_t events) override;
 
   private:
-    bool Receive(bool wait, UniqueFd* received, Result* failure);
+    bool Receive(Wait wait, UniqueFd* received, Result* failure);
     bool KeepRest(const Parts& parts, size_t sent);
     bool SendKept();
-    // Serves what has come in; false when the connection is to be dropped.
+    // Serves what has come in and what follows soon; false when the connection is to be dropped.
     bool ServeFrames();
+    // What has come in behind the last frame, or comes while this thread may stay.
+    Result ReadNext(FrameType* type, Bytes* body);
 
     const std::shared_ptr<Peer> peer_;
     UniqueFd fd_;

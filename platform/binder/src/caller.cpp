@@ -51,7 +51,8 @@ Outcome AwaitReply(CallConnection* connection, AParcel* out, UniqueFd* memory) {
     for (;;) {
         FrameType type;
         Bytes body;
-        CallConnection::Result result = connection->Read(/*wait=*/true, &type, &body, memory);
+        CallConnection::Result result =
+                connection->Read(CallConnection::Wait::kUntilThere, &type, &body, memory);
         if (result == CallConnection::Result::kClosed) return {STATUS_DEAD_OBJECT, false};
         if (result == CallConnection::Result::kFrame && type == FrameType::kReply) {
             binder_status_t status;

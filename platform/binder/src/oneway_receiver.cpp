@@ -1,5 +1,7 @@
 #include "oneway_receiver.h"
 
+#include <algorithm>
+#include <thread>
 #include <utility>
 
 #include "call_stack.h"
@@ -15,7 +17,27 @@ namespace {
 
 // Calls that one turn takes before it sees to it that they run: a writer that never stops would
 // otherwise fill its bound while its calls are only sorted.
-constexpr int kCallsPerTurn = 128;
+constexpr size_t kCallsPerTurn = 128;
+
+// When wake-ups follow one another this soon, the receiver looks by itself for a while, if more
+// than one call was behind the last or the sender is waking very many at that time: calls come
+// faster than they are worth a wake-up, or would, were it not for the wake-ups. Who sends one call
+// after the other, each in answer to the last, does not come under this. A pause lasts as long as
+// some calls take to gather; it is the last one when they come so slowly that wake-ups would not
+// matter.
+using std::chrono::microseconds;
+constexpr microseconds kDenseGap{1000};
+constexpr microseconds kCrowdedGap{8000};
+constexpr microseconds kFirstPause{250};
+constexpr microseconds kShortestPause{50};
+constexpr microseconds kLongestPause{1000};
+constexpr int64_t kCallsPerPause = 32;
+constexpr microseconds kSlowestGap{250};
+
+// Wake-ups are bytes in a socket, which takes some 270 of them unread. Each is announced by itself,
+// read or not, until it is full.
+constexpr uint32_t kWakeUpsPerRead = 32;
+constexpr int kReadsOfFullSocket = 64;
 
 void RunLater(BinderRef target) {
     Pool::Get().Post([shared = std::shared_ptr<AIBinder>(std::move(target))] {
@@ -54,38 +76,79 @@ void OnewayReceiver::TakeRest() {
     // All of it: what is not entered when the peer's references are given up finds no object. It
     // ends, as nothing is added any more.
     bool more = true;
+    size_t taken = 0;
     while (more) {
-        for (BinderRef& target : Drain(&more))
+        for (BinderRef& target : Drain(&more, &taken))
             RunLater(std::move(target));
     }
 }
 
 void OnewayReceiver::OnReady(uint32_t events) {
-    if ((events & EPOLLIN) != 0) {
-        bool more = false;
-        if (!ReadWakeUps(&more)) return peer_->Cut("a descriptor that nobody asked for");
-        if (more) Pool::Get().Post([self = shared_from_this()] { self->OnReady(EPOLLIN); });
+    auto gap = (events & EPOLLIN) != 0 ? SinceLastWakeUp() : Clock::duration::max();
+    size_t taken = 0;
+    bool good = unread_wakeups_.load() < kWakeUpsPerRead || ReadWakeUps();
+    if (good) taken = TakeAndRun();
+    // Nothing came with it: a wake-up too many, or a peer that plays with the socket.
+    if (good && taken == 0) {
+        good = ReadWakeUps();
+        TakeAndRun();
     }
-    bool more = false;
-    Runnable runnable = Drain(&more);
-    if (more) Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
-    if (runnable.empty()) return;
-    for (size_t i = 1; i < runnable.size(); ++i)
-        RunLater(std::move(runnable[i]));
-    RunOnewayCalls(AsLocal(runnable[0].get()));
+    if (!good) return peer_->Cut("a descriptor that nobody asked for");
+    if (gap < kCrowdedGap && RingReader(&memory_).IsCrowded()) return Attend(kLongestPause);
+    if (gap < kDenseGap && taken > 1) Attend(kFirstPause);
 }
 
-bool OnewayReceiver::ReadWakeUps(bool* more) {
-    // The bytes say nothing but that something is there.
+OnewayReceiver::Clock::duration OnewayReceiver::SinceLastWakeUp() {
+    auto now = Clock::now().time_since_epoch();
+    return now - Clock::duration(woken_at_.exchange(now.count()));
+}
+
+bool OnewayReceiver::ReadWakeUps() {
+    // Always ahead of a look into the ring: a byte that is read here may be the only sign of what
+    // has just been written.
+    unread_wakeups_.store(0);
+    // The bytes say nothing but that something is there. What a socket can hold, if need be.
     uint8_t wakeups[4096];
-    iovec part{wakeups, sizeof(wakeups)};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    ssize_t got = sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
-    // One edge announced all that is there; the next turn takes the rest.
-    *more = got == sizeof(wakeups) || (got < 0 && errno == EINTR);
-    return got < 0 || (message.msg_flags & MSG_CTRUNC) == 0;
+    for (int i = 0; i < kReadsOfFullSocket; ++i) {
+        iovec part{wakeups, sizeof(wakeups)};
+        msghdr message{};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        ssize_t got = sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
+        if (got < 0 && errno == EINTR) continue;
+        if ((message.msg_flags & MSG_CTRUNC) != 0) return false;
+        if (got < static_cast<ssize_t>(sizeof(wakeups))) break;
+    }
+    return true;
+}
+
+size_t OnewayReceiver::TakeAndRun() {
+    bool more = false;
+    size_t taken = 0;
+    Runnable runnable = Drain(&more, &taken);
+    if (more) Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
+    for (size_t i = 1; i < runnable.size(); ++i)
+        RunLater(std::move(runnable[i]));
+    if (!runnable.empty()) RunOnewayCalls(AsLocal(runnable[0].get()));
+    return taken;
+}
+
+void OnewayReceiver::Attend(microseconds pause) {
+    if (attended_.exchange(true)) return;
+    for (bool dense = true; dense;) {
+        Pool::Linger linger;
+        if (!linger.granted()) break;
+        {
+            std::lock_guard lock(mutex_);
+            ring_.Wake();
+        }
+        std::this_thread::sleep_for(pause);
+        auto taken = static_cast<int64_t>(TakeAndRun());
+        dense = taken * kSlowestGap >= pause;
+        if (dense)
+            pause = std::clamp(pause * kCallsPerPause / taken, kShortestPause, kLongestPause);
+    }
+    attended_.store(false);
 }
 
 void OnewayReceiver::Started(size_t record_size) {
@@ -93,7 +156,7 @@ void OnewayReceiver::Started(size_t record_size) {
     RingReader(&memory_).Finish(record_size);
 }
 
-OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more) {
+OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more, size_t* taken) {
     Runnable runnable;
     Calls dropped;
     Runnable refused;
@@ -102,7 +165,7 @@ OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more) {
     *more = false;
     {
         std::lock_guard lock(mutex_);
-        if (!broken_ && !TakeSome(&runnable, more)) {
+        if (!broken_ && !TakeSome(&runnable, more, taken)) {
             broken_ = true;
             cut = true;
         }
@@ -115,14 +178,16 @@ OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more) {
     return runnable;
 }
 
-bool OnewayReceiver::TakeSome(Runnable* runnable, bool* more) {
+bool OnewayReceiver::TakeSome(Runnable* runnable, bool* more, size_t* taken) {
     ring_.Wake();
-    for (int taken = 0; taken < kCallsPerTurn; ++taken) {
+    for (*taken = 0; *taken < kCallsPerTurn;) {
         const uint8_t* body;
         size_t size;
         RingReader::Result result = ring_.Front(&body, &size);
         if (result == RingReader::Result::kBroken) return false;
         if (result == RingReader::Result::kEmpty) {
+            // At most one byte for each time.
+            unread_wakeups_.fetch_add(1);
             if (ring_.Sleep()) return true;
             ring_.Wake();
             continue;
@@ -130,6 +195,7 @@ bool OnewayReceiver::TakeSome(Runnable* runnable, bool* more) {
         std::unique_ptr<OnewayCall> call;
         if (!Take(body, size, &call)) return false;
         ring_.Pop();
+        ++*taken;
         LocalBinder* target = AsLocal(call->target.get());
         if (target == nullptr) {
             Started(call->record_size);
@@ -184,15 +250,19 @@ bool OnewayReceiver::Take(const uint8_t* shared, size_t size, std::unique_ptr<On
 }
 
 void RunOnewayCalls(LocalBinder* target) {
-    while (auto call = target->TakeOneway()) {
+    std::unique_ptr<OnewayCall> call;
+    while (call != nullptr || (call = target->TakeOneways()) != nullptr) {
         Pool::StayIfExiting();
         call->from->Started(call->record_size);
         CallFrame frame;
         frame.peer = call->from->peer().get();
-        ServedCall served(&frame);
-        AParcel* out = ObtainParcel();
-        Dispatch(target, call->code, call->parcel, out);
-        RecycleParcel(out);
+        {
+            ServedCall served(&frame);
+            AParcel* out = ObtainParcel();
+            Dispatch(target, call->code, call->parcel, out);
+            RecycleParcel(out);
+        }
+        call = std::move(call->next);
     }
 }
 

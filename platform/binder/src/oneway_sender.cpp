@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 
+#include <chrono>
 #include <cstring>
 
 #include "endpoint.h"
@@ -14,6 +15,33 @@
 
 namespace host {
 namespace {
+
+// Wake-ups of this process in a span of time. Beyond so many each of them makes a good part of the
+// work, and receivers are told so.
+class WakeUpMeter {
+  public:
+    // Counts one; true if there were very many lately.
+    bool Count() {
+        int64_t now = Clock::now().time_since_epoch().count();
+        uint32_t counted = counted_.fetch_add(1, std::memory_order_relaxed) + 1;
+        if (now - begin_.load(std::memory_order_relaxed) >= kSpan.count()) {
+            begin_.store(now, std::memory_order_relaxed);
+            counted_.store(0, std::memory_order_relaxed);
+            many_.store(counted >= kMany, std::memory_order_relaxed);
+        }
+        return many_.load(std::memory_order_relaxed);
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr Clock::duration kSpan = std::chrono::milliseconds(4);
+    static constexpr uint32_t kMany = 128;
+
+    std::atomic<int64_t> begin_{0};
+    std::atomic<uint32_t> counted_{0};
+    std::atomic<bool> many_{false};
+};
+WakeUpMeter g_wakeups;
 
 class ConnectionEnd : public Watched {
   public:
@@ -144,6 +172,7 @@ void OnewaySender::OnReachable() {
 }
 
 void OnewaySender::Wake() {
+    if (ring_) ring_->SetCrowded(g_wakeups.Count());
     uint8_t byte = 0;
     // A full socket holds enough wake-ups already; a closed one is a death that is noticed
     // elsewhere.

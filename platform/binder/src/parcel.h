@@ -34,6 +34,7 @@ struct AParcel {
     // Both end with the next change.
     const uint8_t* data() const { return data_; }
     size_t size() const { return size_; }
+    size_t capacity() const { return capacity_; }
     // In the order of their offsets.
     const std::vector<Object>& objects() const { return objects_; }
 

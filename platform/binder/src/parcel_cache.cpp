@@ -6,11 +6,15 @@ namespace host {
 
 namespace {
 
+// So many for what a thread has at hand at a time, and small ones for the oneway calls that it
+// takes out of a ring at once.
 constexpr size_t kCachedParcels = 4;
+constexpr size_t kCachedSmallParcels = 32;
+constexpr size_t kSmallBytes = 1024;
 
 // Plain data, so that it can be looked at after the thread's destructors have run.
 struct Cache {
-    AParcel* parcels[kCachedParcels];
+    AParcel* parcels[kCachedSmallParcels];
     size_t count;
     bool closed;
 };
@@ -38,7 +42,8 @@ void RecycleParcel(AParcel* parcel) {
     if (parcel == nullptr) return;
     // Releasing references may come back here.
     parcel->Reset();
-    if (cache.closed || cache.count == kCachedParcels) {
+    const size_t room = parcel->capacity() <= kSmallBytes ? kCachedSmallParcels : kCachedParcels;
+    if (cache.closed || cache.count >= room) {
         delete parcel;
         return;
     }

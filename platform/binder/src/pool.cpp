@@ -1,6 +1,7 @@
 #include "pool.h"
 
 #include <android-base/logging.h>
+#include <malloc.h>
 
 #include <cstdlib>
 #include <utility>
@@ -11,6 +12,11 @@ namespace host {
 namespace {
 
 constexpr uint64_t kNudgeKey = 0;
+
+// Half of the threads at most wait for one peer each.
+constexpr int kMaxLingering = kDefaultPoolThreads / 2;
+
+constexpr int kHeaps = 4;
 
 std::atomic<bool> g_exiting{false};
 
@@ -47,6 +53,9 @@ Pool& Pool::Get() {
 Pool::Pool()
         : epoll_(sys::EpollCreate1(EPOLL_CLOEXEC)),
           nudge_(sys::EventFd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    // Each thread that serves would get a heap of its own, and each keeps what its busiest moment
+    // took. Small objects come from a thread's own store in any case.
+    mallopt(M_ARENA_MAX, kHeaps);
     // A process that cannot even wait for its peers cannot serve anybody.
     CHECK(epoll_.ok() && nudge_.ok());
     epoll_event event{};
@@ -55,6 +64,17 @@ Pool::Pool()
     CHECK(epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, nudge_.get(), &event) == 0);
     std::atexit(NoteExit);
     WatchForExit();
+}
+
+Pool::Linger::Linger() {
+    Pool& pool = Pool::Get();
+    if (pool.idle_.load() == 0 || pool.ended_.load()) return;
+    granted_ = pool.lingering_.fetch_add(1) < kMaxLingering;
+    if (!granted_) pool.lingering_.fetch_sub(1);
+}
+
+Pool::Linger::~Linger() {
+    if (granted_) Pool::Get().lingering_.fetch_sub(1);
 }
 
 void Pool::StayIfExiting() {

@@ -54,6 +54,22 @@ class Pool {
     void Rearm(int fd, uint64_t key, uint32_t events);
     void Remove(int fd, uint64_t key) EXCLUDES(sources_mutex_);
 
+    // Granted to a thread that would rather wait for more of the same work than go back to the
+    // pool, while another thread is left to take up what else comes. Bounded in number; the holder
+    // waits a few milliseconds at most, so the threads are soon back when all are needed.
+    class Linger {
+      public:
+        Linger();
+        ~Linger();
+        Linger(const Linger&) = delete;
+        Linger& operator=(const Linger&) = delete;
+
+        bool granted() const { return granted_; }
+
+      private:
+        bool granted_ = false;
+    };
+
     // From the start of process exit on, threads that come by here stay: no new call or notice
     // begins.
     static void StayIfExiting();
@@ -76,6 +92,7 @@ class Pool {
     std::atomic<bool> ended_{false};
     std::atomic<uint32_t> max_threads_{kDefaultPoolThreads};
     std::atomic<int> idle_{0};
+    std::atomic<int> lingering_{0};
     std::atomic<size_t> queued_{0};
 
     std::mutex mutex_;

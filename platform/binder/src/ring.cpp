@@ -24,9 +24,9 @@ static_assert(sizeof(RecordHeader) == kRecordAlign);
 
 // An empty ring is used from its start again once this much has been used, so that light traffic
 // touches a few pages only. Pages far behind are given back when a burst had used them.
-constexpr size_t kRestartBytes = 16 * 1024;
-constexpr size_t kGiveBackBytes = 256 * 1024;
-constexpr size_t kKeepBytes = 64 * 1024;
+constexpr size_t kRestartBytes = 8 * 1024;
+constexpr size_t kGiveBackBytes = 128 * 1024;
+constexpr size_t kKeepBytes = 32 * 1024;
 
 // Twice the bound on pending bytes: however records and one pad fall, the next record that the
 // bound admits finds contiguous room.
@@ -141,6 +141,12 @@ bool RingWriter::Publish() {
            control.sleeping.exchange(0, std::memory_order_seq_cst) != 0;
 }
 
+void RingWriter::SetCrowded(bool crowded) {
+    std::atomic<uint32_t>& told = memory_->control().crowded;
+    if ((told.load(std::memory_order_relaxed) != 0) != crowded)
+        told.store(crowded ? 1 : 0, std::memory_order_relaxed);
+}
+
 RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
     // A record follows a pad at once: the writer pads only to place one.
     for (int pads = 0; pads <= 1; ++pads) {
@@ -193,6 +199,10 @@ bool RingReader::Sleep() {
 
 void RingReader::Wake() {
     memory_->control().sleeping.store(0, std::memory_order_seq_cst);
+}
+
+bool RingReader::IsCrowded() const {
+    return memory_->control().crowded.load(std::memory_order_relaxed) != 0;
 }
 
 void RingReader::Finish(size_t record_size) {

@@ -24,6 +24,7 @@ struct RingControl {
     alignas(64) std::atomic<uint64_t> produced;  // writer: position behind the last record
     // Writer: position, with nothing unread before it, from which it went on at the ring's start.
     std::atomic<uint64_t> restart_from;
+    std::atomic<uint32_t> crowded;               // writer: its process wakes receivers very often
     alignas(64) std::atomic<uint64_t> consumed;  // reader: bytes of records read, ever
     std::atomic<uint64_t> finished;  // reader: bytes of calls that have begun to run, ever
     alignas(64) std::atomic<uint32_t> sleeping;  // reader: wants a wake-up for the next record
@@ -76,6 +77,9 @@ class RingWriter {
     // Makes the record visible; true if the reader sleeps and must be woken by the caller.
     bool Publish();
 
+    // Tells the reader whether each wake-up is one of very many in the writer's process.
+    void SetCrowded(bool crowded);
+
     // Behind the last record.
     uint64_t position() const { return position_; }
 
@@ -121,6 +125,9 @@ class RingReader {
     bool Sleep();
     // A wake-up is not needed for now.
     void Wake();
+
+    // What the writer said last of its wake-ups. A hint: nothing but a delay may hang on it.
+    bool IsCrowded() const;
 
     // Counts `record_size` bytes as run. Any thread.
     void Finish(size_t record_size);
