@@ -26,7 +26,7 @@ function(velmora_find_aidl_tool tool depends)
         ExternalProject_Add(native_aidl
             SOURCE_DIR "${VELMORA_AIDL_SOURCE_DIR}"
             BINARY_DIR "${folder}"
-            CMAKE_ARGS -DCMAKE_BUILD_TYPE=Release
+            CMAKE_ARGS -DCMAKE_BUILD_TYPE=Release "-DCMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER}"
             BUILD_ALWAYS ON
             INSTALL_COMMAND ""
             BUILD_BYPRODUCTS "${folder}/aidl")

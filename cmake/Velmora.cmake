@@ -69,7 +69,10 @@ add_custom_target(sensitive_tests)
 # MAIN brings main(): host_testing_main for tests with helper processes beside them, else gtest's own.
 # Every *_test.cpp of the calling folder's tests/ becomes a test program and a test of its own, named after
 # the file. A line `// Labels: memory threads processes` in the file gives the test its labels, a line
-# `// Timeout: SECONDS` its limit (120 s if absent), a line `// Serial: WHY` keeps other tests from running beside it. Files of tests/ that do not end in _test.cpp are linked into each.
+# `// Timeout: SECONDS` its limit (120 s if absent), a line `// Serial: WHY` keeps other tests from running beside it, a line
+# `// Native SUITE.NAME: WHY` leaves that one of its tests out of a cross build, whose programs run in an emulator, and
+# `// Native: WHY` gives all of them the label native.
+# Files of tests/ that do not end in _test.cpp are linked into each.
 function(velmora_add_tests)
     cmake_parse_arguments(ARG "" "FOLDER;MAIN" "LIBRARIES;INCLUDES;SOURCES" ${ARGN})
     if(VELMORA_THREAD_SAFETY)
@@ -88,18 +91,32 @@ function(velmora_add_tests)
         add_executable(${name} "${source}" ${ARG_SOURCES})
         target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gmock ${ARG_MAIN})
         target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}" ${ARG_INCLUDES})
-        add_test(NAME ${name} COMMAND ${name})
         set(timeout 120)
-        file(STRINGS "${source}" marks REGEX "^// (Labels|Timeout|Serial): " LIMIT_COUNT 4)
+        set(left_out)
+        file(STRINGS "${source}" marks LIMIT_COUNT 10
+            REGEX "^// (Labels|Timeout|Serial|Native|Native [A-Za-z]+[.][A-Za-z]+): ")
+        if(CMAKE_CROSSCOMPILING)
+            set(left_out ${marks})
+            list(FILTER left_out INCLUDE REGEX "^// Native [A-Z]")
+            list(TRANSFORM left_out REPLACE "^// Native ([^:]+):.*$" "\\1")
+            list(JOIN left_out ":" left_out)
+        endif()
+        if(left_out)
+            add_test(NAME ${name} COMMAND ${name} "--gtest_filter=-${left_out}")
+        else()
+            add_test(NAME ${name} COMMAND ${name})
+        endif()
         foreach(mark IN LISTS marks)
             if(mark MATCHES "^// Labels: (.*)$")
                 string(REPLACE " " ";" labels "${CMAKE_MATCH_1}")
-                set_tests_properties(${name} PROPERTIES LABELS "${labels}")
+                set_property(TEST ${name} APPEND PROPERTY LABELS ${labels})
                 add_dependencies(sensitive_tests ${name})
             elseif(mark MATCHES "^// Timeout: ([0-9]+)")
                 set(timeout ${CMAKE_MATCH_1})
             elseif(mark MATCHES "^// Serial: ")
                 set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
+            elseif(mark MATCHES "^// Native: ")
+                set_property(TEST ${name} APPEND PROPERTY LABELS native)
             endif()
         endforeach()
         set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout})

@@ -1,5 +1,6 @@
 // Labels: memory processes
 // Timeout: 300
+// Native Siege.ConnectionsThatBeginWrongAreCutOneByOne: emulators leak such descriptors.
 // Bytes that no process of ours sends: whoever sends them loses its connections and gets one line
 // in the log, and nobody else notices.
 

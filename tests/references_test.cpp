@@ -1,5 +1,6 @@
 // Labels: memory threads processes
 // Timeout: 300
+// Native References.LeaveNothingBehindAfterAHundredThousandRounds: emulators grow.
 #include <signal.h>
 #include <unistd.h>
 

@@ -1,5 +1,6 @@
 // Labels: memory threads processes
 // Timeout: 300
+// Native Threads.AreStartedOnDemandAndServeInParallelUpToTheBound: emulators add one.
 #include <stdlib.h>
 #include <unistd.h>
 

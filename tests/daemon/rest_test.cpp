@@ -1,4 +1,5 @@
 // Serial: what it counts, switches of threads and pages of memory, is the machine's business too.
+// Native Daemon.LosesTheEventsThatItsWorkerDoesNotKeepUpWithAndNothingElse: no ptrace.
 // The daemon at rest, and through an hour of gestures.
 
 #include <gmock/gmock.h>

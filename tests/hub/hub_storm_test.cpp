@@ -1,5 +1,6 @@
 // Labels: memory threads processes
 // Serial: it keeps every core busy, and others would take what waits for one to be at rest.
+// Native: the memory that it measures grows by the code that an emulator translates.
 // Clients by the dozen come, go, stand still and are killed at random; the hub outlives them all.
 
 #include <android/binder_process.h>
