@@ -96,6 +96,21 @@ TEST(OnewayCalls, RunInOrderAndOneAtATimePerObject) {
     EXPECT_EQ(NotedBy(notebook.object()), FromZero(kCalls));
 }
 
+TEST(OnewayCalls, AreAllReadHoweverTheReceiverIsWokenOrLooksByItself) {
+    std::vector<std::unique_ptr<RemoteObject>> notebooks;
+    for (int i = 0; i < 4; ++i)
+        notebooks.push_back(std::make_unique<RemoteObject>("Notebook"));
+    Own bell;
+    for (int round = 1; round <= 3'000; ++round) {
+        for (const auto& notebook : notebooks) {
+            for (int32_t i = 0; i < round % 3; ++i)
+                ASSERT_EQ(Post(notebook->object(), kNote, {i, {}, {}}), STATUS_OK);
+            ASSERT_EQ(Post(notebook->object(), kFence, {0, bell.object, {}}), STATUS_OK);
+        }
+        ASSERT_TRUE(bell.called.WaitFor(4 * round)) << "a wake-up was lost in round " << round;
+    }
+}
+
 TEST(OnewayCalls, ToDifferentObjectsRunInParallelWhileOneBlocks) {
     RemoteObject notebook("Notebook");
     Letter other;
