@@ -4,6 +4,7 @@
 #include <android/log.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "binder_death_manager.h"
@@ -47,6 +48,29 @@ struct VelmoraHubConsumerManager::Subscription {
     ::ndk::ScopedAIBinder_DeathRecipient death_recipient;
 };
 
+void VelmoraHubConsumerManager::Signal::Add(uint32_t token_id,
+                                            std::shared_ptr<Subscription> subscription) {
+    WritableConsumers().push_back(subscription->consumer);
+    subscriptions.emplace_back(token_id, std::move(subscription));
+}
+
+bool VelmoraHubConsumerManager::Signal::Remove(uint32_t token_id,
+                                               std::shared_ptr<IVelmoraHubConsumer>* released) {
+    const auto found = std::find_if(subscriptions.begin(), subscriptions.end(),
+                                    [=](const auto& entry) { return entry.first == token_id; });
+    if (found == subscriptions.end()) return false;
+    *released = std::move(found->second->consumer);
+    Consumers& list = WritableConsumers();
+    list.erase(list.begin() + (found - subscriptions.begin()));
+    subscriptions.erase(found);
+    return true;
+}
+
+VelmoraHubConsumerManager::Consumers& VelmoraHubConsumerManager::Signal::WritableConsumers() {
+    if (consumers.use_count() > 1) consumers = std::make_shared<Consumers>(*consumers);
+    return *consumers;
+}
+
 VelmoraHubConsumerManager::VelmoraHubConsumerManager(std::shared_ptr<WorkerThread> worker)
         : worker_(std::move(worker)) {}
 
@@ -63,17 +87,17 @@ ScopedAStatus VelmoraHubConsumerManager::subscribe(
         return Refuse("Invalid token state.");
     }
     std::lock_guard lock(mutex_);
-    auto& subscriptions = subscriptions_[signalId];
-    for (const auto& [token_id, subscription] : subscriptions)
-        if (subscription->consumer == consumer) return Refuse("Already subscribed");
+    Signal& signal = subscriptions_[signalId];
+    for (const auto& other : *signal.consumers)
+        if (other == consumer) return Refuse("Already subscribed");
 
-    const bool is_first = subscriptions.empty();
+    const bool is_first = signal.subscriptions.empty();
     const auto token =
             ::ndk::SharedRefBase::make<ConsumerToken>(signalId, next_token_id_.fetch_add(1));
     // A death that comes at once waits for the mutex and finds the subscription.
     AIBinder_DeathRecipient* recipient =
             BinderDeathManager::TrackDeath(consumer->asBinder().get(), token, this);
-    subscriptions[token->token_id] = std::make_shared<Subscription>(token, consumer, recipient);
+    signal.Add(token->token_id, std::make_shared<Subscription>(token, consumer, recipient));
     __android_log_print(ANDROID_LOG_INFO, kLogTag, "New subscriber (%d::%d)", token->signal_id,
                         token->token_id);
     *out = token;
@@ -104,15 +128,11 @@ ScopedAStatus VelmoraHubConsumerManager::InternalUnsubscribe(
                             "Registration does not exist. No signal found.");
         return ScopedAStatus::ok();
     }
-    auto& subscriptions = signal->second;
-    const auto subscription = subscriptions.find(token->token_id);
-    if (subscription == subscriptions.end()) {
+    if (!signal->second.Remove(token->token_id, &released)) {
         __android_log_print(ANDROID_LOG_WARN, kLogTag, "Registration did not exist.");
         return ScopedAStatus::ok();
     }
-    released = std::move(subscription->second->consumer);
-    subscriptions.erase(subscription);
-    if (subscriptions.empty())
+    if (signal->second.subscriptions.empty())
         Schedule([this, signal_id] {
             if (listener_ != nullptr) listener_->OnConsumerSubscriptionChanged(signal_id, false);
         });
@@ -157,8 +177,8 @@ void VelmoraHubConsumerManager::DispatchSignalUpdate(int signalId, VelmoraEvent 
 
 template <typename F>
 void VelmoraHubConsumerManager::Dispatch(int signalId, const F& notify) {
-    Consumers consumers = TakeSnapshot(signalId);
-    for (const auto& consumer : consumers) {
+    std::shared_ptr<const Consumers> consumers = TakeConsumers(signalId);
+    for (const auto& consumer : *consumers) {
         if (consumer == nullptr)
             __android_log_print(ANDROID_LOG_WARN, kLogTag,
                                 "Invalid consumer attached to subscription. Will not notify.");
@@ -168,22 +188,15 @@ void VelmoraHubConsumerManager::Dispatch(int signalId, const F& notify) {
     GiveBack(std::move(consumers));
 }
 
-VelmoraHubConsumerManager::Consumers VelmoraHubConsumerManager::TakeSnapshot(int signalId) {
+std::shared_ptr<const VelmoraHubConsumerManager::Consumers>
+VelmoraHubConsumerManager::TakeConsumers(int signalId) {
     std::lock_guard lock(mutex_);
-    Consumers consumers;
-    consumers.swap(dispatch_buffer_);
-    const auto& subscriptions = subscriptions_[signalId];
-    consumers.reserve(subscriptions.size());
-    for (const auto& [token_id, subscription] : subscriptions)
-        consumers.push_back(subscription->consumer);
-    return consumers;
+    return subscriptions_[signalId].consumers;
 }
 
-void VelmoraHubConsumerManager::GiveBack(Consumers consumers) {
-    consumers.clear();
+void VelmoraHubConsumerManager::GiveBack(std::shared_ptr<const Consumers> consumers) {
     std::lock_guard lock(mutex_);
-    // Of two dispatches at once the larger buffer stays. What a swap leaves here is empty.
-    if (consumers.capacity() > dispatch_buffer_.capacity()) dispatch_buffer_.swap(consumers);
+    if (consumers.use_count() > 1) consumers.reset();
 }
 
 binder_status_t VelmoraHubConsumerManager::dump(int fd, const char** /*args*/,
@@ -192,9 +205,9 @@ binder_status_t VelmoraHubConsumerManager::dump(int fd, const char** /*args*/,
     dprintf(fd, "VelmoraHubConsumerManager State:\n");
     std::lock_guard lock(mutex_);
     if (subscriptions_.empty()) dprintf(fd, "  No active subscriptions.\n");
-    for (const auto& [signal_id, subscriptions] : subscriptions_) {
+    for (const auto& [signal_id, signal] : subscriptions_) {
         dprintf(fd, "  Signal ID: %d\n", static_cast<int32_t>(signal_id));
-        for (const auto& [token_id, subscription] : subscriptions)
+        for (const auto& [token_id, subscription] : signal.subscriptions)
             dprintf(fd, "    Consumer Token ID: %d\n", static_cast<int32_t>(token_id));
     }
     return STATUS_OK;

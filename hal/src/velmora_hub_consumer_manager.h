@@ -28,6 +28,7 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "consumer_manager_listener.h"
@@ -81,6 +82,26 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
     struct Subscription;
     using Consumers = std::vector<std::shared_ptr<IVelmoraHubConsumer>>;
 
+    // One signal's table, in the order of the subscriptions. What a call needs lies side by side:
+    // to follow a pointer to each subscription costs more than the rest of the call when there are
+    // many signals.
+    struct Signal {
+        void Add(uint32_t token_id, std::shared_ptr<Subscription> subscription);
+        // Destroys the subscription but for its consumer, which goes to `*released`. False if there
+        // is none.
+        bool Remove(uint32_t token_id, std::shared_ptr<IVelmoraHubConsumer>* released);
+
+        // By token id. The only owner of the subscriptions.
+        std::vector<std::pair<uint32_t, std::shared_ptr<Subscription>>> subscriptions;
+        // Theirs, at the same places. A dispatch calls from this list without the mutex and without
+        // a copy: a list that a dispatch holds never changes.
+        std::shared_ptr<Consumers> consumers = std::make_shared<Consumers>();
+
+      private:
+        // The list, or a copy in its place if a dispatch holds it.
+        Consumers& WritableConsumers();
+    };
+
     ::ndk::ScopedAStatus InternalUnsubscribe(const std::shared_ptr<ConsumerToken>& token)
             EXCLUDES(mutex_);
 
@@ -88,23 +109,18 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
     template <typename F>
     void Dispatch(int signalId, const F& notify) EXCLUDES(mutex_);
 
-    // The signal's consumers, in the buffer of an earlier dispatch.
-    Consumers TakeSnapshot(int signalId) EXCLUDES(mutex_);
-    // Releases the consumers and keeps the buffer for the next dispatch.
-    void GiveBack(Consumers consumers) EXCLUDES(mutex_);
+    // The signal's consumers as they are now.
+    std::shared_ptr<const Consumers> TakeConsumers(int signalId) EXCLUDES(mutex_);
+    // The end of a dispatch. If nobody else holds the list any more, it goes, and what it was the
+    // last to hold with it, after the mutex has been unlocked.
+    void GiveBack(std::shared_ptr<const Consumers> consumers) EXCLUDES(mutex_);
 
     // Hands the function to the worker; a full queue loses it.
     template <typename F>
     void Schedule(F&& task);
 
-    // Empty; its memory serves the next dispatch. First: if worker_ goes with the manager, a task
-    // may run until it has gone.
-    Consumers dispatch_buffer_ GUARDED_BY(mutex_);
-
-    // By signal id, then by token id. A signal's entry, once made, stays. The only owner of the
-    // subscriptions.
-    std::unordered_map<uint32_t, std::unordered_map<uint32_t, std::shared_ptr<Subscription>>>
-            subscriptions_ GUARDED_BY(mutex_);
+    // By signal id. A signal's entry, once made, stays.
+    std::unordered_map<uint32_t, Signal> subscriptions_ GUARDED_BY(mutex_);
     std::mutex mutex_;
     std::atomic<int32_t> next_token_id_{1};
     // Set before there are tasks; only they read it.

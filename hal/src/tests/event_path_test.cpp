@@ -64,7 +64,7 @@ TEST(EventPath, AllocatesTheTaskAndTwoCopiesForAnyNumberOfConsumers) {
             listening.push_back(ndk::SharedRefBase::make<QuietConsumer>());
             Subscribe(*hub.consumers, 5, listening.back());
         }
-        Push(hub, token, event);  // the dispatch buffer reaches its size
+        Push(hub, token, event);  // the queue reaches its size
         const int worker_before = CountOfWorker(hub);
         const int pushing = Push(hub, token, event);
         EXPECT_EQ(CountOfWorker(hub) - worker_before, kEvents * per_copy);
