@@ -6,9 +6,10 @@
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
-#include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include "flat_table.h"
 
 namespace aidl::vendor::quorin::velmora_hub {
 
@@ -23,8 +24,8 @@ using Cookie = std::unique_ptr<DeathCookie>;
 std::mutex& gDeathCookiesMutex = *new std::mutex;
 
 // Every cookie that a token was last tracked with.
-std::unordered_map<IToken*, Cookie>& gDeathCookies GUARDED_BY(gDeathCookiesMutex) =
-        *new std::unordered_map<IToken*, Cookie>;
+FlatTable<IToken*, Cookie>& gDeathCookies GUARDED_BY(gDeathCookiesMutex) =
+        *new FlatTable<IToken*, Cookie>;
 
 // Cookies whose token was tracked again while the platform still held them. Rare, hence a list.
 std::vector<Cookie>& gDisplacedCookies GUARDED_BY(gDeathCookiesMutex) = *new std::vector<Cookie>;
@@ -50,9 +51,8 @@ bool IsRunningHere(const DeathCookie* cookie) {
 // still call back with it; the caller destroys it without the lock.
 Cookie Store(Cookie cookie) EXCLUDES(gDeathCookiesMutex) {
     std::lock_guard lock(gDeathCookiesMutex);
-    Cookie& place = gDeathCookies[cookie->token.get()];
-    Cookie former = std::move(place);
-    place = std::move(cookie);
+    IToken* const token = cookie->token.get();
+    Cookie former = gDeathCookies.Put(token, std::move(cookie));
     if (former != nullptr && !former->refused) gDisplacedCookies.push_back(std::move(former));
     return former;
 }
@@ -71,11 +71,9 @@ Cookie TakeDisplaced(const DeathCookie* cookie) REQUIRES(gDeathCookiesMutex) {
 // was tracked again stays.
 Cookie Take(DeathCookie* cookie) EXCLUDES(gDeathCookiesMutex) {
     std::lock_guard lock(gDeathCookiesMutex);
-    const auto entry = gDeathCookies.find(cookie->token.get());
-    if (entry == gDeathCookies.end() || entry->second.get() != cookie) return TakeDisplaced(cookie);
-    Cookie taken = std::move(entry->second);
-    gDeathCookies.erase(entry);
-    return taken;
+    const Cookie* const current = gDeathCookies.Find(cookie->token.get());
+    if (current == nullptr || current->get() != cookie) return TakeDisplaced(cookie);
+    return gDeathCookies.Take(cookie->token.get());
 }
 
 // Whether the platform may still call back with a cookie of the token, on another thread.
@@ -83,8 +81,8 @@ bool IsLinked(IToken* token) REQUIRES(gDeathCookiesMutex) {
     const auto may_call = [=](const Cookie& cookie) {
         return cookie->token.get() == token && !cookie->refused && !IsRunningHere(cookie.get());
     };
-    const auto entry = gDeathCookies.find(token);
-    if (entry != gDeathCookies.end() && may_call(entry->second)) return true;
+    const Cookie* const current = gDeathCookies.Find(token);
+    if (current != nullptr && may_call(*current)) return true;
     return std::any_of(gDisplacedCookies.begin(), gDisplacedCookies.end(), may_call);
 }
 

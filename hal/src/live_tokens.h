@@ -10,7 +10,8 @@
 
 #include <mutex>
 #include <shared_mutex>
-#include <unordered_set>
+
+#include "flat_table.h"
 
 namespace aidl::vendor::quorin::velmora_hub {
 
@@ -18,23 +19,23 @@ class LiveTokens {
   public:
     void Add(const IToken* token) {
         std::lock_guard lock(mutex_);
-        tokens_.insert(token);
+        tokens_.Put(token, token);
     }
 
     void Remove(const IToken* token) {
         std::lock_guard lock(mutex_);
-        tokens_.erase(token);
+        tokens_.Take(token);
     }
 
     bool Contains(const IToken* token) const {
         std::shared_lock lock(mutex_);
-        return tokens_.count(token) != 0;
+        return tokens_.Find(token) != nullptr;
     }
 
   private:
     mutable std::shared_mutex mutex_;
     // Guarded by mutex_; only in words, as no C++ library annotates its shared mutex.
-    std::unordered_set<const IToken*> tokens_;
+    FlatTable<const IToken*, const IToken*> tokens_;
 };
 
 }  // namespace aidl::vendor::quorin::velmora_hub
