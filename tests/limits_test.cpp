@@ -151,7 +151,7 @@ TEST_F(Limits, OnewayCallsOf512KibWaitAndOneMoreCutsTheSender) {
         uint8_t* place = writer.Begin(body.size());
         ASSERT_NE(place, nullptr);
         memcpy(place, body.data(), body.size());
-        if (writer.Publish()) wake_up.Send("x");
+        if (writer.Publish() != WakeUp::kNone) wake_up.Send("x");
     };
     post(kBlock, 0);
     EXPECT_TRUE(Eventually([&] { return writer.Pending() == 0U; }));

@@ -18,7 +18,7 @@ namespace {
 constexpr size_t kFirstReadBytes = 4096;
 
 // How long a thread that has answered a call stays for the next one.
-constexpr int kBriefWaitMs = 2;
+constexpr int kBriefWaitMs = 10;
 
 constexpr int kMaxParts = 5;
 

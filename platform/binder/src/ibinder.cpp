@@ -115,7 +115,7 @@ bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz) {
     if (!binder->is_remote()) return binder->clazz.load(std::memory_order_relaxed) == clazz;
     ProxyBinder* proxy = AsProxy(binder);
     if (proxy->descriptor != clazz->descriptor) return false;
-    proxy->clazz.store(clazz, std::memory_order_relaxed);
+    proxy->clazz.store(clazz, std::memory_order_release);
     return true;
 }
 
@@ -144,7 +144,7 @@ uid_t AIBinder_getCallingUid() {
 
 binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
     if (binder == nullptr || in == nullptr) return STATUS_UNEXPECTED_NULL;
-    const AIBinder_Class* clazz = binder->clazz.load(std::memory_order_relaxed);
+    const AIBinder_Class* clazz = binder->clazz.load(std::memory_order_acquire);
     if (clazz == nullptr) return STATUS_INVALID_OPERATION;
     *in = host::ObtainParcel();
     (*in)->binder = binder;

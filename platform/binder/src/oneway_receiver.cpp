@@ -33,6 +33,21 @@ constexpr microseconds kShortestPause{50};
 constexpr microseconds kLongestPause{1000};
 constexpr int64_t kCallsPerPause = 32;
 constexpr microseconds kSlowestGap{250};
+constexpr microseconds kNoPause{0};
+
+// A pause that brings fewer calls was in vain: who calls may be waiting for an answer meanwhile.
+// They are tried less and less then, but in the same moments by all receivers of the machine: what
+// makes calls slow may be that so many receivers are woken for each, and none alone can change
+// that.
+constexpr int64_t kWorthAPause = 8;
+constexpr OnewayReceiver::Clock::duration kTryFor = std::chrono::milliseconds(2);
+constexpr uint32_t kMostVainPauses = 5;
+// After a good one, so many in vain are put up with: a sender may be waiting for its slowest
+// receiver.
+constexpr uint32_t kLulls = 4;
+
+// How long a thread waits at the ring for the next call when none comes.
+constexpr std::chrono::milliseconds kStay{20};
 
 // Wake-ups are bytes in a socket, which takes some 270 of them unread. Each is announced by itself,
 // read or not, until it is full.
@@ -94,8 +109,34 @@ void OnewayReceiver::OnReady(uint32_t events) {
         TakeAndRun();
     }
     if (!good) return peer_->Cut("a descriptor that nobody asked for");
-    if (gap < kCrowdedGap && RingReader(&memory_).IsCrowded()) return Attend(kLongestPause);
-    if (gap < kDenseGap && taken > 1) Attend(kFirstPause);
+    if (taken != 0) Attend(gap, taken);
+}
+
+microseconds OnewayReceiver::PauseAfter(Clock::duration gap, size_t taken) {
+    auto pause = kNoPause;
+    if (gap < kCrowdedGap && RingReader(&memory_).IsCrowded())
+        pause = kLongestPause;
+    else if (gap < kDenseGap && taken > 1)
+        pause = kFirstPause;
+    if (pause == kNoPause) return pause;
+    const Clock::duration now(woken_at_.load());
+    return now % (kTryFor * (1 << vain_pauses_)) < kTryFor ? pause : kNoPause;
+}
+
+microseconds OnewayReceiver::NextPause(microseconds pause, size_t taken) {
+    auto calls = static_cast<int64_t>(taken);
+    if (calls >= kWorthAPause) {
+        vain_pauses_ = 0;
+        lulls_left_ = kLulls;
+    }
+    if (calls * kSlowestGap >= pause)
+        return std::clamp(pause * kCallsPerPause / calls, kShortestPause, kLongestPause);
+    if (lulls_left_ != 0) {
+        --lulls_left_;
+        return pause;
+    }
+    vain_pauses_ = std::min(vain_pauses_ + 1, kMostVainPauses);
+    return kNoPause;
 }
 
 OnewayReceiver::Clock::duration OnewayReceiver::SinceLastWakeUp() {
@@ -133,22 +174,40 @@ size_t OnewayReceiver::TakeAndRun() {
     return taken;
 }
 
-void OnewayReceiver::Attend(microseconds pause) {
+void OnewayReceiver::Attend(Clock::duration gap, size_t taken) {
     if (attended_.exchange(true)) return;
-    for (bool dense = true; dense;) {
+    auto pause = PauseAfter(gap, taken);
+    while (taken != 0 || pause != kNoPause) {
         Pool::Linger linger;
         if (!linger.granted()) break;
-        {
-            std::lock_guard lock(mutex_);
-            ring_.Wake();
+        if (pause == kNoPause) {
+            AwaitCall();
+            taken = TakeAndRun();
+            pause = PauseAfter(SinceLastWakeUp(), taken);
+        } else {
+            Pause(pause);
+            taken = TakeAndRun();
+            pause = NextPause(pause, taken);
+            if (pause == kNoPause) break;
         }
-        std::this_thread::sleep_for(pause);
-        auto taken = static_cast<int64_t>(TakeAndRun());
-        dense = taken * kSlowestGap >= pause;
-        if (dense)
-            pause = std::clamp(pause * kCallsPerPause / taken, kShortestPause, kLongestPause);
     }
     attended_.store(false);
+}
+
+void OnewayReceiver::AwaitCall() {
+    {
+        std::lock_guard lock(mutex_);
+        if (!ring_.Sleep(WakeUp::kFutex)) return;
+    }
+    RingReader(&memory_).Await(kStay);
+}
+
+void OnewayReceiver::Pause(microseconds pause) {
+    {
+        std::lock_guard lock(mutex_);
+        ring_.Wake();
+    }
+    std::this_thread::sleep_for(pause);
 }
 
 void OnewayReceiver::Started(size_t record_size) {
@@ -188,7 +247,7 @@ bool OnewayReceiver::TakeSome(Runnable* runnable, bool* more, size_t* taken) {
         if (result == RingReader::Result::kEmpty) {
             // At most one byte for each time.
             unread_wakeups_.fetch_add(1);
-            if (ring_.Sleep()) return true;
+            if (ring_.Sleep(WakeUp::kByte)) return true;
             ring_.Wake();
             continue;
         }

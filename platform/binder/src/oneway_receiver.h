@@ -1,8 +1,9 @@
 // The receiving end of one peer's oneway channel. A pool thread that is woken takes what is in the
 // ring, sorts it to the objects called, asks for the next wake-up and then runs what it found;
-// other threads take over what comes meanwhile. When wake-ups follow one another closely, the
-// thread looks into the ring by itself for a while, some hundred microseconds apart, and is not
-// woken meanwhile: the sender saves a system call per call, the receiver a wake-up.
+// other threads take over what comes meanwhile. While another thread is idle it then stays with the
+// ring for a few milliseconds and is woken at a futex there, which costs both sides less. When
+// wake-ups follow one another closely, it looks into the ring by itself, some hundred microseconds
+// apart, and is not woken at all.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -42,6 +43,8 @@ struct OnewayCall {
 
 class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<OnewayReceiver> {
   public:
+    using Clock = std::chrono::steady_clock;
+
     OnewayReceiver(std::shared_ptr<Peer> peer, UniqueFd fd)
             : peer_(std::move(peer)), fd_(std::move(fd)) {}
 
@@ -58,16 +61,21 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     const std::shared_ptr<Peer>& peer() const { return peer_; }
 
   private:
-    using Clock = std::chrono::steady_clock;
-
     // Notes a wake-up.
     Clock::duration SinceLastWakeUp();
     // False if a descriptor came along.
     bool ReadWakeUps();
     // Takes what is there and runs it; answers the number of calls that were there.
     size_t TakeAndRun() EXCLUDES(mutex_);
-    // Looks into the ring after pauses, the first as given, until too little comes in.
-    void Attend(std::chrono::microseconds pause) EXCLUDES(mutex_);
+    // Stays with the ring as long as calls come, one thread at a time: waits for each, or lets some
+    // gather for a pause. `gap` and `taken`: how long after the last the wake-up came that brought
+    // the thread here, and the calls that it brought.
+    void Attend(Clock::duration gap, size_t taken) EXCLUDES(mutex_);
+    void AwaitCall() EXCLUDES(mutex_);
+    void Pause(std::chrono::microseconds pause) EXCLUDES(mutex_);
+    // Only while attending. The pause that is due, none if that is zero.
+    std::chrono::microseconds PauseAfter(Clock::duration gap, size_t taken);
+    std::chrono::microseconds NextPause(std::chrono::microseconds pause, size_t taken);
 
     using Runnable = std::vector<BinderRef>;
     using Calls = std::vector<std::unique_ptr<OnewayCall>>;
@@ -88,6 +96,9 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     std::atomic<Clock::rep> woken_at_{0};
     std::atomic<uint32_t> unread_wakeups_{0};  // at most so many lie in the socket
     std::atomic<bool> attended_{false};
+    // Of the thread that attends.
+    uint32_t vain_pauses_ = 0;
+    uint32_t lulls_left_ = 0;
 
     std::mutex mutex_;
     RingReader ring_ GUARDED_BY(mutex_){&memory_};

@@ -35,7 +35,7 @@ class WakeUpMeter {
   private:
     using Clock = std::chrono::steady_clock;
     static constexpr Clock::duration kSpan = std::chrono::milliseconds(4);
-    static constexpr uint32_t kMany = 128;
+    static constexpr uint32_t kMany = 80;
 
     std::atomic<int64_t> begin_{0};
     std::atomic<uint32_t> counted_{0};
@@ -84,9 +84,11 @@ binder_status_t OnewaySender::SendLocked(const RefId& target, uint32_t code, con
     binder_status_t status = WriteRecord(target, code, parcel, report);
     if (status == STATUS_OK) {
         report->refused_before = std::exchange(refused_, 0);
-        const bool wake = ring_->Publish();
+        const WakeUp wake = ring_->Publish();
         position_.store(ring_->position(), std::memory_order_release);
-        if (wake) Wake();
+        if (wake != WakeUp::kNone) ring_->SetCrowded(g_wakeups.Count());
+        if (wake == WakeUp::kFutex) ring_->WakeAtFutex();
+        if (wake == WakeUp::kByte) SendWakeUp();
     }
     return status;
 }
@@ -171,8 +173,7 @@ void OnewaySender::OnReachable() {
     TryConnect();
 }
 
-void OnewaySender::Wake() {
-    if (ring_) ring_->SetCrowded(g_wakeups.Count());
+void OnewaySender::SendWakeUp() {
     uint8_t byte = 0;
     // A full socket holds enough wake-ups already; a closed one is a death that is noticed
     // elsewhere.
@@ -189,7 +190,7 @@ void OnewaySender::Wake() {
 
 void OnewaySender::WakeAgain() {
     std::lock_guard lock(mutex_);
-    Wake();
+    SendWakeUp();
 }
 
 void OnewaySender::Close() {

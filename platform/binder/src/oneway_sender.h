@@ -59,7 +59,7 @@ class OnewaySender {
     void TryConnect() REQUIRES(mutex_);
     void Disconnect() REQUIRES(mutex_);
     void ConnectLater();
-    void Wake() REQUIRES(mutex_);
+    void SendWakeUp() REQUIRES(mutex_);
 
     Peer* const peer_;
     std::atomic<uint64_t> position_{0};

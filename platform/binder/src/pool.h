@@ -56,7 +56,7 @@ class Pool {
 
     // Granted to a thread that would rather wait for more of the same work than go back to the
     // pool, while another thread is left to take up what else comes. Bounded in number; the holder
-    // waits a few milliseconds at most, so the threads are soon back when all are needed.
+    // waits some milliseconds at most, so the threads are soon back when all are needed.
     class Linger {
       public:
         Linger();

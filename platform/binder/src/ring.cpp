@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -25,8 +26,8 @@ static_assert(sizeof(RecordHeader) == kRecordAlign);
 // An empty ring is used from its start again once this much has been used, so that light traffic
 // touches a few pages only. Pages far behind are given back when a burst had used them.
 constexpr size_t kRestartBytes = 8 * 1024;
-constexpr size_t kGiveBackBytes = 128 * 1024;
-constexpr size_t kKeepBytes = 32 * 1024;
+constexpr size_t kGiveBackBytes = 32 * 1024;
+constexpr size_t kKeepBytes = 16 * 1024;
 
 // Twice the bound on pending bytes: however records and one pad fall, the next record that the
 // bound admits finds contiguous room.
@@ -129,7 +130,7 @@ void RingWriter::GivePagesBack() {
     high_water_ = 0;
 }
 
-bool RingWriter::Publish() {
+WakeUp RingWriter::Publish() {
     position_ += next_size_;
     accepted_ += next_size_;
     if (Offset(position_) > high_water_) high_water_ = Offset(position_);
@@ -137,8 +138,11 @@ bool RingWriter::Publish() {
     // Both sides write their own word and then read the other's: sequentially consistent, or a
     // wake-up is lost.
     control.produced.store(position_, std::memory_order_seq_cst);
-    return control.sleeping.load(std::memory_order_seq_cst) != 0 &&
-           control.sleeping.exchange(0, std::memory_order_seq_cst) != 0;
+    if (control.sleeping.load(std::memory_order_seq_cst) == 0) return WakeUp::kNone;
+    const uint32_t wanted = control.sleeping.exchange(0, std::memory_order_seq_cst);
+    // Whatever else a reader writes there is as good as a byte.
+    if (wanted == static_cast<uint32_t>(WakeUp::kNone)) return WakeUp::kNone;
+    return wanted == static_cast<uint32_t>(WakeUp::kFutex) ? WakeUp::kFutex : WakeUp::kByte;
 }
 
 void RingWriter::SetCrowded(bool crowded) {
@@ -157,8 +161,9 @@ RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
         if (available > RingMemory::kDataBytes || available < sizeof(RecordHeader))
             return Result::kBroken;
         size_t offset = position_ % RingMemory::kDataBytes;
-        RecordHeader header;
-        memcpy(&header, memory_->data() + offset, sizeof(header));
+        // Once, whatever the writer does to it meanwhile.
+        const auto header = std::bit_cast<RecordHeader>(__atomic_load_n(
+                reinterpret_cast<const uint64_t*>(memory_->data() + offset), __ATOMIC_RELAXED));
         bool fits = header.size >= sizeof(header) && header.size % kRecordAlign == 0 &&
                     header.size <= available && header.size <= RingMemory::kDataBytes - offset;
         if (!fits) return Result::kBroken;
@@ -192,9 +197,13 @@ void RingReader::Freeze() {
     end_ = Produced();
 }
 
-bool RingReader::Sleep() {
-    memory_->control().sleeping.store(1, std::memory_order_seq_cst);
+bool RingReader::Sleep(WakeUp how) {
+    memory_->control().sleeping.store(static_cast<uint32_t>(how), std::memory_order_seq_cst);
     return Produced() == position_;
+}
+
+void RingReader::Await(std::chrono::milliseconds limit) {
+    sys::FutexWait(&memory_->control().sleeping, static_cast<uint32_t>(WakeUp::kFutex), limit);
 }
 
 void RingReader::Wake() {

@@ -10,14 +10,20 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 
 #include "fd.h"
 #include "frame.h"
+#include "sys.h"
 
 namespace host {
+
+// How a reader is to be told of the next record: not at all, by a byte in a socket, or by a futex
+// on the word that says so, where a thread of it waits.
+enum class WakeUp : uint32_t { kNone, kByte, kFutex };
 
 // What the two sides share, ahead of the records. One cache line for each writer.
 struct RingControl {
@@ -27,7 +33,8 @@ struct RingControl {
     std::atomic<uint32_t> crowded;               // writer: its process wakes receivers very often
     alignas(64) std::atomic<uint64_t> consumed;  // reader: bytes of records read, ever
     std::atomic<uint64_t> finished;  // reader: bytes of calls that have begun to run, ever
-    alignas(64) std::atomic<uint32_t> sleeping;  // reader: wants a wake-up for the next record
+    // Reader: the WakeUp that it wants for the next record. Whoever takes it back gives it.
+    alignas(64) std::atomic<uint32_t> sleeping;
 };
 static_assert(sizeof(RingControl) <= 4096 && std::atomic<uint64_t>::is_always_lock_free);
 
@@ -74,8 +81,10 @@ class RingWriter {
     // reader has moved its position to where it cannot be. There is always room for what the limit
     // on pending bytes admits.
     uint8_t* Begin(size_t body_size);
-    // Makes the record visible; true if the reader sleeps and must be woken by the caller.
-    bool Publish();
+    // Makes the record visible; the wake-up that the caller must give.
+    WakeUp Publish();
+    // Gives WakeUp::kFutex.
+    void WakeAtFutex() { sys::FutexWake(&memory_->control().sleeping); }
 
     // Tells the reader whether each wake-up is one of very many in the writer's process.
     void SetCrowded(bool crowded);
@@ -122,7 +131,10 @@ class RingReader {
     void Freeze();
 
     // Asks for a wake-up and answers true, unless a record has come in meanwhile.
-    bool Sleep();
+    bool Sleep(WakeUp how);
+    // After Sleep(kFutex): waits for the wake-up, `limit` at most, or less for no reason. Any
+    // thread, also while another one reads.
+    void Await(std::chrono::milliseconds limit);
     // A wake-up is not needed for now.
     void Wake();
 

@@ -3,15 +3,18 @@
 #pragma once
 
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 
 #include "fd.h"
 
@@ -88,6 +91,17 @@ inline int Fcntl(int fd, int command, int argument) {
 }
 inline ssize_t GetRandom(void* data, size_t size) {
     return Fails("getrandom") ? -1 : ::getrandom(data, size, 0);
+}
+
+// On a word that processes share. Both return for no reason, too, and never fail in a way that
+// matters: a word that somebody else changes is looked at again.
+inline void FutexWake(std::atomic<uint32_t>* word) {
+    ::syscall(SYS_futex, word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
+}
+inline void FutexWait(std::atomic<uint32_t>* word, uint32_t value,
+                      std::chrono::milliseconds limit) {
+    timespec time{limit.count() / 1000, limit.count() % 1000 * 1'000'000};
+    ::syscall(SYS_futex, word, FUTEX_WAIT, value, &time, nullptr, 0);
 }
 
 }  // namespace host::sys

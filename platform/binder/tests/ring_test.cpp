@@ -101,14 +101,14 @@ TEST_F(Ring, HasRoomForWhateverTheBoundAdmits) {
 
 TEST_F(Ring, AsksForAWakeUpOnlyWhenTheReaderSleeps) {
     writer_->Begin(8);
-    EXPECT_FALSE(writer_->Publish()) << "it has not slept yet";
-    EXPECT_FALSE(reader_->Sleep()) << "something is there";
+    EXPECT_EQ(writer_->Publish(), WakeUp::kNone) << "it has not slept yet";
+    EXPECT_FALSE(reader_->Sleep(WakeUp::kFutex)) << "something is there";
     ASSERT_TRUE(Read(8, 0));
-    EXPECT_TRUE(reader_->Sleep());
+    EXPECT_TRUE(reader_->Sleep(WakeUp::kFutex));
     writer_->Begin(8);
-    EXPECT_TRUE(writer_->Publish());
+    EXPECT_EQ(writer_->Publish(), WakeUp::kFutex);
     writer_->Begin(8);
-    EXPECT_FALSE(writer_->Publish()) << "one wake-up is enough";
+    EXPECT_EQ(writer_->Publish(), WakeUp::kNone) << "one wake-up is enough";
 }
 
 TEST_F(Ring, GivesThePagesOfABurstBack) {
