@@ -43,11 +43,21 @@ class WorkerThread {
     // The oldest task, once there is one; null when the destructor has begun.
     std::unique_ptr<Callable> waitForTask();
 
+    // While tasks are dense: stays awake, giving way to other threads, until one is there, but not
+    // for long.
+    void lookOutForTask();
+
     const size_t max_queue_size_;
 
     // Read anywhere; written under queue_mutex_, so that the thread cannot miss it between its look
     // at the flag and its wait.
     std::atomic<bool> destructing_{false};
+
+    // Whether a task waits, written under queue_mutex_; a hint where it is read without.
+    std::atomic<bool> has_tasks_{false};
+
+    // Of the thread: the last wait was a short one.
+    bool tasks_are_dense_ = false;
 
     // Guarded by queue_mutex_.
     std::deque<std::unique_ptr<Callable>> queue_;
