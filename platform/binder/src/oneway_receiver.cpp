@@ -114,7 +114,7 @@ void OnewayReceiver::OnReady(uint32_t events) {
 
 microseconds OnewayReceiver::PauseAfter(Clock::duration gap, size_t taken) {
     auto pause = kNoPause;
-    if (gap < kCrowdedGap && RingReader(&memory_).IsCrowded())
+    if (gap < kCrowdedGap && RingReader(&memory_).Load() == WakeUpLoad::kCrowd)
         pause = kLongestPause;
     else if (gap < kDenseGap && taken > 1)
         pause = kFirstPause;
@@ -181,6 +181,9 @@ void OnewayReceiver::Attend(Clock::duration gap, size_t taken) {
         Pool::Linger linger;
         if (!linger.granted()) break;
         if (pause == kNoPause) {
+            // A single receiver is woken best by the socket: its scheduler knows that the sender is
+            // about to sleep, and lets it run where the sender ran.
+            if (RingReader(&memory_).Load() == WakeUpLoad::kLight) break;
             AwaitCall();
             taken = TakeAndRun();
             pause = PauseAfter(SinceLastWakeUp(), taken);

@@ -16,30 +16,36 @@
 namespace host {
 namespace {
 
-// Wake-ups of this process in a span of time. Beyond so many each of them makes a good part of the
-// work, and receivers are told so.
+// Wake-ups of this process in a span of time, of which receivers are told.
 class WakeUpMeter {
   public:
-    // Counts one; true if there were very many lately.
-    bool Count() {
+    // Counts one; answers for the last span that is over.
+    WakeUpLoad Count() {
         int64_t now = Clock::now().time_since_epoch().count();
         uint32_t counted = counted_.fetch_add(1, std::memory_order_relaxed) + 1;
         if (now - begin_.load(std::memory_order_relaxed) >= kSpan.count()) {
             begin_.store(now, std::memory_order_relaxed);
             counted_.store(0, std::memory_order_relaxed);
-            many_.store(counted >= kMany, std::memory_order_relaxed);
+            load_.store(LoadOf(counted), std::memory_order_relaxed);
         }
-        return many_.load(std::memory_order_relaxed);
+        return load_.load(std::memory_order_relaxed);
     }
 
   private:
     using Clock = std::chrono::steady_clock;
     static constexpr Clock::duration kSpan = std::chrono::milliseconds(4);
-    static constexpr uint32_t kMany = 80;
+    static constexpr uint32_t kFanOut = 48;
+    // So many are a good part of all that a process does.
+    static constexpr uint32_t kCrowd = 80;
+
+    static WakeUpLoad LoadOf(uint32_t counted) {
+        if (counted >= kCrowd) return WakeUpLoad::kCrowd;
+        return counted >= kFanOut ? WakeUpLoad::kFanOut : WakeUpLoad::kLight;
+    }
 
     std::atomic<int64_t> begin_{0};
     std::atomic<uint32_t> counted_{0};
-    std::atomic<bool> many_{false};
+    std::atomic<WakeUpLoad> load_{WakeUpLoad::kLight};
 };
 WakeUpMeter g_wakeups;
 
@@ -86,7 +92,7 @@ binder_status_t OnewaySender::SendLocked(const RefId& target, uint32_t code, con
         report->refused_before = std::exchange(refused_, 0);
         const WakeUp wake = ring_->Publish();
         position_.store(ring_->position(), std::memory_order_release);
-        if (wake != WakeUp::kNone) ring_->SetCrowded(g_wakeups.Count());
+        if (wake != WakeUp::kNone) ring_->SetLoad(g_wakeups.Count());
         if (wake == WakeUp::kFutex) ring_->WakeAtFutex();
         if (wake == WakeUp::kByte) SendWakeUp();
     }

@@ -145,10 +145,10 @@ WakeUp RingWriter::Publish() {
     return wanted == static_cast<uint32_t>(WakeUp::kFutex) ? WakeUp::kFutex : WakeUp::kByte;
 }
 
-void RingWriter::SetCrowded(bool crowded) {
-    std::atomic<uint32_t>& told = memory_->control().crowded;
-    if ((told.load(std::memory_order_relaxed) != 0) != crowded)
-        told.store(crowded ? 1 : 0, std::memory_order_relaxed);
+void RingWriter::SetLoad(WakeUpLoad load) {
+    const auto value = static_cast<uint32_t>(load);
+    std::atomic<uint32_t>& told = memory_->control().load;
+    if (told.load(std::memory_order_relaxed) != value) told.store(value, std::memory_order_relaxed);
 }
 
 RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
@@ -210,8 +210,10 @@ void RingReader::Wake() {
     memory_->control().sleeping.store(0, std::memory_order_seq_cst);
 }
 
-bool RingReader::IsCrowded() const {
-    return memory_->control().crowded.load(std::memory_order_relaxed) != 0;
+WakeUpLoad RingReader::Load() const {
+    const uint32_t told = memory_->control().load.load(std::memory_order_relaxed);
+    constexpr auto kMost = WakeUpLoad::kCrowd;
+    return told <= static_cast<uint32_t>(kMost) ? static_cast<WakeUpLoad>(told) : kMost;
 }
 
 void RingReader::Finish(size_t record_size) {

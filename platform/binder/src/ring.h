@@ -25,12 +25,15 @@ namespace host {
 // on the word that says so, where a thread of it waits.
 enum class WakeUp : uint32_t { kNone, kByte, kFutex };
 
+// How many wake-ups a writer's process gives to all its receivers together.
+enum class WakeUpLoad : uint32_t { kLight, kFanOut, kCrowd };
+
 // What the two sides share, ahead of the records. One cache line for each writer.
 struct RingControl {
     alignas(64) std::atomic<uint64_t> produced;  // writer: position behind the last record
     // Writer: position, with nothing unread before it, from which it went on at the ring's start.
     std::atomic<uint64_t> restart_from;
-    std::atomic<uint32_t> crowded;               // writer: its process wakes receivers very often
+    std::atomic<uint32_t> load;                  // writer: the WakeUpLoad of its process
     alignas(64) std::atomic<uint64_t> consumed;  // reader: bytes of records read, ever
     std::atomic<uint64_t> finished;  // reader: bytes of calls that have begun to run, ever
     // Reader: the WakeUp that it wants for the next record. Whoever takes it back gives it.
@@ -86,8 +89,8 @@ class RingWriter {
     // Gives WakeUp::kFutex.
     void WakeAtFutex() { sys::FutexWake(&memory_->control().sleeping); }
 
-    // Tells the reader whether each wake-up is one of very many in the writer's process.
-    void SetCrowded(bool crowded);
+    // Tells the reader how many wake-ups its own are among.
+    void SetLoad(WakeUpLoad load);
 
     // Behind the last record.
     uint64_t position() const { return position_; }
@@ -139,7 +142,7 @@ class RingReader {
     void Wake();
 
     // What the writer said last of its wake-ups. A hint: nothing but a delay may hang on it.
-    bool IsCrowded() const;
+    WakeUpLoad Load() const;
 
     // Counts `record_size` bytes as run. Any thread.
     void Finish(size_t record_size);
