@@ -1,7 +1,6 @@
 #include "oneway_receiver.h"
 
 #include <algorithm>
-#include <thread>
 #include <utility>
 
 #include "call_stack.h"
@@ -202,15 +201,15 @@ void OnewayReceiver::AwaitCall() {
         std::lock_guard lock(mutex_);
         if (!ring_.Sleep(WakeUp::kFutex)) return;
     }
-    RingReader(&memory_).Await(kStay);
+    RingReader(&memory_).Await(WakeUp::kFutex, kStay);
 }
 
 void OnewayReceiver::Pause(microseconds pause) {
     {
         std::lock_guard lock(mutex_);
-        ring_.Wake();
+        ring_.Sleep(WakeUp::kFutexWhenMuch);
     }
-    std::this_thread::sleep_for(pause);
+    RingReader(&memory_).Await(WakeUp::kFutexWhenMuch, pause);
 }
 
 void OnewayReceiver::Started(size_t record_size) {

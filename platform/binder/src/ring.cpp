@@ -29,6 +29,9 @@ constexpr size_t kRestartBytes = 8 * 1024;
 constexpr size_t kGiveBackBytes = 32 * 1024;
 constexpr size_t kKeepBytes = 16 * 1024;
 
+// What a reader that lets calls gather wants to hear of: long before the bound refuses any.
+constexpr uint64_t kMuchPendingBytes = kMaxOnewayPendingBytes / 8;
+
 // Twice the bound on pending bytes: however records and one pad fall, the next record that the
 // bound admits finds contiguous room.
 static_assert(RingMemory::kDataBytes >= 2 * kMaxOnewayPendingBytes);
@@ -138,11 +141,15 @@ WakeUp RingWriter::Publish() {
     // Both sides write their own word and then read the other's: sequentially consistent, or a
     // wake-up is lost.
     control.produced.store(position_, std::memory_order_seq_cst);
-    if (control.sleeping.load(std::memory_order_seq_cst) == 0) return WakeUp::kNone;
-    const uint32_t wanted = control.sleeping.exchange(0, std::memory_order_seq_cst);
+    const auto seen = static_cast<WakeUp>(control.sleeping.load(std::memory_order_seq_cst));
+    if (seen == WakeUp::kNone) return seen;
+    const bool much = accepted_ - seen_finished_ >= kMuchPendingBytes;
+    if (seen == WakeUp::kFutexWhenMuch && !much) return WakeUp::kNone;
+    const auto wanted =
+            static_cast<WakeUp>(control.sleeping.exchange(0, std::memory_order_seq_cst));
     // Whatever else a reader writes there is as good as a byte.
-    if (wanted == static_cast<uint32_t>(WakeUp::kNone)) return WakeUp::kNone;
-    return wanted == static_cast<uint32_t>(WakeUp::kFutex) ? WakeUp::kFutex : WakeUp::kByte;
+    if (wanted == WakeUp::kFutexWhenMuch) return WakeUp::kFutex;
+    return wanted == WakeUp::kNone || wanted == WakeUp::kFutex ? wanted : WakeUp::kByte;
 }
 
 void RingWriter::SetLoad(WakeUpLoad load) {
@@ -202,8 +209,8 @@ bool RingReader::Sleep(WakeUp how) {
     return Produced() == position_;
 }
 
-void RingReader::Await(std::chrono::milliseconds limit) {
-    sys::FutexWait(&memory_->control().sleeping, static_cast<uint32_t>(WakeUp::kFutex), limit);
+void RingReader::Await(WakeUp how, std::chrono::microseconds limit) {
+    sys::FutexWait(&memory_->control().sleeping, static_cast<uint32_t>(how), limit);
 }
 
 void RingReader::Wake() {

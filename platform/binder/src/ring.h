@@ -21,9 +21,9 @@
 
 namespace host {
 
-// How a reader is to be told of the next record: not at all, by a byte in a socket, or by a futex
-// on the word that says so, where a thread of it waits.
-enum class WakeUp : uint32_t { kNone, kByte, kFutex };
+// How a reader is to be told of the next record: not at all, by a byte in a socket, by a futex on
+// the word that says so, where a thread of it waits, or by the futex once much is pending.
+enum class WakeUp : uint32_t { kNone, kByte, kFutex, kFutexWhenMuch };
 
 // How many wake-ups a writer's process gives to all its receivers together.
 enum class WakeUpLoad : uint32_t { kLight, kFanOut, kCrowd };
@@ -135,9 +135,9 @@ class RingReader {
 
     // Asks for a wake-up and answers true, unless a record has come in meanwhile.
     bool Sleep(WakeUp how);
-    // After Sleep(kFutex): waits for the wake-up, `limit` at most, or less for no reason. Any
-    // thread, also while another one reads.
-    void Await(std::chrono::milliseconds limit);
+    // After Sleep(how), by a futex: waits for the wake-up, `limit` at most, or less for no reason.
+    // Any thread, also while another one reads.
+    void Await(WakeUp how, std::chrono::microseconds limit);
     // A wake-up is not needed for now.
     void Wake();
 

@@ -99,8 +99,8 @@ inline void FutexWake(std::atomic<uint32_t>* word) {
     ::syscall(SYS_futex, word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
 }
 inline void FutexWait(std::atomic<uint32_t>* word, uint32_t value,
-                      std::chrono::milliseconds limit) {
-    timespec time{limit.count() / 1000, limit.count() % 1000 * 1'000'000};
+                      std::chrono::microseconds limit) {
+    timespec time{limit.count() / 1'000'000, limit.count() % 1'000'000 * 1000};
     ::syscall(SYS_futex, word, FUTEX_WAIT, value, &time, nullptr, 0);
 }
 

@@ -109,6 +109,14 @@ TEST_F(Ring, AsksForAWakeUpOnlyWhenTheReaderSleeps) {
     EXPECT_EQ(writer_->Publish(), WakeUp::kFutex);
     writer_->Begin(8);
     EXPECT_EQ(writer_->Publish(), WakeUp::kNone) << "one wake-up is enough";
+    EXPECT_FALSE(reader_->Sleep(WakeUp::kFutexWhenMuch));
+    size_t written = 0;
+    for (WakeUp wake = WakeUp::kNone; wake == WakeUp::kNone; written += 1024) {
+        ASSERT_TRUE(writer_->Pending().has_value() && writer_->Begin(1016) != nullptr);
+        wake = writer_->Publish();
+        ASSERT_NE(wake, WakeUp::kByte);
+    }
+    EXPECT_EQ((written + 32) / 1024, kMaxOnewayPendingBytes / 8 / 1024) << "with two small ones";
 }
 
 TEST_F(Ring, GivesThePagesOfABurstBack) {
