@@ -87,7 +87,8 @@ TEST(Objects, ThatComeBackAreThatVeryObject) {
 }
 
 TEST(Objects, AnswerForTheirProcessAndTheirClassWithoutACall) {
-    const AIBinder_Class* const other = AIBinder_Class_define(
+    // A class is for ever.
+    static const AIBinder_Class* const other = AIBinder_Class_define(
             "test.IOther", [](void* args) { return args; }, [](void*) {},
             [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
                 return binder_status_t{STATUS_OK};
