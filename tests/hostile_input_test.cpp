@@ -209,6 +209,19 @@ TEST_F(CutPeers, MalformedCallsCutThePeer) {
     ExpectAllCut(ConnectionKind::kCall, cases);
 }
 
+// The end of such a connection may be there before the victim has begun to watch it.
+TEST_F(Siege, CallsWhoseCallersAreGoneAtOnceRunOnceAtMost) {
+    constexpr int kCallers = 2000;
+    RawPeer peer = NewPeer();
+    for (int i = 0; i < kCallers; ++i)
+        EXPECT_TRUE(peer.Open(ConnectionKind::kCall).Send(RawCall{target_, kPosted}.Frame()));
+    peer.control().Close();
+    ExpectUnhurt(0);
+    const int ran = std::stoi(victim_.Command("posted"));
+    EXPECT_GT(ran, 0);
+    EXPECT_LE(ran, kCallers);
+}
+
 TEST_F(Siege, ForgedAndStaleReferencesReachNothingAndCutNobody) {
     RawPeer peer = NewPeer();
     EXPECT_EQ(peer.CallOnce({kForged})->status, STATUS_DEAD_OBJECT);

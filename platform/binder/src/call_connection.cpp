@@ -187,13 +187,10 @@ bool CallConnection::SendReply(int32_t status, const AParcel* reply, bool wait) 
 bool CallConnection::JoinPool() {
     timeval limit{0, kBriefWaitMs * 1000};
     if (setsockopt(fd_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) != 0) return false;
-    // The key is known only once the pool has it, while the first event may come before: armed
-    // afterwards.
-    uint64_t key = Pool::Get().Add(fd_.get(), EPOLLONESHOT, shared_from_this());
-    key_.store(key);
-    if (key == 0) return false;
-    Rearm();
-    return true;
+    handed_over_.store(true, std::memory_order_release);
+    // Armed at once: a descriptor that is to be armed later has the end of the connection for an
+    // event all the same, and would then have two threads.
+    return Pool::Get().Add(fd_.get(), EPOLLIN | EPOLLONESHOT, shared_from_this(), &key_);
 }
 
 void CallConnection::LeavePool() {

@@ -73,8 +73,7 @@ bool OnewayReceiver::Map(int file) {
 }
 
 bool OnewayReceiver::JoinPool() {
-    key_.store(Pool::Get().Add(fd_.get(), EPOLLIN | EPOLLET, shared_from_this()));
-    if (key_.load() == 0) return false;
+    if (!Pool::Get().Add(fd_.get(), EPOLLIN | EPOLLET, shared_from_this(), &key_)) return false;
     // The ring was filled before it got here.
     Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
     return true;

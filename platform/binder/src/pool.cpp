@@ -220,20 +220,21 @@ std::shared_ptr<PoolSource> Pool::FindSource(uint64_t key) {
     return source == sources_.end() ? nullptr : source->second;
 }
 
-uint64_t Pool::Add(int fd, uint32_t events, std::shared_ptr<PoolSource> source) {
-    uint64_t key;
-    {
-        std::lock_guard lock(sources_mutex_);
-        key = next_key_++;
-        sources_[key] = std::move(source);
-    }
+bool Pool::Add(int fd, uint32_t events, std::shared_ptr<PoolSource> source,
+               std::atomic<uint64_t>* key) {
     epoll_event event{};
     event.events = events;
-    event.data.u64 = key;
-    if (sys::EpollCtl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) == 0) return key;
+    {
+        std::lock_guard lock(sources_mutex_);
+        event.data.u64 = next_key_++;
+        sources_[event.data.u64] = std::move(source);
+    }
+    key->store(event.data.u64);
+    if (sys::EpollCtl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) == 0) return true;
+    key->store(0);
     std::lock_guard lock(sources_mutex_);
-    sources_.erase(key);
-    return 0;
+    sources_.erase(event.data.u64);
+    return false;
 }
 
 void Pool::Rearm(int fd, uint64_t key, uint32_t events) {

@@ -47,10 +47,10 @@ class Pool {
     // serves nothing gets one thread for its tasks.
     void Post(Task task) EXCLUDES(mutex_);
 
-    // Registers a descriptor: one-shot (Rearm after each event) or edge-triggered. 0 on failure,
-    // else a key.
-    uint64_t Add(int fd, uint32_t events, std::shared_ptr<PoolSource> source)
-            EXCLUDES(sources_mutex_);
+    // Registers a descriptor: one-shot (Rearm after each event) or edge-triggered. `*key` is there
+    // before the first event, which may come before this returns; 0 and false on failure.
+    bool Add(int fd, uint32_t events, std::shared_ptr<PoolSource> source,
+             std::atomic<uint64_t>* key) EXCLUDES(sources_mutex_);
     void Rearm(int fd, uint64_t key, uint32_t events);
     void Remove(int fd, uint64_t key) EXCLUDES(sources_mutex_);
 
