@@ -33,6 +33,8 @@ void ChildLog::Run(bool echo) {
         const ssize_t count = read(descriptor_, buffer, sizeof(buffer));
         if (count <= 0) break;
         const std::string chunk(buffer, static_cast<size_t>(count));
+        // Whoever started it, a report is for whoever reads the test's output.
+        echo |= chunk.find("Sanitizer:") != std::string::npos;
         if (echo && write(STDERR_FILENO, chunk.data(), chunk.size()) < 0) echo = false;
         Append(chunk);
     }
