@@ -49,7 +49,7 @@ TEST_F(Siege, ConnectionsThatBeginWrongAreCutOneByOne) {
     std::mt19937 random(20240611);
     const std::vector<BadHello> cases = {
             {"random bytes", Random(&random, 64)},
-            {"another version", RawHello(call, name, 2)},
+            {"another version", RawHello(call, name, kProtocolVersion + 1)},
             {"a body of another size", WithNumber(RawHello(call, name), 0, 40)},
             {"a call first", RawCall{target_}.Frame().substr(0, 64)},
             {"a kind that does not exist",

@@ -93,7 +93,8 @@ std::string RawCall::Body() const {
     CallBody body{target,
                   code,
                   flags,
-                  depth,
+                  static_cast<uint16_t>(depth),
+                  0,
                   static_cast<uint32_t>(data.size()),
                   object_count,
                   static_cast<uint32_t>(objects.size())};

@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <chrono>
 
 #include "descriptors.h"
 #include "limits.h"
@@ -19,6 +20,9 @@ constexpr size_t kFirstReadBytes = 4096;
 
 // How long a thread that has answered a call stays for the next one.
 constexpr int kBriefWaitMs = 10;
+
+// Calls that follow one another closer are not worth the two system calls of a WakeUpPlace.
+constexpr std::chrono::microseconds kLoneGap{100};
 
 constexpr int kMaxParts = 5;
 
@@ -95,10 +99,13 @@ bool CallConnection::Receive(Wait wait, UniqueFd* received, Result* failure) {
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     if (received != nullptr) space.Attach(&message);
-    ssize_t got = sys::RecvMsg(fd_.get(), &message, wait == Wait::kNot ? MSG_DONTWAIT : 0);
-    if (got < 0 && errno == EINTR) return true;
-    const bool nothing_yet = got < 0 && errno == EAGAIN;
-    // The time limit of a brief wait is the socket's, and goes for every wait on it.
+    // Not in recvmsg itself: it would also be woken when the peer takes what was sent.
+    pollfd readable{fd_.get(), POLLIN, 0};
+    if (wait == Wait::kUntilThere) sys::Poll(&readable, -1);
+    const bool in_vain = wait == Wait::kBriefly && sys::Poll(&readable, kBriefWaitMs) == 0;
+    ssize_t got = in_vain ? -1 : sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
+    if (!in_vain && got < 0 && errno == EINTR) return true;
+    const bool nothing_yet = in_vain || (got < 0 && errno == EAGAIN);
     if (nothing_yet && wait == Wait::kUntilThere) return true;
     *failure = nothing_yet ? Result::kIncomplete : Result::kClosed;
     if (got <= 0) return false;
@@ -185,8 +192,6 @@ bool CallConnection::SendReply(int32_t status, const AParcel* reply, bool wait) 
 }
 
 bool CallConnection::JoinPool() {
-    timeval limit{0, kBriefWaitMs * 1000};
-    if (setsockopt(fd_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) != 0) return false;
     handed_over_.store(true, std::memory_order_release);
     // Armed at once: a descriptor that is to be armed later has the end of the connection for an
     // event all the same, and would then have two threads.
@@ -255,9 +260,18 @@ CallConnection::Result CallConnection::ReadNext(FrameType* type, Bytes* body) {
     // through the pool.
     Pool::Linger linger;
     if (!linger.granted()) return Result::kIncomplete;
-    Result result = Read(Wait::kBriefly, type, body);
+    const auto begin = std::chrono::steady_clock::now();
+    const Result result = ReadWhereCallerRuns(type, body);
+    calls_are_lone_ = std::chrono::steady_clock::now() - begin > kLoneGap;
+    NoteServedCall(calls_are_lone_);
     Pool::StayIfExiting();
     return result;
+}
+
+CallConnection::Result CallConnection::ReadWhereCallerRuns(FrameType* type, Bytes* body) {
+    if (!calls_are_lone_) return Read(Wait::kBriefly, type, body);
+    const WakeUpPlace::Hold hold(&place_, caller_runs_on_);
+    return Read(Wait::kBriefly, type, body);
 }
 
 }  // namespace host

@@ -11,6 +11,7 @@
 #include "fd.h"
 #include "frame.h"
 #include "pool.h"
+#include "wake_up_place.h"
 #include "wire.h"
 
 struct AParcel;
@@ -32,6 +33,9 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
 
     // kBriefly: a few milliseconds, and only for the first byte of a frame.
     enum class Wait { kNot, kBriefly, kUntilThere };
+
+    // Where the thread runs that has called here last, as its process says.
+    void NoteCaller(ProcessorNote processor) { caller_runs_on_ = processor; }
 
     // The next frame; its body is valid until the next read. With kUntilThere never kIncomplete.
     // `received` takes a descriptor that comes with it; without it one is malformed.
@@ -69,6 +73,7 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     bool ServeFrames();
     // What has come in behind the last frame, or comes while this thread may stay.
     Result ReadNext(FrameType* type, Bytes* body);
+    Result ReadWhereCallerRuns(FrameType* type, Bytes* body);
 
     const std::shared_ptr<Peer> peer_;
     UniqueFd fd_;
@@ -79,6 +84,10 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     Buffer in_;
     size_t frame_size_ = 0;  // of the frame handed out last, still at the start of in_
     Buffer kept_;            // a reply that the socket has not taken
+    // Calls come one by one: who calls is waited for where it runs.
+    bool calls_are_lone_ = true;
+    ProcessorNote caller_runs_on_ = 0;
+    WakeUpPlace place_;
 };
 
 }  // namespace host

@@ -11,6 +11,7 @@
 #include "parcel.h"
 #include "peer.h"
 #include "serve.h"
+#include "wake_up_place.h"
 
 namespace host {
 namespace {
@@ -105,7 +106,8 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
         CallBody call{target->id,
                       code,
                       0,
-                      depth,
+                      static_cast<uint16_t>(depth),
+                      NoteProcessor(),
                       static_cast<uint32_t>(in.size()),
                       static_cast<uint32_t>(in.objects().size()),
                       static_cast<uint32_t>(objects.size())};

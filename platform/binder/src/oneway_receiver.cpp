@@ -32,6 +32,7 @@ constexpr microseconds kShortestPause{50};
 constexpr microseconds kLongestPause{1000};
 constexpr int64_t kCallsPerPause = 32;
 constexpr microseconds kSlowestGap{250};
+constexpr microseconds kLoneGap{100};
 constexpr microseconds kNoPause{0};
 
 // A pause that brings fewer calls was in vain: who calls may be waiting for an answer meanwhile.
@@ -179,12 +180,13 @@ void OnewayReceiver::Attend(Clock::duration gap, size_t taken) {
         Pool::Linger linger;
         if (!linger.granted()) break;
         if (pause == kNoPause) {
-            // A single receiver is woken best by the socket: its scheduler knows that the sender is
-            // about to sleep, and lets it run where the sender ran.
-            if (RingReader(&memory_).Load() == WakeUpLoad::kLight) break;
-            AwaitCall();
+            const bool alone = RingReader(&memory_).Load() == WakeUpLoad::kLight;
+            // Woken best by the socket: its scheduler knows that the sender is about to sleep.
+            if (alone && gap < kLoneGap) break;
+            AwaitCall(alone);
             taken = TakeAndRun();
-            pause = PauseAfter(SinceLastWakeUp(), taken);
+            gap = SinceLastWakeUp();
+            pause = PauseAfter(gap, taken);
         } else {
             Pause(pause);
             taken = TakeAndRun();
@@ -195,12 +197,14 @@ void OnewayReceiver::Attend(Clock::duration gap, size_t taken) {
     attended_.store(false);
 }
 
-void OnewayReceiver::AwaitCall() {
+void OnewayReceiver::AwaitCall(bool where_sender_runs) {
     {
         std::lock_guard lock(mutex_);
         if (!ring_.Sleep(WakeUp::kFutex)) return;
     }
-    RingReader(&memory_).Await(WakeUp::kFutex, kStay);
+    const RingReader reader(&memory_);
+    const WakeUpPlace::Hold hold(&place_, where_sender_runs ? reader.Processor() : 0);
+    reader.Await(WakeUp::kFutex, kStay);
 }
 
 void OnewayReceiver::Pause(microseconds pause) {

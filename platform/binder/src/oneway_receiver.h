@@ -71,7 +71,7 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     // gather for a pause. `gap` and `taken`: how long after the last the wake-up came that brought
     // the thread here, and the calls that it brought.
     void Attend(Clock::duration gap, size_t taken) EXCLUDES(mutex_);
-    void AwaitCall() EXCLUDES(mutex_);
+    void AwaitCall(bool where_sender_runs) EXCLUDES(mutex_);
     void Pause(std::chrono::microseconds pause) EXCLUDES(mutex_);
     // Only while attending. The pause that is due, none if that is zero.
     std::chrono::microseconds PauseAfter(Clock::duration gap, size_t taken);
@@ -99,6 +99,7 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     // Of the thread that attends.
     uint32_t vain_pauses_ = 0;
     uint32_t lulls_left_ = 0;
+    WakeUpPlace place_;
 
     std::mutex mutex_;
     RingReader ring_ GUARDED_BY(mutex_){&memory_};

@@ -92,7 +92,11 @@ binder_status_t OnewaySender::SendLocked(const RefId& target, uint32_t code, con
         report->refused_before = std::exchange(refused_, 0);
         const WakeUp wake = ring_->Publish();
         position_.store(ring_->position(), std::memory_order_release);
-        if (wake != WakeUp::kNone) ring_->SetLoad(g_wakeups.Count());
+        if (wake != WakeUp::kNone) {
+            const WakeUpLoad load = g_wakeups.Count();
+            if (load != WakeUpLoad::kCrowd) GoWhereCallsAreServed();
+            ring_->Tell(load, NoteProcessor());
+        }
         if (wake == WakeUp::kFutex) ring_->WakeAtFutex();
         if (wake == WakeUp::kByte) SendWakeUp();
     }
@@ -122,6 +126,7 @@ binder_status_t OnewaySender::WriteRecord(const RefId& target, uint32_t code, co
     CallBody call{target,
                   code,
                   FLAG_ONEWAY,
+                  0,
                   0,
                   static_cast<uint32_t>(parcel.size()),
                   static_cast<uint32_t>(parcel.objects().size()),

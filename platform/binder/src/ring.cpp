@@ -152,10 +152,9 @@ WakeUp RingWriter::Publish() {
     return wanted == WakeUp::kNone || wanted == WakeUp::kFutex ? wanted : WakeUp::kByte;
 }
 
-void RingWriter::SetLoad(WakeUpLoad load) {
-    const auto value = static_cast<uint32_t>(load);
-    std::atomic<uint32_t>& told = memory_->control().load;
-    if (told.load(std::memory_order_relaxed) != value) told.store(value, std::memory_order_relaxed);
+void RingWriter::Tell(WakeUpLoad load, ProcessorNote processor) {
+    memory_->control().load.store(static_cast<uint16_t>(load), std::memory_order_relaxed);
+    memory_->control().processor.store(processor, std::memory_order_relaxed);
 }
 
 RingReader::Result RingReader::Front(const uint8_t** body, size_t* body_size) {
@@ -209,7 +208,7 @@ bool RingReader::Sleep(WakeUp how) {
     return Produced() == position_;
 }
 
-void RingReader::Await(WakeUp how, std::chrono::microseconds limit) {
+void RingReader::Await(WakeUp how, std::chrono::microseconds limit) const {
     sys::FutexWait(&memory_->control().sleeping, static_cast<uint32_t>(how), limit);
 }
 
@@ -217,10 +216,14 @@ void RingReader::Wake() {
     memory_->control().sleeping.store(0, std::memory_order_seq_cst);
 }
 
+ProcessorNote RingReader::Processor() const {
+    return memory_->control().processor.load(std::memory_order_relaxed);
+}
+
 WakeUpLoad RingReader::Load() const {
-    const uint32_t told = memory_->control().load.load(std::memory_order_relaxed);
+    const uint16_t told = memory_->control().load.load(std::memory_order_relaxed);
     constexpr auto kMost = WakeUpLoad::kCrowd;
-    return told <= static_cast<uint32_t>(kMost) ? static_cast<WakeUpLoad>(told) : kMost;
+    return told <= static_cast<uint16_t>(kMost) ? static_cast<WakeUpLoad>(told) : kMost;
 }
 
 void RingReader::Finish(size_t record_size) {

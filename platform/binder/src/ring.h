@@ -18,6 +18,7 @@
 #include "fd.h"
 #include "frame.h"
 #include "sys.h"
+#include "wake_up_place.h"
 
 namespace host {
 
@@ -26,14 +27,15 @@ namespace host {
 enum class WakeUp : uint32_t { kNone, kByte, kFutex, kFutexWhenMuch };
 
 // How many wake-ups a writer's process gives to all its receivers together.
-enum class WakeUpLoad : uint32_t { kLight, kFanOut, kCrowd };
+enum class WakeUpLoad : uint16_t { kLight, kFanOut, kCrowd };
 
 // What the two sides share, ahead of the records. One cache line for each writer.
 struct RingControl {
     alignas(64) std::atomic<uint64_t> produced;  // writer: position behind the last record
     // Writer: position, with nothing unread before it, from which it went on at the ring's start.
     std::atomic<uint64_t> restart_from;
-    std::atomic<uint32_t> load;                  // writer: the WakeUpLoad of its process
+    std::atomic<uint16_t> load;                  // writer: the WakeUpLoad of its process
+    std::atomic<ProcessorNote> processor;        // writer: where it ran at the last wake-up
     alignas(64) std::atomic<uint64_t> consumed;  // reader: bytes of records read, ever
     std::atomic<uint64_t> finished;  // reader: bytes of calls that have begun to run, ever
     // Reader: the WakeUp that it wants for the next record. Whoever takes it back gives it.
@@ -89,8 +91,8 @@ class RingWriter {
     // Gives WakeUp::kFutex.
     void WakeAtFutex() { sys::FutexWake(&memory_->control().sleeping); }
 
-    // Tells the reader how many wake-ups its own are among.
-    void SetLoad(WakeUpLoad load);
+    // With a wake-up: tells the reader how many others it is among, and where it comes from.
+    void Tell(WakeUpLoad load, ProcessorNote processor);
 
     // Behind the last record.
     uint64_t position() const { return position_; }
@@ -137,12 +139,13 @@ class RingReader {
     bool Sleep(WakeUp how);
     // After Sleep(how), by a futex: waits for the wake-up, `limit` at most, or less for no reason.
     // Any thread, also while another one reads.
-    void Await(WakeUp how, std::chrono::microseconds limit);
+    void Await(WakeUp how, std::chrono::microseconds limit) const;
     // A wake-up is not needed for now.
     void Wake();
 
-    // What the writer said last of its wake-ups. A hint: nothing but a delay may hang on it.
+    // What the writer told last. Hints: nothing but a delay may hang on them.
     WakeUpLoad Load() const;
+    ProcessorNote Processor() const;
 
     // Counts `record_size` bytes as run. Any thread.
     void Finish(size_t record_size);

@@ -82,6 +82,7 @@ Served ServeCall(CallConnection* connection, Bytes body, bool nested) {
     frame.peer = connection->peer().get();
     frame.depth = call->body.depth;
     frame.may_defer = !nested;
+    connection->NoteCaller(call->body.processor);
     if (call->body.code == kDumpTransaction && target != nullptr) {
         ServedCall served(&frame);
         return Answered(ServeDump(connection, AsLocal(target.get()), in.get(), nested));

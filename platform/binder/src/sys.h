@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <linux/futex.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
@@ -40,6 +41,9 @@ inline ssize_t SendMsg(int fd, const msghdr* message, int flags) {
 }
 inline ssize_t RecvMsg(int fd, msghdr* message, int flags) {
     return Fails("recvmsg") ? -1 : ::recvmsg(fd, message, flags | MSG_CMSG_CLOEXEC);
+}
+inline int Poll(pollfd* what, int limit_ms) {
+    return Fails("poll") ? -1 : ::poll(what, 1, limit_ms);
 }
 inline ssize_t Send(int fd, const void* data, size_t size, int flags) {
     return Fails("send") ? -1 : ::send(fd, data, size, flags | MSG_NOSIGNAL);

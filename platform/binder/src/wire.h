@@ -28,7 +28,7 @@ struct RefIdHash {
 };
 
 inline constexpr uint16_t kFrameMagic = 0x4256;
-inline constexpr uint32_t kProtocolVersion = 1;
+inline constexpr uint32_t kProtocolVersion = 2;
 inline constexpr size_t kEndpointNameSize = 40;  // with the terminating zeros
 
 enum class FrameType : uint16_t {
@@ -64,7 +64,8 @@ struct CallBody {
     RefId target;
     uint32_t code;
     uint32_t flags;
-    uint32_t depth;
+    uint16_t depth;
+    uint16_t processor;  // two-way: the ProcessorNote of the caller, a hint
     uint32_t data_size;
     uint32_t object_count;
     uint32_t objects_size;

@@ -1,0 +1,55 @@
+// Where a thread is woken that waits for one other process again and again. A wake-up on another
+// processor costs several times one on the waker's own, on a virtual machine 10 to 20 us against 1
+// to 2, and the scheduler likes idle processors all the same. So each process tells where it runs
+// when it calls, and who waits for it sleeps bound to that processor.
+//
+// A thread is bound while it sleeps and never else: what it starts, thread or process, would be
+// bound for ever.
+#pragma once
+
+#include <sched.h>
+
+#include <cstdint>
+
+namespace host {
+
+// A processor as processes tell it to each other: its number and one; 0 is none.
+using ProcessorNote = uint16_t;
+
+// Where the calling thread runs.
+ProcessorNote NoteProcessor();
+
+// One thread at a time.
+class WakeUpPlace {
+  public:
+    // Binds the calling thread until its end: to what the other process told last, if this thread
+    // runs there already or the other has called from there for some time. What was told is a hint:
+    // one that names no processor of this thread binds to nothing.
+    class Hold {
+      public:
+        Hold(WakeUpPlace* place, ProcessorNote told);
+        ~Hold();
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+
+      private:
+        bool held_ = false;
+        cpu_set_t before_;
+    };
+
+  private:
+    // Whether it is time to go where the other process is.
+    bool IsWorthMoving(ProcessorNote told, ProcessorNote here);
+
+    ProcessorNote last_told_ = 0;
+    uint32_t times_ = 0;  // in a row, while this thread ran elsewhere
+};
+
+// The calling thread has served a call that came alone, or one of many, which belong nowhere.
+void NoteServedCall(bool alone);
+
+// The calling thread sends, after such a call perhaps, to who waits for it: it moves to where the
+// process has served lone calls for some time, and stays free to leave.
+void GoWhereCallsAreServed();
+
+}  // namespace host
