@@ -3,6 +3,7 @@
 include_guard(GLOBAL)
 
 option(VELMORA_LTO "Link-time optimisation" OFF)
+option(VELMORA_STATIC "Link the programs that events pass through statically" OFF)
 option(VELMORA_FUZZ "Build the libFuzzer targets with coverage instrumentation" OFF)
 option(VELMORA_THREAD_SAFETY "Check lock annotations with Clang and libc++; nothing is linked" OFF)
 set(VELMORA_SANITIZE "" CACHE STRING "address (with undefined), thread, or empty")
@@ -59,6 +60,14 @@ function(velmora_add_executable name)
         add_library(${name} OBJECT ${ARGN})
     else()
         add_executable(${name} ${ARGN})
+    endif()
+endfunction()
+
+# velmora_link_static(NAME): of a program that events pass through. An event that wakes a process finds nothing of it in
+# the nearer caches: calls within one file and one data segment touch fewer pages than calls among five libraries.
+function(velmora_link_static name)
+    if(VELMORA_STATIC)
+        target_link_options(${name} PRIVATE -static)
     endif()
 endfunction()
 
