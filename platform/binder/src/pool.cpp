@@ -222,18 +222,20 @@ std::shared_ptr<PoolSource> Pool::FindSource(uint64_t key) {
 
 bool Pool::Add(int fd, uint32_t events, std::shared_ptr<PoolSource> source,
                std::atomic<uint64_t>* key) {
-    epoll_event event{};
-    event.events = events;
+    uint64_t number;
     {
         std::lock_guard lock(sources_mutex_);
-        event.data.u64 = next_key_++;
-        sources_[event.data.u64] = std::move(source);
+        number = next_key_++;
+        sources_[number] = std::move(source);
     }
-    key->store(event.data.u64);
+    key->store(number);
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = number;
     if (sys::EpollCtl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) == 0) return true;
     key->store(0);
     std::lock_guard lock(sources_mutex_);
-    sources_.erase(event.data.u64);
+    sources_.erase(number);
     return false;
 }
 
