@@ -132,6 +132,7 @@ const std::vector<Fault>& Faults() {
             {"getsockopt", {ENOBUFS}, 4},
             {"sendmsg", {EINTR, ENOBUFS, EPIPE}, 6},
             {"recvmsg", {EINTR, ENOMEM, ECONNRESET}, 6},
+            {"poll", {EINTR}},
             {"send", {EINTR, ENOBUFS}, 3},
     };
     return *faults;

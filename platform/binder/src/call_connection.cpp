@@ -21,9 +21,6 @@ constexpr size_t kFirstReadBytes = 4096;
 // How long a thread that has answered a call stays for the next one.
 constexpr int kBriefWaitMs = 10;
 
-// Calls that follow one another closer are not worth the two system calls of a WakeUpPlace.
-constexpr std::chrono::microseconds kLoneGap{100};
-
 constexpr int kMaxParts = 5;
 
 // A message as pieces for one system call.
@@ -263,7 +260,7 @@ CallConnection::Result CallConnection::ReadNext(FrameType* type, Bytes* body) {
     const auto begin = std::chrono::steady_clock::now();
     const Result result = ReadWhereCallerRuns(type, body);
     calls_are_lone_ = std::chrono::steady_clock::now() - begin > kLoneGap;
-    NoteServedCall(calls_are_lone_);
+    if (result == Result::kFrame) NoteServedCall(calls_are_lone_);
     Pool::StayIfExiting();
     return result;
 }

@@ -32,7 +32,6 @@ constexpr microseconds kShortestPause{50};
 constexpr microseconds kLongestPause{1000};
 constexpr int64_t kCallsPerPause = 32;
 constexpr microseconds kSlowestGap{250};
-constexpr microseconds kLoneGap{100};
 constexpr microseconds kNoPause{0};
 
 // A pause that brings fewer calls was in vain: who calls may be waiting for an answer meanwhile.

@@ -1,9 +1,9 @@
 // The receiving end of one peer's oneway channel. A pool thread that is woken takes what is in the
 // ring, sorts it to the objects called, asks for the next wake-up and then runs what it found;
-// other threads take over what comes meanwhile. If the sender wakes many receivers, and while
-// another thread is idle, it then stays with the ring for some milliseconds and is woken at a futex
-// there. When wake-ups follow one another closely, it looks into the ring by itself, some hundred
-// microseconds apart, and is not woken at all.
+// other threads take over what comes meanwhile. If calls come one by one, or the sender wakes many
+// receivers, and while another thread is idle, it then stays with the ring for some milliseconds
+// and is woken at a futex there. When wake-ups follow one another closely, it looks into the ring
+// by itself, some hundred microseconds apart, and is not woken at all.
 #pragma once
 
 #include <android-base/thread_annotations.h>

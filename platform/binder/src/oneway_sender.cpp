@@ -68,6 +68,7 @@ binder_status_t OnewaySender::Send(const RefId& target, uint32_t code, const APa
         std::lock_guard lock(mutex_);
         status = SendLocked(target, code, parcel, &report);
     }
+    if (report.woke_one) GoWhereCallsAreServed();
     if (report.broken != nullptr) peer_->Cut(report.broken);
     if (report.first_refusal) {
         __android_log_print(
@@ -94,7 +95,7 @@ binder_status_t OnewaySender::SendLocked(const RefId& target, uint32_t code, con
         position_.store(ring_->position(), std::memory_order_release);
         if (wake != WakeUp::kNone) {
             const WakeUpLoad load = g_wakeups.Count();
-            if (load != WakeUpLoad::kCrowd) GoWhereCallsAreServed();
+            report->woke_one = load != WakeUpLoad::kCrowd;
             ring_->Tell(load, NoteProcessor());
         }
         if (wake == WakeUp::kFutex) ring_->WakeAtFutex();

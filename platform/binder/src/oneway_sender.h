@@ -49,6 +49,7 @@ class OnewaySender {
         const char* broken = nullptr;
         bool first_refusal = false;
         size_t refused_before = 0;
+        bool woke_one = false;  // and is not waking a crowd
     };
 
     binder_status_t SendLocked(const RefId& target, uint32_t code, const AParcel& parcel,

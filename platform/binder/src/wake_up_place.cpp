@@ -34,7 +34,7 @@ WakeUpPlace::Hold::Hold(WakeUpPlace* place, ProcessorNote told) {
     place->times_ = 0;
     // Read each time: it may be changed from outside.
     if (sched_getaffinity(0, sizeof(before_), &before_) != 0) return;
-    if (!CPU_ISSET(told - 1, &before_)) return;
+    if (CPU_COUNT(&before_) < 2 || !CPU_ISSET(told - 1, &before_)) return;
     cpu_set_t one;
     CPU_ZERO(&one);
     CPU_SET(told - 1, &one);
@@ -45,15 +45,22 @@ WakeUpPlace::Hold::~Hold() {
     if (held_) sched_setaffinity(0, sizeof(before_), &before_);
 }
 
+void WakeUpPlace::MoveTo(ProcessorNote told) {
+    if (told == 0 || told == NoteProcessor()) {
+        times_ = 0;
+        return;
+    }
+    // Bound for no longer than the move takes; the scheduler leaves a thread where it last slept.
+    const Hold move(this, told);
+}
+
 void NoteServedCall(bool alone) {
     g_served_on.store(alone ? NoteProcessor() : 0, std::memory_order_relaxed);
 }
 
 void GoWhereCallsAreServed() {
     static thread_local WakeUpPlace place;
-    const ProcessorNote told = g_served_on.load(std::memory_order_relaxed);
-    // Bound for no longer than the move takes; the scheduler leaves a thread where it last slept.
-    if (told != 0 && told != NoteProcessor()) WakeUpPlace::Hold(&place, told);
+    place.MoveTo(g_served_on.load(std::memory_order_relaxed));
 }
 
 }  // namespace host
