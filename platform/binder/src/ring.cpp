@@ -1,20 +1,14 @@
 #include "ring.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <new>
-#include <utility>
 
 #include "limits.h"
 #include "sys.h"
 
 namespace host {
 namespace {
-
-constexpr int kRingSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
 
 // A record is this header and its body. A pad fills the rest of the ring up to its end.
 struct RecordHeader {
@@ -37,45 +31,6 @@ constexpr uint64_t kMuchPendingBytes = kMaxOnewayPendingBytes / 8;
 static_assert(RingMemory::kDataBytes >= 2 * kMaxOnewayPendingBytes);
 
 }  // namespace
-
-RingMemory::RingMemory(RingMemory&& other) noexcept : base_(std::exchange(other.base_, nullptr)) {}
-
-RingMemory& RingMemory::operator=(RingMemory&& other) noexcept {
-    std::swap(base_, other.base_);
-    return *this;
-}
-
-RingMemory::~RingMemory() {
-    if (base_ != nullptr) munmap(base_, kTotalBytes);
-}
-
-bool RingMemory::Create(UniqueFd* file) {
-    UniqueFd created(sys::MemfdCreate("binder-oneway", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    if (!created.ok() || sys::Ftruncate(created.get(), kTotalBytes) != 0) return false;
-    if (sys::Fcntl(created.get(), F_ADD_SEALS, kRingSeals) != 0 || !MapFile(created.get()))
-        return false;
-    new (base_) RingControl{};
-    // The reader has not looked yet: it reads everything when it gets the ring.
-    *file = std::move(created);
-    return true;
-}
-
-bool RingMemory::Map(int file) {
-    struct stat facts {};
-    if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
-    if (facts.st_size != static_cast<off_t>(kTotalBytes)) return false;
-    int seals = sys::Fcntl(file, F_GET_SEALS, 0);
-    if (seals < 0 || (seals & kRingSeals) != kRingSeals || (seals & F_SEAL_WRITE) != 0)
-        return false;
-    return MapFile(file);
-}
-
-bool RingMemory::MapFile(int file) {
-    void* mapped = sys::Mmap(kTotalBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file);
-    if (mapped == MAP_FAILED) return false;
-    base_ = static_cast<uint8_t*>(mapped);
-    return true;
-}
 
 size_t RingWriter::RecordSize(size_t body_size) {
     return (sizeof(RecordHeader) + body_size + kRecordAlign - 1) & ~(kRecordAlign - 1);

@@ -17,6 +17,7 @@
 
 #include "fd.h"
 #include "frame.h"
+#include "shared_memory.h"
 #include "sys.h"
 #include "wake_up_place.h"
 
@@ -43,31 +44,25 @@ struct RingControl {
 };
 static_assert(sizeof(RingControl) <= 4096 && std::atomic<uint64_t>::is_always_lock_free);
 
-// The mapping of one ring. Owns it; unmapped by the destructor.
+// The memory of one ring.
 class RingMemory {
   public:
     static constexpr size_t kControlBytes = 4096;
     static constexpr size_t kDataBytes = 1024 * 1024;
     static constexpr size_t kTotalBytes = kControlBytes + kDataBytes;
 
-    RingMemory() = default;
-    RingMemory(RingMemory&& other) noexcept;
-    RingMemory& operator=(RingMemory&& other) noexcept;
-    ~RingMemory();
+    // A new ring and the file behind it; false with errno. The reader has not looked yet: it reads
+    // everything when it gets the ring.
+    bool Create(UniqueFd* file) { return memory_.Create("binder-oneway", kTotalBytes, file); }
+    // Maps a file that a peer sent; false unless it is one of a ring.
+    bool Map(int file) { return memory_.Map(file, kTotalBytes); }
 
-    // A new ring and the sealed file behind it; false with errno.
-    bool Create(UniqueFd* file);
-    // Maps a file that a peer sent; false unless it has exactly the size and the seals of a ring.
-    bool Map(int file);
-
-    bool ok() const { return base_ != nullptr; }
-    RingControl& control() const { return *reinterpret_cast<RingControl*>(base_); }
-    uint8_t* data() const { return base_ + kControlBytes; }
+    bool ok() const { return memory_.ok(); }
+    RingControl& control() const { return *reinterpret_cast<RingControl*>(memory_.data()); }
+    uint8_t* data() const { return memory_.data() + kControlBytes; }
 
   private:
-    bool MapFile(int file);
-
-    uint8_t* base_ = nullptr;
+    SharedMemory memory_;
 };
 
 // Record sizes are multiples of this.
