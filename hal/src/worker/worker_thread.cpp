@@ -14,6 +14,11 @@ using Clock = std::chrono::steady_clock;
 constexpr Clock::duration kDenseGap = std::chrono::microseconds(100);
 constexpr Clock::duration kLookOut = std::chrono::microseconds(50);
 
+// A thread that gave way for so long met one that does not give way in turn. It would be back at
+// once from a wait, and so waits for some time to come: this costs 4 % at most.
+constexpr Clock::duration kTooLong = std::chrono::milliseconds(1);
+constexpr int kRest = 24;
+
 }  // namespace
 
 WorkerThread::WorkerThread(size_t maxQueueSize)
@@ -28,18 +33,22 @@ WorkerThread::~WorkerThread() {
     thread_.join();
     // One by one: a deque's own destructor promises no order, and a task's may still call schedule,
     // which refuses.
-    while (!queue_.empty())
-        queue_.pop_front();
+    for (auto* tasks : {&taken_, &queue_}) {
+        while (!tasks->empty())
+            tasks->pop_front();
+    }
 }
 
 bool WorkerThread::schedule(std::unique_ptr<Callable> task) {
     if (destructing_) return false;
     {
         std::lock_guard lock(queue_mutex_);
-        if (queue_.size() >= max_queue_size_) return false;
+        if (queue_.size() + taken_count_.load(std::memory_order_relaxed) >= max_queue_size_)
+            return false;
         queue_.push_back(std::move(task));
-        has_tasks_.store(true, std::memory_order_relaxed);
     }
+    // With the mutex free again: the thread that looks out comes for it at once.
+    has_tasks_.store(true, std::memory_order_relaxed);
     queue_cv_.notify_one();
     return true;
 }
@@ -53,25 +62,45 @@ void WorkerThread::threadFunc() {
 }
 
 std::unique_ptr<Callable> WorkerThread::waitForTask() {
-    lookOutForTask();
-    std::unique_lock lock(queue_mutex_);
+    if (taken_.empty()) takeTasks();
+    if (destructing_) return nullptr;  // what was taken waits for the destructor
+    std::unique_ptr<Callable> task = std::move(taken_.front());
+    taken_.pop_front();
+    taken_count_.store(taken_.size(), std::memory_order_relaxed);
+    return task;
+}
+
+void WorkerThread::takeTasks() {
+    std::unique_lock lock(queue_mutex_, std::defer_lock);
+    for (;;) {
+        const bool announced = lookOutForTask();
+        lock.lock();
+        has_tasks_.store(false, std::memory_order_relaxed);
+        if (!queue_.empty() || destructing_ || !announced) break;
+        // Announced late: it has been taken already.
+        lock.unlock();
+    }
     if (queue_.empty() && !destructing_) {
         const auto begin = Clock::now();
         queue_cv_.wait(lock, [this] { return !queue_.empty() || destructing_; });
         tasks_are_dense_ = Clock::now() - begin < kDenseGap;
     }
-    if (destructing_) return nullptr;
-    std::unique_ptr<Callable> task = std::move(queue_.front());
-    queue_.pop_front();
-    has_tasks_.store(!queue_.empty(), std::memory_order_relaxed);
-    return task;
+    taken_.swap(queue_);
+    taken_count_.store(taken_.size(), std::memory_order_relaxed);
 }
 
-void WorkerThread::lookOutForTask() {
-    if (!tasks_are_dense_ || has_tasks_.load(std::memory_order_relaxed)) return;
-    const auto end = Clock::now() + kLookOut;
-    while (!has_tasks_.load(std::memory_order_relaxed) && !destructing_ && Clock::now() < end)
+bool WorkerThread::lookOutForTask() {
+    if (!tasks_are_dense_) return false;
+    if (has_tasks_.load(std::memory_order_relaxed)) return true;
+    const auto begin = Clock::now();
+    if (begin < look_again_at_) return false;
+    Clock::duration spent{};
+    do {
         std::this_thread::yield();
+        spent = Clock::now() - begin;
+    } while (!has_tasks_.load(std::memory_order_relaxed) && !destructing_ && spent < kLookOut);
+    if (spent > kTooLong) look_again_at_ = begin + kRest * spent;
+    return has_tasks_.load(std::memory_order_relaxed);
 }
 
 }  // namespace aidl::android::hardware::biometrics

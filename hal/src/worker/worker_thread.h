@@ -7,6 +7,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -43,9 +44,12 @@ class WorkerThread {
     // The oldest task, once there is one; null when the destructor has begun.
     std::unique_ptr<Callable> waitForTask();
 
-    // While tasks are dense: stays awake, giving way to other threads, until one is there, but not
-    // for long.
-    void lookOutForTask();
+    // Takes all tasks that wait, once there are any; none when the destructor has begun.
+    void takeTasks();
+
+    // While tasks are dense: stays awake, giving way to other threads, until one is announced, but
+    // not for long. True if one was, which may have been taken already.
+    bool lookOutForTask();
 
     const size_t max_queue_size_;
 
@@ -53,14 +57,20 @@ class WorkerThread {
     // at the flag and its wait.
     std::atomic<bool> destructing_{false};
 
-    // Whether a task waits, written under queue_mutex_; a hint where it is read without.
+    // A task has been queued since the thread looked last. A hint.
     std::atomic<bool> has_tasks_{false};
 
-    // Of the thread: the last wait was a short one.
+    // Of the thread: the last wait was a short one; when it may look out again.
     bool tasks_are_dense_ = false;
+    std::chrono::steady_clock::time_point look_again_at_{};
 
     // Guarded by queue_mutex_.
     std::deque<std::unique_ptr<Callable>> queue_;
+
+    // Of the thread: taken out of the queue together, so that it seldom meets schedule at the
+    // mutex. They still wait, and count.
+    std::deque<std::unique_ptr<Callable>> taken_;
+    std::atomic<size_t> taken_count_{0};
 
     // Held to push, to pop and to set the flag; never while a task runs or is destroyed.
     std::mutex queue_mutex_;
