@@ -20,19 +20,20 @@ constexpr size_t kCallsPerTurn = 128;
 
 // When wake-ups follow one another this soon, the receiver looks by itself for a while, if more
 // than one call was behind the last or the sender is waking very many at that time: calls come
-// faster than they are worth a wake-up, or would, were it not for the wake-ups. Who sends one call
-// after the other, each in answer to the last, does not come under this. A pause lasts as long as
-// some calls take to gather; it is the last one when they come so slowly that wake-ups would not
-// matter.
+// faster than they are worth a wake-up, or would, were it not for the wake-ups. It is tried, too,
+// after some wake-ups that came closer than a lone call does: they may be what keeps the calls
+// apart. A pause lasts as long as some calls take to gather; it is the last one when they come so
+// slowly that wake-ups would not matter.
 using std::chrono::microseconds;
 constexpr microseconds kDenseGap{1000};
 constexpr microseconds kCrowdedGap{8000};
 constexpr microseconds kFirstPause{250};
 constexpr microseconds kShortestPause{50};
 constexpr microseconds kLongestPause{1000};
-constexpr int64_t kCallsPerPause = 32;
+constexpr int64_t kCallsPerPause = 16;
 constexpr microseconds kSlowestGap{250};
 constexpr microseconds kNoPause{0};
+constexpr uint32_t kCloseWakeUps = 8;  // in a row
 
 // A pause that brings fewer calls was in vain: who calls may be waiting for an answer meanwhile.
 // They are tried less and less then, but in the same moments by all receivers of the machine: what
@@ -112,9 +113,10 @@ void OnewayReceiver::OnReady(uint32_t events) {
 
 microseconds OnewayReceiver::PauseAfter(Clock::duration gap, size_t taken) {
     auto pause = kNoPause;
+    close_wakeups_ = gap < kLoneGap ? close_wakeups_ + 1 : 0;
     if (gap < kCrowdedGap && RingReader(&memory_).Load() == WakeUpLoad::kCrowd)
         pause = kLongestPause;
-    else if (gap < kDenseGap && taken > 1)
+    else if ((gap < kDenseGap && taken > 1) || close_wakeups_ >= kCloseWakeUps)
         pause = kFirstPause;
     if (pause == kNoPause) return pause;
     const Clock::duration now(woken_at_.load());

@@ -97,6 +97,7 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     std::atomic<uint32_t> unread_wakeups_{0};  // at most so many lie in the socket
     std::atomic<bool> attended_{false};
     // Of the thread that attends.
+    uint32_t close_wakeups_ = 0;
     uint32_t vain_pauses_ = 0;
     uint32_t lulls_left_ = 0;
     WakeUpPlace place_;
