@@ -8,9 +8,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <functional>
 #include <random>
 
 #include "frame.h"
+#include "mailbox.h"
 #include "pool.h"
 #include "siege.h"
 
@@ -141,7 +143,7 @@ TEST_F(CutPeers, MalformedControlMessagesCutThePeer) {
             {"a second hello", RawHello(ConnectionKind::kControl, "1-0123456789abcdef")},
             {"a call", RawCall{target_}.Frame()},
             {"a reply", RawReply(0, "")},
-            {"a type that does not exist", RawFrame(static_cast<FrameType>(10), "")},
+            {"a type that does not exist", RawFrame(static_cast<FrameType>(12), "")},
             {"a body too short", RawFrame(FrameType::kAcquire, std::string(20, '\0'))},
             {"a body where none belongs", RawFrame(FrameType::kWelcome, std::string(4, '\0'))},
             {"a body of 4 GiB", WithNumber(acquire, 0, UINT32_MAX)},
@@ -207,6 +209,110 @@ TEST_F(CutPeers, MalformedCallsCutThePeer) {
     };
     AddRandom(&cases, FrameType::kCall, 256);
     ExpectAllCut(ConnectionKind::kCall, cases);
+}
+
+// A caller that speaks through a mailbox by hand.
+class RawMailbox {
+  public:
+    explicit RawMailbox(RawConnection connection) : connection_(std::move(connection)) {
+        UniqueFd file;
+        EXPECT_TRUE(box_.Create(&file));
+        connection_.Send(RawFrame(FrameType::kMailbox, ""), {file.get()});
+    }
+
+    Mailbox& box() { return box_; }
+    RawConnection& connection() { return connection_; }
+
+    void Put(const std::string& frame) {
+        memcpy(box_.place(), frame.data(), std::min(frame.size(), Mailbox::kMaxFrame));
+        box_.Put(frame.size());
+    }
+    void Knock() { connection_.Send(RawFrame(FrameType::kKnock, "")); }
+
+    // What the victim has put for a mailbox that is looked into.
+    Mailbox::Taken Take() {
+        auto taken = Mailbox::Taken::kNothing;
+        taken_.Clear();
+        Eventually([&] { return (taken = box_.Take(&taken_)) != Mailbox::Taken::kNothing; });
+        return taken;
+    }
+    bool TakesAnAnswer() {
+        if (Take() != Mailbox::Taken::kFrame || taken_.size() < sizeof(FrameHeader)) return false;
+        const auto header = CopyOut<FrameHeader>(taken_.data());
+        return header.type == static_cast<uint16_t>(FrameType::kReply) &&
+               taken_.size() == sizeof(header) + header.body_size;
+    }
+    bool ReceivesAnAnswer() {
+        const auto answer = connection_.Receive();
+        return answer && answer->type == FrameType::kReply;
+    }
+
+  private:
+    Mailbox box_;
+    RawConnection connection_;
+    Buffer taken_;
+};
+
+TEST_F(Siege, AnswersGoWhereTheirCallerLooks) {
+    RawPeer peer = NewPeer();
+    const std::string call = RawCall{target_}.Frame();
+    {
+        RawMailbox mailbox(peer.Open(ConnectionKind::kCall));
+        mailbox.connection().Send(call);
+        EXPECT_TRUE(mailbox.ReceivesAnAnswer()) << "nobody looks";
+        mailbox.box().Look();
+        mailbox.connection().Send(call);
+        EXPECT_TRUE(mailbox.TakesAnAnswer());
+        mailbox.Put(call);
+        mailbox.Knock();
+        EXPECT_TRUE(mailbox.TakesAnAnswer());
+        mailbox.connection().Send(RawCall{target_, kBig, LetterData(4096)}.Frame());
+        EXPECT_EQ(mailbox.Take(), Mailbox::Taken::kSocket) << "too large for the mailbox";
+        EXPECT_TRUE(mailbox.ReceivesAnAnswer());
+        // Knocks for nothing, alone and ahead of a call.
+        mailbox.Knock();
+        mailbox.connection().Send(RawFrame(FrameType::kKnock, "") + call);
+        EXPECT_TRUE(mailbox.TakesAnAnswer());
+        mailbox.box().LookAway();
+        mailbox.Put(call);
+        mailbox.Knock();
+        EXPECT_TRUE(mailbox.ReceivesAnAnswer());
+    }
+    peer.control().Close();
+    ExpectUnhurt(0);
+}
+
+TEST_F(CutPeers, MisusedMailboxesCutThePeer) {
+    const UniqueFd small = MemoryFile(4096, kRingSeals);
+    const UniqueFd unsealed = MemoryFile(2 * 4096, F_SEAL_SEAL);
+    const std::string offer = RawFrame(FrameType::kMailbox, "");
+    ExpectAllCut(ConnectionKind::kCall, {
+                                                {"an offer of nothing", offer},
+                                                {"memory too small", offer, {small.get()}},
+                                                {"memory that can shrink", offer, {unsealed.get()}},
+                                                {"a knock", RawFrame(FrameType::kKnock, "")},
+                                        });
+    const std::string call = RawCall{target_}.Frame();
+    const std::vector<std::pair<std::string, std::function<void(RawMailbox*)>>> cases = {
+            {"a second offer",
+             [&](RawMailbox* mailbox) { mailbox->connection().Send(offer, {unsealed.get()}); }},
+            {"a frame larger than its place",
+             [&](RawMailbox* mailbox) { mailbox->Put(std::string(Mailbox::kMaxFrame + 1, '1')); }},
+            {"a frame that is none", [&](RawMailbox* mailbox) { mailbox->Put("not a frame"); }},
+            {"a frame and more", [&](RawMailbox* mailbox) { mailbox->Put(call + offer); }},
+            {"an answer to nothing", [&](RawMailbox* mailbox) { mailbox->Put(RawReply(0, "")); }},
+    };
+    int warnings = 4;
+    for (const auto& [name, misuse] : cases) {
+        SCOPED_TRACE(name);
+        RawPeer peer = NewPeer();
+        RawMailbox mailbox(peer.Open(ConnectionKind::kCall));
+        misuse(&mailbox);
+        mailbox.Knock();
+        EXPECT_TRUE(peer.control().WaitForEnd());
+        ExpectServing(++warnings);
+    }
+    ExpectUnhurt(warnings);
 }
 
 // The end of such a connection may be there before the victim has begun to watch it.

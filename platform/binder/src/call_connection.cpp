@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
+#include <utility>
 
 #include "descriptors.h"
 #include "limits.h"
@@ -20,6 +22,9 @@ constexpr size_t kFirstReadBytes = 4096;
 
 // How long a thread that has answered a call stays for the next one.
 constexpr int kBriefWaitMs = 10;
+
+// How long it looks into the mailbox before it waits at the socket.
+constexpr std::chrono::microseconds kLookOut{50};
 
 constexpr int kMaxParts = 5;
 
@@ -67,11 +72,17 @@ CallConnection::Result CallConnection::Read(Wait wait, FrameType* type, Bytes* b
     frame_size_ = 0;
     if (in_.empty()) in_.Clear();
     for (;;) {
+        if (in_.empty() && lookout_.IsLooking() && !LookIntoMailbox(wait))
+            return Result::kMalformed;
         Bytes there(in_.data(), in_.size());
         if (there.size() >= sizeof(FrameHeader)) {
             auto header = DecodeHeader(there);
             if (!header) return Result::kMalformed;
             size_t size = sizeof(FrameHeader) + header->body_size;
+            if (header->type == static_cast<uint16_t>(FrameType::kKnock)) {
+                if (!OnKnock()) return Result::kMalformed;
+                continue;
+            }
             if (there.size() >= size) {
                 frame_size_ = size;
                 *type = static_cast<FrameType>(header->type);
@@ -112,7 +123,67 @@ bool CallConnection::Receive(Wait wait, UniqueFd* received, Result* failure) {
     return (message.msg_flags & MSG_CTRUNC) == 0;
 }
 
+bool CallConnection::LookIntoMailbox(Wait wait) {
+    const auto limit = wait == Wait::kNot ? std::chrono::microseconds(0) : kLookOut;
+    return lookout_.Await(&in_, limit) != Mailbox::Taken::kBroken;
+}
+
+bool CallConnection::OnKnock() {
+    if (!mailbox_.ok()) return false;
+    in_.Consume(sizeof(FrameHeader));
+    // Late: what it told of was taken in passing, or nothing would have followed.
+    return !in_.empty() || mailbox_.Take(&in_) != Mailbox::Taken::kBroken;
+}
+
+bool CallConnection::BeginCall() {
+    if (!ours_) return true;
+    lookout_.NoteCall();
+    if (!mailbox_was_offered_ && lookout_.IsMailboxWorthIt() && !OfferMailbox()) return false;
+    if (lookout_.CallsAreDense()) lookout_.Begin();
+    return true;
+}
+
+bool CallConnection::OfferMailbox() {
+    mailbox_was_offered_ = true;
+    UniqueFd file;
+    // Without one every call goes through the socket.
+    if (!mailbox_.Create(&file)) return true;
+    return SendToSocket({FrameType::kMailbox, nullptr, 0, {}, {}, file.get()}, /*wait=*/true);
+}
+
+bool CallConnection::TakeMailbox() {
+    const UniqueFd file = std::move(offered_);
+    return file.ok() && mailbox_.Map(file.get());
+}
+
+void CallConnection::LookForNextCall() {
+    if (!calls_are_lone_) lookout_.Begin();
+}
+
 bool CallConnection::Send(const Parts& parts, bool wait) {
+    const bool is_awaited = mailbox_.ok() && kept_.empty() && mailbox_.OtherLooks();
+    return is_awaited ? SendToMailbox(parts, wait) : SendToSocket(parts, wait);
+}
+
+bool CallConnection::SendToMailbox(const Parts& parts, bool wait) {
+    FrameHeader header;
+    Pieces pieces;
+    Gather(parts, &header, &pieces);
+    if (parts.descriptor >= 0 || pieces.total > Mailbox::kMaxFrame) {
+        const bool sent = SendToSocket(parts, wait);
+        mailbox_.PointToSocket();
+        return sent;
+    }
+    uint8_t* place = mailbox_.place();
+    for (int i = 0; i < pieces.count; ++i) {
+        memcpy(place, pieces.parts[i].iov_base, pieces.parts[i].iov_len);
+        place += pieces.parts[i].iov_len;
+    }
+    return mailbox_.Put(pieces.total) ||
+           SendToSocket({FrameType::kKnock, nullptr, 0, {}, {}}, wait);
+}
+
+bool CallConnection::SendToSocket(const Parts& parts, bool wait) {
     FrameHeader header;
     Pieces pieces;
     Gather(parts, &header, &pieces);
@@ -201,6 +272,8 @@ void CallConnection::LeavePool() {
 }
 
 void CallConnection::Rearm() {
+    // Nothing is put meanwhile: the caller has no answer yet.
+    if (lookout_.IsLooking()) lookout_.End();
     uint64_t key = key_.load();
     uint32_t events = kept_.empty() ? EPOLLIN : EPOLLOUT;
     int fd = fd_.get();
@@ -228,12 +301,11 @@ void CallConnection::OnReady(uint32_t) {
 bool CallConnection::ServeFrames() {
     FrameType type;
     Bytes body;
-    Result result = Read(Wait::kNot, &type, &body);
+    Result result = ReadCall(Wait::kNot, &type, &body);
     while (result != Result::kIncomplete) {
         if (result == Result::kClosed) return false;
-        Served served = Served::kMalformed;
-        if (result == Result::kFrame && type == FrameType::kCall)
-            served = ServeCall(this, body, /*nested=*/false);
+        const Served served =
+                result == Result::kFrame ? ServeFrame(type, body) : Served::kMalformed;
         if (served == Served::kDeferred) return true;
         if (served == Served::kClosed) return false;
         if (served == Served::kMalformed) {
@@ -251,24 +323,43 @@ bool CallConnection::ServeFrames() {
     return true;
 }
 
+Served CallConnection::ServeFrame(FrameType type, Bytes body) {
+    if (type == FrameType::kMailbox) return TakeMailbox() ? Served::kAnswered : Served::kMalformed;
+    if (type != FrameType::kCall || offered_.ok()) return Served::kMalformed;
+    return ServeCall(this, body, /*nested=*/false);
+}
+
+CallConnection::Result CallConnection::ReadCall(Wait wait, FrameType* type, Bytes* body) {
+    const Result result = Read(wait, type, body, mailbox_.ok() ? nullptr : &offered_);
+    // The offer of a mailbox is too short to come in parts.
+    return result == Result::kIncomplete && offered_.ok() ? Result::kMalformed : result;
+}
+
 CallConnection::Result CallConnection::ReadNext(FrameType* type, Bytes* body) {
-    if (in_.size() > frame_size_) return Read(Wait::kNot, type, body);
+    if (in_.size() > frame_size_) return ReadCall(Wait::kNot, type, body);
     // Who has just called often calls again: the thread that stays here saves both sides the way
     // through the pool.
     Pool::Linger linger;
-    if (!linger.granted()) return Result::kIncomplete;
+    if (!linger.granted())
+        return lookout_.IsLooking() ? ReadCall(Wait::kNot, type, body) : Result::kIncomplete;
+    const bool looks = lookout_.IsLooking();
     const auto begin = std::chrono::steady_clock::now();
     const Result result = ReadWhereCallerRuns(type, body);
-    calls_are_lone_ = std::chrono::steady_clock::now() - begin > kLoneGap;
-    if (result == Result::kFrame) NoteServedCall(calls_are_lone_);
+    const auto waited = std::chrono::steady_clock::now() - begin;
+    calls_are_lone_ = waited > kLoneGap;
+    const bool at_once = looks && waited < kLookOut;
+    if (result == Result::kFrame)
+        NoteServedCall(calls_are_lone_ ? CallCame::kAlone
+                       : at_once       ? CallCame::kAtOnce
+                                       : CallCame::kOften);
     Pool::StayIfExiting();
     return result;
 }
 
 CallConnection::Result CallConnection::ReadWhereCallerRuns(FrameType* type, Bytes* body) {
-    if (!calls_are_lone_) return Read(Wait::kBriefly, type, body);
+    if (!calls_are_lone_) return ReadCall(Wait::kBriefly, type, body);
     const WakeUpPlace::Hold hold(&place_, caller_runs_on_);
-    return Read(Wait::kBriefly, type, body);
+    return ReadCall(Wait::kBriefly, type, body);
 }
 
 }  // namespace host

@@ -1,7 +1,8 @@
 // A connection for two-way calls. The side that opened it calls; while it waits for the answer, the
-// side that serves may call back on the same connection, and so on, in turns. Used by one thread at
-// a time: the one that calls, or the pool thread that was woken for it. Only ShutDown may come from
-// any other thread.
+// side that serves may call back on the same connection, and so on, in turns. Frames go through the
+// socket, or, once calls have followed one another at once, through a mailbox while both sides look
+// there. Used by one thread at a time: the one that calls, or the pool thread that was woken for
+// it. Only ShutDown may come from any other thread.
 #pragma once
 
 #include <atomic>
@@ -10,6 +11,8 @@
 #include "buffer.h"
 #include "fd.h"
 #include "frame.h"
+#include "lookout.h"
+#include "mailbox.h"
 #include "pool.h"
 #include "wake_up_place.h"
 #include "wire.h"
@@ -19,6 +22,7 @@ struct AParcel;
 namespace host {
 
 class Peer;
+enum class Served;
 
 class CallConnection : public PoolSource, public std::enable_shared_from_this<CallConnection> {
   public:
@@ -53,6 +57,13 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     // ended.
     bool Send(const Parts& parts, bool wait);
 
+    // The side that opened it: around a call. False: the connection has ended.
+    bool BeginCall();
+    void EndCall() { lookout_.NoteAnswer(); }
+
+    // Ahead of an answer: the next call may come at once, and into the mailbox.
+    void LookForNextCall();
+
     // Answers the call that is being served; every way of serving ends here.
     bool SendReply(int32_t status, const AParcel* reply, bool wait);
 
@@ -66,14 +77,23 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     void OnReady(uint32_t events) override;
 
   private:
+    bool OfferMailbox();
+    bool TakeMailbox();
+    bool SendToSocket(const Parts& parts, bool wait);
+    bool SendToMailbox(const Parts& parts, bool wait);
+    // What was put into the mailbox, if it was, comes behind `in_`. False: malformed.
+    bool LookIntoMailbox(Wait wait);
+    bool OnKnock();
     bool Receive(Wait wait, UniqueFd* received, Result* failure);
     bool KeepRest(const Parts& parts, size_t sent);
     bool SendKept();
     // Serves what has come in and what follows soon; false when the connection is to be dropped.
     bool ServeFrames();
+    Served ServeFrame(FrameType type, Bytes body);
     // What has come in behind the last frame, or comes while this thread may stay.
     Result ReadNext(FrameType* type, Bytes* body);
     Result ReadWhereCallerRuns(FrameType* type, Bytes* body);
+    Result ReadCall(Wait wait, FrameType* type, Bytes* body);
 
     const std::shared_ptr<Peer> peer_;
     UniqueFd fd_;
@@ -88,6 +108,10 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     bool calls_are_lone_ = true;
     ProcessorNote caller_runs_on_ = 0;
     WakeUpPlace place_;
+    Mailbox mailbox_;
+    bool mailbox_was_offered_ = false;
+    UniqueFd offered_;  // what came with a frame that should be the offer of a mailbox
+    Lookout lookout_{&mailbox_};
 };
 
 }  // namespace host

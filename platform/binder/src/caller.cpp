@@ -74,8 +74,11 @@ Outcome CallOn(CallConnection* connection, const CallBody& call, const AParcel& 
                const Buffer& objects, AParcel* out, UniqueFd* memory) {
     CallConnection::Parts parts{FrameType::kCall, &call, sizeof(call), Bytes(in.data(), in.size()),
                                 Bytes(objects.data(), objects.size())};
-    if (!connection->Send(parts, /*wait=*/true)) return {STATUS_DEAD_OBJECT, false, false};
-    return AwaitReply(connection, out, memory);
+    if (!connection->BeginCall() || !connection->Send(parts, /*wait=*/true))
+        return {STATUS_DEAD_OBJECT, false, false};
+    const Outcome outcome = AwaitReply(connection, out, memory);
+    connection->EndCall();
+    return outcome;
 }
 
 }  // namespace

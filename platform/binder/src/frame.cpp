@@ -31,6 +31,8 @@ size_t MaxBodySize(FrameType type) {
             return sizeof(HelloBody);
         case FrameType::kWelcome:
         case FrameType::kYield:
+        case FrameType::kMailbox:
+        case FrameType::kKnock:
             return 0;
         case FrameType::kCall:
             return sizeof(CallBody) + kMaxTransactionBytes + sizeof(uint32_t);
@@ -52,7 +54,7 @@ std::optional<FrameHeader> DecodeHeader(Bytes bytes) {
     auto header = CopyOut<FrameHeader>(bytes.data());
     if (header.magic != kFrameMagic) return std::nullopt;
     if (header.type < static_cast<uint16_t>(FrameType::kHello) ||
-        header.type > static_cast<uint16_t>(FrameType::kSettled)) {
+        header.type > static_cast<uint16_t>(FrameType::kKnock)) {
         return std::nullopt;
     }
     auto type = static_cast<FrameType>(header.type);

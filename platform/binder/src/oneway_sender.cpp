@@ -68,7 +68,7 @@ binder_status_t OnewaySender::Send(const RefId& target, uint32_t code, const APa
         std::lock_guard lock(mutex_);
         status = SendLocked(target, code, parcel, &report);
     }
-    if (report.woke_one) GoWhereCallsAreServed();
+    ChooseSendingPlace(report.woke_one);
     if (report.broken != nullptr) peer_->Cut(report.broken);
     if (report.first_refusal) {
         __android_log_print(

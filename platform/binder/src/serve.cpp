@@ -98,6 +98,7 @@ Served ServeCall(CallConnection* connection, Bytes body, bool nested) {
     // any more.
     in.reset();
     target.reset();
+    if (!nested) connection->LookForNextCall();
     return Answered(connection->SendReply(status, out.get(), nested));
 }
 

@@ -10,8 +10,16 @@ namespace {
 constexpr uint32_t kTimesToMoveDown = 8;
 constexpr uint32_t kTimesToMoveUp = 24;
 
-// Where this process has served a call last, if that came alone.
-std::atomic<ProcessorNote> g_served_on{0};
+// Where calls are dense, a move is made in vain if the scheduler takes the thread back.
+constexpr uint32_t kTimesToMoveAway = 64;
+
+// The call that this process has served last.
+struct Served {
+    CallCame how;
+    ProcessorNote on;
+};
+std::atomic<Served> g_served{Served{CallCame::kOften, 0}};
+static_assert(std::atomic<Served>::is_always_lock_free);
 
 }  // namespace
 
@@ -54,13 +62,29 @@ void WakeUpPlace::MoveTo(ProcessorNote told) {
     const Hold move(this, told);
 }
 
-void NoteServedCall(bool alone) {
-    g_served_on.store(alone ? NoteProcessor() : 0, std::memory_order_relaxed);
+void WakeUpPlace::MoveFrom(ProcessorNote told) {
+    if (told != NoteProcessor()) times_ = 0;
+    if (told != NoteProcessor() || ++times_ < kTimesToMoveAway) return;
+    times_ = 0;
+    cpu_set_t before;
+    if (sched_getaffinity(0, sizeof(before), &before) != 0) return;
+    cpu_set_t others = before;
+    CPU_CLR(told - 1, &others);
+    if (CPU_COUNT(&others) == 0 || sched_setaffinity(0, sizeof(others), &others) != 0) return;
+    sched_setaffinity(0, sizeof(before), &before);
 }
 
-void GoWhereCallsAreServed() {
-    static thread_local WakeUpPlace place;
-    place.MoveTo(g_served_on.load(std::memory_order_relaxed));
+void NoteServedCall(CallCame how) {
+    g_served.store({how, NoteProcessor()}, std::memory_order_relaxed);
+}
+
+void ChooseSendingPlace(bool woke_one) {
+    static thread_local WakeUpPlace where_alone;
+    static thread_local WakeUpPlace where_dense;
+    const Served served = g_served.load(std::memory_order_relaxed);
+    if (served.on == 0 || served.how == CallCame::kOften) return;
+    if (served.how == CallCame::kAtOnce) return where_dense.MoveFrom(served.on);
+    if (woke_one) where_alone.MoveTo(served.on);
 }
 
 }  // namespace host

@@ -43,6 +43,8 @@ class WakeUpPlace {
 
     // Moves the calling thread there, likewise only after some time, and leaves it free.
     void MoveTo(ProcessorNote told);
+    // Moves it elsewhere after a longer time there.
+    void MoveFrom(ProcessorNote told);
 
   private:
     // Whether it is time to go where the other process is.
@@ -52,12 +54,17 @@ class WakeUpPlace {
     uint32_t times_ = 0;  // in a row, while this thread ran elsewhere
 };
 
-// The calling thread is about to serve a call that came alone, or one of many, which belong
-// nowhere.
-void NoteServedCall(bool alone);
+// How the call has come that the calling thread is about to serve.
+enum class CallCame : uint16_t {
+    kAlone,
+    kOften,   // one of many, which belong nowhere
+    kAtOnce,  // this thread had stayed awake for it
+};
+void NoteServedCall(CallCame how);
 
-// The calling thread sends, after such a call perhaps, to who waits for it: it moves to where the
-// process has served lone calls for some time, and stays free to leave.
-void GoWhereCallsAreServed();
+// The calling thread has sent to who was waiting (`woke_one`) or was not: it moves to where the
+// process has served lone calls for some time, or away from where calls follow one another at once,
+// since serving and sending are then enough for a processor each. It stays free to leave.
+void ChooseSendingPlace(bool woke_one);
 
 }  // namespace host

@@ -28,7 +28,7 @@ struct RefIdHash {
 };
 
 inline constexpr uint16_t kFrameMagic = 0x4256;
-inline constexpr uint32_t kProtocolVersion = 2;
+inline constexpr uint32_t kProtocolVersion = 3;
 inline constexpr size_t kEndpointNameSize = 40;  // with the terminating zeros
 
 enum class FrameType : uint16_t {
@@ -41,6 +41,8 @@ enum class FrameType : uint16_t {
     kAcquired = 7,  // the owner's answer, in the order of the requests: AcquireBody
     kRelease = 8,   // to the owner: ReleaseBody
     kSettled = 9,   // to who passed on a reference: its own is no longer needed: SettledBody
+    kMailbox = 10,  // from who opened a call connection, once: the memory of a mailbox comes along
+    kKnock = 11,    // something has been put into the mailbox: no body
 };
 
 struct FrameHeader {

@@ -1,0 +1,61 @@
+#include "mailbox.h"
+
+namespace host {
+namespace {
+
+// Of the word `put`: the size is below, the number of frames above.
+constexpr int kSizeBits = 16;
+constexpr uint64_t kSizeMask = (uint64_t{1} << kSizeBits) - 1;
+static_assert(Mailbox::kMaxFrame <= kSizeMask);
+
+}  // namespace
+
+bool Mailbox::Create(UniqueFd* file) {
+    if (!memory_.Create("binder-calls", kTotalBytes, file)) return false;
+    SetSides(/*creator=*/true);
+    return true;
+}
+
+bool Mailbox::Map(int file) {
+    if (!memory_.Map(file, kTotalBytes)) return false;
+    SetSides(/*creator=*/false);
+    return true;
+}
+
+void Mailbox::SetSides(bool creator) {
+    auto* sides = reinterpret_cast<Side*>(memory_.data());
+    mine_ = &sides[creator ? 0 : 1];
+    other_ = &sides[creator ? 1 : 0];
+}
+
+bool Mailbox::OtherLooks() const {
+    return other_->looking.load(std::memory_order_relaxed) != 0;
+}
+
+bool Mailbox::Put(size_t size) {
+    // Both sides write their own word and then read the other's: sequentially consistent, or a
+    // frame is missed.
+    mine_->put.store(++frames_put_ << kSizeBits | size, std::memory_order_seq_cst);
+    return other_->looking.load(std::memory_order_seq_cst) != 0;
+}
+
+void Mailbox::Look() {
+    mine_->looking.store(1, std::memory_order_relaxed);
+}
+
+void Mailbox::LookAway() {
+    mine_->looking.store(0, std::memory_order_seq_cst);
+}
+
+Mailbox::Taken Mailbox::Take(Buffer* frame) {
+    const uint64_t put = other_->put.load(std::memory_order_seq_cst);
+    if (put == taken_) return Taken::kNothing;
+    taken_ = put;
+    const size_t size = put & kSizeMask;
+    if (size == 0) return Taken::kSocket;
+    if (size > kMaxFrame) return Taken::kBroken;
+    frame->Append(other_->frame, size);
+    return Taken::kFrame;
+}
+
+}  // namespace host

@@ -1,0 +1,65 @@
+// One place for a frame in each direction, in memory that both sides of a call connection have
+// mapped. While calls follow each other at once, each side looks there for what comes next, and no
+// call needs the kernel. Who does not look is sent to through the socket.
+//
+// Nothing in the shared memory is trusted: a frame is copied out once before it is read, and a side
+// that writes what none of ours writes is cut off. The memory is a sealed file that cannot shrink.
+// Since frames go back and forth in turns, a place is free whenever there is something to put
+// there.
+//
+// Each side is used by one thread at a time.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "buffer.h"
+#include "fd.h"
+#include "shared_memory.h"
+
+namespace host {
+
+class Mailbox {
+  public:
+    static constexpr size_t kMaxFrame = 4096 - 128;
+
+    // A new one, and the file to be sent to the other side; false with errno.
+    bool Create(UniqueFd* file);
+    // The one that the other side has created; false unless the file is one of a mailbox.
+    bool Map(int file);
+    bool ok() const { return memory_.ok(); }
+
+    // Whether what is put is found without more ado.
+    bool OtherLooks() const;
+    // Where a frame of up to kMaxFrame bytes is written before Put.
+    uint8_t* place() { return mine_->frame; }
+    // False: the other side has looked away meanwhile, and has to be told.
+    bool Put(size_t size);
+    // Instead of a frame: one is in the socket.
+    void PointToSocket() { Put(0); }
+
+    void Look();
+    void LookAway();
+    enum class Taken { kNothing, kFrame, kSocket, kBroken };
+    // Appends the frame that was put.
+    Taken Take(Buffer* frame);
+
+  private:
+    // Written by one side only.
+    struct Side {
+        alignas(64) std::atomic<uint64_t> put;      // frames put, ever, and the size of the last
+        alignas(64) std::atomic<uint32_t> looking;  // it looks for what the other side puts
+        uint8_t frame[kMaxFrame];
+    };
+    static constexpr size_t kTotalBytes = 2 * sizeof(Side);
+
+    void SetSides(bool creator);
+
+    SharedMemory memory_;
+    Side* mine_ = nullptr;
+    Side* other_ = nullptr;
+    uint64_t frames_put_ = 0;
+    uint64_t taken_ = 0;  // the other side's word when it was taken last
+};
+}  // namespace host
