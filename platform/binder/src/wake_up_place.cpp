@@ -14,7 +14,7 @@ constexpr uint32_t kTimesToMoveUp = 24;
 constexpr uint32_t kTimesToMoveAway = 64;
 
 // The call that this process has served last.
-struct Served {
+struct alignas(uint32_t) Served {
     CallCame how;
     ProcessorNote on;
 };
