@@ -1,5 +1,6 @@
 #include "worker_thread.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -19,10 +20,22 @@ constexpr Clock::duration kLookOut = std::chrono::microseconds(50);
 constexpr Clock::duration kTooLong = std::chrono::milliseconds(1);
 constexpr int kRest = 24;
 
+// So that a queue of a sensible bound never grows while callers wait.
+constexpr size_t kMostRoom = 128;
+
+std::vector<std::unique_ptr<Callable>> WithRoomFor(size_t tasks) {
+    std::vector<std::unique_ptr<Callable>> room;
+    room.reserve(std::min(tasks, kMostRoom));
+    return room;
+}
+
 }  // namespace
 
 WorkerThread::WorkerThread(size_t maxQueueSize)
-        : max_queue_size_(maxQueueSize), thread_(&WorkerThread::threadFunc, this) {}
+        : max_queue_size_(maxQueueSize),
+          queue_(WithRoomFor(maxQueueSize)),
+          taken_(WithRoomFor(maxQueueSize)),
+          thread_(&WorkerThread::threadFunc, this) {}
 
 WorkerThread::~WorkerThread() {
     {
@@ -31,11 +44,11 @@ WorkerThread::~WorkerThread() {
     }
     queue_cv_.notify_all();
     thread_.join();
-    // One by one: a deque's own destructor promises no order, and a task's may still call schedule,
-    // which refuses.
+    // One by one: a vector's own destructor promises no order, and a task's may still call
+    // schedule, which refuses.
     for (auto* tasks : {&taken_, &queue_}) {
-        while (!tasks->empty())
-            tasks->pop_front();
+        for (std::unique_ptr<Callable>& task : *tasks)
+            task.reset();
     }
 }
 
@@ -62,12 +75,12 @@ void WorkerThread::threadFunc() {
 }
 
 std::unique_ptr<Callable> WorkerThread::waitForTask() {
-    if (taken_.empty()) takeTasks();
+    if (taken_count_.load(std::memory_order_relaxed) == 0) takeTasks();
     if (destructing_) return nullptr;  // what was taken waits for the destructor
-    std::unique_ptr<Callable> task = std::move(taken_.front());
-    taken_.pop_front();
-    taken_count_.store(taken_.size(), std::memory_order_relaxed);
-    return task;
+    // Counts down, so that the oldest comes first.
+    const size_t left = taken_count_.load(std::memory_order_relaxed);
+    taken_count_.store(left - 1, std::memory_order_relaxed);
+    return std::move(taken_[taken_.size() - left]);
 }
 
 void WorkerThread::takeTasks() {
@@ -85,6 +98,7 @@ void WorkerThread::takeTasks() {
         queue_cv_.wait(lock, [this] { return !queue_.empty() || destructing_; });
         tasks_are_dense_ = Clock::now() - begin < kDenseGap;
     }
+    taken_.clear();
     taken_.swap(queue_);
     taken_count_.store(taken_.size(), std::memory_order_relaxed);
 }

@@ -10,10 +10,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "callable.h"
 
@@ -65,11 +65,12 @@ class WorkerThread {
     std::chrono::steady_clock::time_point look_again_at_{};
 
     // Guarded by queue_mutex_.
-    std::deque<std::unique_ptr<Callable>> queue_;
+    std::vector<std::unique_ptr<Callable>> queue_;
 
     // Of the thread: taken out of the queue together, so that it seldom meets schedule at the
-    // mutex. They still wait, and count.
-    std::deque<std::unique_ptr<Callable>> taken_;
+    // mutex. The last `taken_count_` of them still wait, and count. The two vectors change places
+    // and keep their storage.
+    std::vector<std::unique_ptr<Callable>> taken_;
     std::atomic<size_t> taken_count_{0};
 
     // Held to push, to pop and to set the flag; never while a task runs or is destroyed.
