@@ -52,6 +52,7 @@ class Mailbox {
         alignas(64) std::atomic<uint32_t> looking;  // it looks for what the other side puts
         uint8_t frame[kMaxFrame];
     };
+    static_assert(sizeof(Side) == 4096);  // a page each
     static constexpr size_t kTotalBytes = 2 * sizeof(Side);
 
     void SetSides(bool creator);
@@ -62,4 +63,5 @@ class Mailbox {
     uint64_t frames_put_ = 0;
     uint64_t taken_ = 0;  // the other side's word when it was taken last
 };
+
 }  // namespace host

@@ -14,12 +14,12 @@ constexpr uint32_t kTimesToMoveUp = 24;
 constexpr uint32_t kTimesToMoveAway = 64;
 
 // The call that this process has served last.
-struct alignas(uint32_t) Served {
+struct alignas(uint32_t) LastCall {
     CallCame how;
     ProcessorNote on;
 };
-std::atomic<Served> g_served{Served{CallCame::kOften, 0}};
-static_assert(std::atomic<Served>::is_always_lock_free);
+std::atomic<LastCall> g_served{LastCall{CallCame::kOften, 0}};
+static_assert(std::atomic<LastCall>::is_always_lock_free);
 
 }  // namespace
 
@@ -63,9 +63,10 @@ void WakeUpPlace::MoveTo(ProcessorNote told) {
 }
 
 void WakeUpPlace::MoveFrom(ProcessorNote told) {
-    if (told != NoteProcessor()) times_ = 0;
-    if (told != NoteProcessor() || ++times_ < kTimesToMoveAway) return;
+    const bool there = told == NoteProcessor();
+    if (there && ++times_ < kTimesToMoveAway) return;
     times_ = 0;
+    if (!there) return;
     cpu_set_t before;
     if (sched_getaffinity(0, sizeof(before), &before) != 0) return;
     cpu_set_t others = before;
@@ -81,7 +82,7 @@ void NoteServedCall(CallCame how) {
 void ChooseSendingPlace(bool woke_one) {
     static thread_local WakeUpPlace where_alone;
     static thread_local WakeUpPlace where_dense;
-    const Served served = g_served.load(std::memory_order_relaxed);
+    const LastCall served = g_served.load(std::memory_order_relaxed);
     if (served.on == 0 || served.how == CallCame::kOften) return;
     if (served.how == CallCame::kAtOnce) return where_dense.MoveFrom(served.on);
     if (woke_one) where_alone.MoveTo(served.on);
