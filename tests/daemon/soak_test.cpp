@@ -73,10 +73,13 @@ class Soak : public ::testing::Test {
     };
 
     State Look() {
-        State now{ProcessCounts::Of(daemon_->pid()), ResidentKib(daemon_->pid()),
-                  TableOf(*producers_).size()};
+        State now;
+        now.links = TableOf(*producers_).size();
         for (const auto& signal : Subscriptions(*consumers_))
             now.links += signal.second.size();
+        // Only now: the first of the calls above connects this process to the daemon.
+        now.counts = ProcessCounts::Of(daemon_->pid());
+        now.resident = ResidentKib(daemon_->pid());
         return now;
     }
     // Threads within the bound of the pool, whatever it has started since.
