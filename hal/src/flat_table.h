@@ -34,6 +34,16 @@ class FlatTable {
         return std::exchange(slot.value, std::move(value));
     }
 
+    bool IsEmpty() const { return size_ == 0; }
+
+    // Calls `visit` with each key and value, in the order of their places. It must not change the
+    // table.
+    template <typename F>
+    void ForEach(const F& visit) const {
+        for (const Slot& slot : slots_)
+            if (slot.value != nullptr) visit(slot.key, slot.value);
+    }
+
     // Takes the key out. Its value, null if it had none.
     V Take(K key) {
         const size_t place = Seek(key);

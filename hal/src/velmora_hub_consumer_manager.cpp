@@ -48,31 +48,37 @@ struct VelmoraHubConsumerManager::Subscription {
     ::ndk::ScopedAIBinder_DeathRecipient death_recipient;
 };
 
-void VelmoraHubConsumerManager::Signal::Add(uint32_t token_id,
-                                            std::shared_ptr<Subscription> subscription) {
-    WritableConsumers().push_back(subscription->consumer);
-    subscriptions.emplace_back(token_id, std::move(subscription));
-}
-
-bool VelmoraHubConsumerManager::Signal::Remove(uint32_t token_id,
-                                               std::shared_ptr<IVelmoraHubConsumer>* released) {
-    const auto found = std::find_if(subscriptions.begin(), subscriptions.end(),
-                                    [=](const auto& entry) { return entry.first == token_id; });
-    if (found == subscriptions.end()) return false;
-    *released = std::move(found->second->consumer);
-    Consumers& list = WritableConsumers();
-    list.erase(list.begin() + (found - subscriptions.begin()));
-    subscriptions.erase(found);
-    return true;
-}
-
-VelmoraHubConsumerManager::Consumers& VelmoraHubConsumerManager::Signal::WritableConsumers() {
-    if (consumers.use_count() > 1) consumers = std::make_shared<Consumers>(*consumers);
-    return *consumers;
-}
-
 VelmoraHubConsumerManager::VelmoraHubConsumerManager(std::shared_ptr<WorkerThread> worker)
         : worker_(std::move(worker)) {}
+
+std::shared_ptr<VelmoraHubConsumerManager::Signal>& VelmoraHubConsumerManager::EntryOf(
+        int signalId) {
+    std::shared_ptr<Signal>* entry = subscriptions_.Find(static_cast<uint32_t>(signalId));
+    if (entry != nullptr) return *entry;
+    subscriptions_.Put(static_cast<uint32_t>(signalId), std::make_shared<Signal>());
+    return *subscriptions_.Find(static_cast<uint32_t>(signalId));
+}
+
+VelmoraHubConsumerManager::Signal& VelmoraHubConsumerManager::Writable(
+        std::shared_ptr<Signal>& entry) {
+    if (entry.use_count() > 1)
+        entry = std::make_shared<Signal>(Signal{entry->consumers, std::move(entry->subscriptions)});
+    return *entry;
+}
+
+bool VelmoraHubConsumerManager::Remove(uint32_t token_id, std::shared_ptr<Signal>& entry,
+                                       std::shared_ptr<IVelmoraHubConsumer>* released) {
+    const auto& all = entry->subscriptions;
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [=](const auto& one) { return one.first == token_id; });
+    if (found == all.end()) return false;
+    const auto place = found - all.begin();
+    Signal& signal = Writable(entry);
+    *released = std::move(signal.subscriptions[static_cast<size_t>(place)].second->consumer);
+    signal.consumers.erase(signal.consumers.begin() + place);
+    signal.subscriptions.erase(signal.subscriptions.begin() + place);
+    return true;
+}
 
 template <typename F>
 void VelmoraHubConsumerManager::Schedule(F&& task) {
@@ -87,17 +93,24 @@ ScopedAStatus VelmoraHubConsumerManager::subscribe(
         return Refuse("Invalid token state.");
     }
     std::lock_guard lock(mutex_);
-    Signal& signal = subscriptions_[signalId];
-    for (const auto& other : *signal.consumers)
-        if (other == consumer) return Refuse("Already subscribed");
+    std::shared_ptr<Signal>& entry = EntryOf(signalId);
+    // One that nobody but the caller holds is in no table, so that the list of a signal of which
+    // nothing has been heard for long need not be read: every consumer of another process is new.
+    const auto& others = entry->consumers;
+    if (consumer.use_count() > 1 &&
+        std::find(others.begin(), others.end(), consumer) != others.end())
+        return Refuse("Already subscribed");
 
-    const bool is_first = signal.subscriptions.empty();
+    const bool is_first = entry->subscriptions.empty();
     const auto token =
             ::ndk::SharedRefBase::make<ConsumerToken>(signalId, next_token_id_.fetch_add(1));
     // A death that comes at once waits for the mutex and finds the subscription.
     AIBinder_DeathRecipient* recipient =
             BinderDeathManager::TrackDeath(consumer->asBinder().get(), token, this);
-    signal.Add(token->token_id, std::make_shared<Subscription>(token, consumer, recipient));
+    Signal& signal = Writable(entry);
+    signal.consumers.push_back(consumer);
+    signal.subscriptions.emplace_back(token->token_id,
+                                      std::make_shared<Subscription>(token, consumer, recipient));
     __android_log_print(ANDROID_LOG_INFO, kLogTag, "New subscriber (%d::%d)", token->signal_id,
                         token->token_id);
     *out = token;
@@ -122,17 +135,17 @@ ScopedAStatus VelmoraHubConsumerManager::InternalUnsubscribe(
     // Outlives the lock: the consumer's destructor is free to call the hub.
     std::shared_ptr<IVelmoraHubConsumer> released;
     std::lock_guard lock(mutex_);
-    const auto signal = subscriptions_.find(signal_id);
-    if (signal == subscriptions_.end()) {
+    std::shared_ptr<Signal>* const entry = subscriptions_.Find(static_cast<uint32_t>(signal_id));
+    if (entry == nullptr) {
         __android_log_print(ANDROID_LOG_DEBUG, kLogTag,
                             "Registration does not exist. No signal found.");
         return ScopedAStatus::ok();
     }
-    if (!signal->second.Remove(token->token_id, &released)) {
+    if (!Remove(static_cast<uint32_t>(token->token_id), *entry, &released)) {
         __android_log_print(ANDROID_LOG_WARN, kLogTag, "Registration did not exist.");
         return ScopedAStatus::ok();
     }
-    if (signal->second.subscriptions.empty())
+    if ((*entry)->subscriptions.empty())
         Schedule([this, signal_id] {
             if (listener_ != nullptr) listener_->OnConsumerSubscriptionChanged(signal_id, false);
         });
@@ -177,26 +190,26 @@ void VelmoraHubConsumerManager::DispatchSignalUpdate(int signalId, VelmoraEvent 
 
 template <typename F>
 void VelmoraHubConsumerManager::Dispatch(int signalId, const F& notify) {
-    std::shared_ptr<const Consumers> consumers = TakeConsumers(signalId);
-    for (const auto& consumer : *consumers) {
+    std::shared_ptr<const Signal> signal = TakeTable(signalId);
+    for (const auto& consumer : signal->consumers) {
         if (consumer == nullptr)
             __android_log_print(ANDROID_LOG_WARN, kLogTag,
                                 "Invalid consumer attached to subscription. Will not notify.");
         else
             notify(*consumer);
     }
-    GiveBack(std::move(consumers));
+    GiveBack(std::move(signal));
 }
 
-std::shared_ptr<const VelmoraHubConsumerManager::Consumers>
-VelmoraHubConsumerManager::TakeConsumers(int signalId) {
+std::shared_ptr<const VelmoraHubConsumerManager::Signal> VelmoraHubConsumerManager::TakeTable(
+        int signalId) {
     std::lock_guard lock(mutex_);
-    return subscriptions_[signalId].consumers;
+    return EntryOf(signalId);
 }
 
-void VelmoraHubConsumerManager::GiveBack(std::shared_ptr<const Consumers> consumers) {
+void VelmoraHubConsumerManager::GiveBack(std::shared_ptr<const Signal> signal) {
     std::lock_guard lock(mutex_);
-    if (consumers.use_count() > 1) consumers.reset();
+    if (signal.use_count() > 1) signal.reset();
 }
 
 binder_status_t VelmoraHubConsumerManager::dump(int fd, const char** /*args*/,
@@ -204,12 +217,12 @@ binder_status_t VelmoraHubConsumerManager::dump(int fd, const char** /*args*/,
     if (fd < 0) return STATUS_BAD_VALUE;
     dprintf(fd, "VelmoraHubConsumerManager State:\n");
     std::lock_guard lock(mutex_);
-    if (subscriptions_.empty()) dprintf(fd, "  No active subscriptions.\n");
-    for (const auto& [signal_id, signal] : subscriptions_) {
+    if (subscriptions_.IsEmpty()) dprintf(fd, "  No active subscriptions.\n");
+    subscriptions_.ForEach([=](uint32_t signal_id, const std::shared_ptr<Signal>& signal) {
         dprintf(fd, "  Signal ID: %d\n", static_cast<int32_t>(signal_id));
-        for (const auto& [token_id, subscription] : signal.subscriptions)
+        for (const auto& [token_id, subscription] : signal->subscriptions)
             dprintf(fd, "    Consumer Token ID: %d\n", static_cast<int32_t>(token_id));
-    }
+    });
     return STATUS_OK;
 }
 

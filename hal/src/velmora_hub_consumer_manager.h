@@ -27,13 +27,13 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "consumer_manager_listener.h"
 #include "consumer_token.h"
 #include "death_handler.h"
+#include "flat_table.h"
 #include "worker/worker_thread.h"
 
 namespace aidl::vendor::quorin::velmora_hub {
@@ -80,27 +80,24 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
 
   private:
     struct Subscription;
-    using Consumers = std::vector<std::shared_ptr<IVelmoraHubConsumer>>;
-
     // One signal's table, in the order of the subscriptions. What a call needs lies side by side:
-    // to follow a pointer to each subscription costs more than the rest of the call when there are
-    // many signals.
+    // where there are many signals, each place in memory that a call has to look for costs as much
+    // as a tenth of the call. A dispatch calls from `consumers` without the mutex and without a
+    // copy: in a table that a dispatch holds they never change.
     struct Signal {
-        void Add(uint32_t token_id, std::shared_ptr<Subscription> subscription);
-        // Destroys the subscription but for its consumer, which goes to `*released`. False if there
-        // is none.
-        bool Remove(uint32_t token_id, std::shared_ptr<IVelmoraHubConsumer>* released);
-
-        // By token id. The only owner of the subscriptions.
+        std::vector<std::shared_ptr<IVelmoraHubConsumer>> consumers;
+        // Theirs, at the same places, by token id. The only owner.
         std::vector<std::pair<uint32_t, std::shared_ptr<Subscription>>> subscriptions;
-        // Theirs, at the same places. A dispatch calls from this list without the mutex and without
-        // a copy: a list that a dispatch holds never changes.
-        std::shared_ptr<Consumers> consumers = std::make_shared<Consumers>();
-
-      private:
-        // The list, or a copy in its place if a dispatch holds it.
-        Consumers& WritableConsumers();
     };
+
+    // The signal's entry, made if there is none.
+    std::shared_ptr<Signal>& EntryOf(int signalId) REQUIRES(mutex_);
+    // The entry's table, or one with the same content in its place if a dispatch holds it.
+    static Signal& Writable(std::shared_ptr<Signal>& entry);
+    // Destroys the subscription but for its consumer, which goes to `*released`. False if there is
+    // none.
+    static bool Remove(uint32_t token_id, std::shared_ptr<Signal>& entry,
+                       std::shared_ptr<IVelmoraHubConsumer>* released);
 
     ::ndk::ScopedAStatus InternalUnsubscribe(const std::shared_ptr<ConsumerToken>& token)
             EXCLUDES(mutex_);
@@ -109,18 +106,18 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
     template <typename F>
     void Dispatch(int signalId, const F& notify) EXCLUDES(mutex_);
 
-    // The signal's consumers as they are now.
-    std::shared_ptr<const Consumers> TakeConsumers(int signalId) EXCLUDES(mutex_);
-    // The end of a dispatch. If nobody else holds the list any more, it goes, and what it was the
+    // The signal's table as it is now.
+    std::shared_ptr<const Signal> TakeTable(int signalId) EXCLUDES(mutex_);
+    // The end of a dispatch. If nobody else holds the table any more, it goes, and what it was the
     // last to hold with it, after the mutex has been unlocked.
-    void GiveBack(std::shared_ptr<const Consumers> consumers) EXCLUDES(mutex_);
+    void GiveBack(std::shared_ptr<const Signal> signal) EXCLUDES(mutex_);
 
     // Hands the function to the worker; a full queue loses it.
     template <typename F>
     void Schedule(F&& task);
 
     // By signal id. A signal's entry, once made, stays.
-    std::unordered_map<uint32_t, Signal> subscriptions_ GUARDED_BY(mutex_);
+    FlatTable<uint32_t, std::shared_ptr<Signal>> subscriptions_ GUARDED_BY(mutex_);
     std::mutex mutex_;
     std::atomic<int32_t> next_token_id_{1};
     // Set before there are tasks; only they read it.

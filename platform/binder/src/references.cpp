@@ -21,6 +21,14 @@ RefId DrawSecret() {
     return secret;
 }
 
+// An object's place in the table of exports is a part of its name.
+uint32_t PlaceOf(const RefId& id) {
+    return static_cast<uint32_t>(id.bits[1]);
+}
+void SetPlace(uint32_t place, RefId* id) {
+    id->bits[1] = (id->bits[1] & ~uint64_t{UINT32_MAX}) | place;
+}
+
 }  // namespace
 
 size_t RefIdHash::operator()(const RefId& id) const {
@@ -49,55 +57,72 @@ bool ExportTable::DrawName(RefId* id) {
     return true;
 }
 
+ExportTable::Entry* ExportTable::Seek(const RefId& id) {
+    const size_t place = PlaceOf(id);
+    if (place >= entries_.size()) return nullptr;
+    Entry& entry = entries_[place];
+    return entry.binder != nullptr && entry.id == id ? &entry : nullptr;
+}
+
 bool ExportTable::HandOver(LocalBinder* binder, RefId* id) {
     std::lock_guard lock(mutex_);
     if (!binder->exported) {
-        if (!DrawName(&binder->export_id)) return false;
+        RefId name;
+        if (!DrawName(&name)) return false;
+        if (free_.empty()) {
+            free_.push_back(static_cast<uint32_t>(entries_.size()));
+            entries_.emplace_back();
+        }
+        Entry& entry = entries_[free_.back()];
+        SetPlace(free_.back(), &name);
+        free_.pop_back();
+        entry.id = name;
+        entry.binder = NewRef(binder);
+        binder->export_id = name;
         binder->exported = true;
-        entries_[binder->export_id].binder = NewRef(binder);
     }
     *id = binder->export_id;
-    ++entries_[*id].hand_overs;
+    ++entries_[PlaceOf(*id)].hand_overs;
     return true;
 }
 
 bool ExportTable::HandOver(const RefId& id) {
     std::lock_guard lock(mutex_);
-    auto entry = entries_.find(id);
-    if (entry == entries_.end()) return false;
-    ++entry->second.hand_overs;
+    Entry* const entry = Seek(id);
+    if (entry == nullptr) return false;
+    ++entry->hand_overs;
     return true;
 }
 
 BinderRef ExportTable::TakeBack(const RefId& id, size_t count) {
     std::lock_guard lock(mutex_);
-    auto entry = entries_.find(id);
-    if (entry == entries_.end() || entry->second.hand_overs < count) return nullptr;
-    entry->second.hand_overs -= count;
-    if (entry->second.hand_overs != 0 || id == kContextObjectId) return nullptr;
-    BinderRef last = std::move(entry->second.binder);
-    entries_.erase(entry);
+    Entry* const entry = Seek(id);
+    if (entry == nullptr || entry->hand_overs < count) return nullptr;
+    entry->hand_overs -= count;
+    if (entry->hand_overs != 0 || id == kContextObjectId) return nullptr;
+    free_.push_back(PlaceOf(id));
     // Handed over again it gets a new name: whoever still has the old one holds nothing.
-    static_cast<LocalBinder*>(last.get())->exported = false;
-    return last;
+    static_cast<LocalBinder*>(entry->binder.get())->exported = false;
+    return std::move(entry->binder);
 }
 
 BinderRef ExportTable::Find(const RefId& id) {
     std::lock_guard lock(mutex_);
-    auto entry = entries_.find(id);
-    return entry == entries_.end() ? nullptr : NewRef(entry->second.binder.get());
+    const Entry* const entry = Seek(id);
+    return entry == nullptr ? nullptr : NewRef(entry->binder.get());
 }
 
 void ExportTable::EnterContextObject(LocalBinder* binder) {
     std::lock_guard lock(mutex_);
     binder->exported = true;
     binder->export_id = kContextObjectId;
-    entries_[kContextObjectId].binder = NewRef(binder);
+    entries_[PlaceOf(kContextObjectId)].binder = NewRef(binder);
 }
 
 size_t ExportTable::size() {
     std::lock_guard lock(mutex_);
-    return entries_.size();
+    const size_t context = entries_.front().binder == nullptr ? 1 : 0;
+    return entries_.size() - free_.size() - context;
 }
 
 Holdings::Result Holdings::Add(const RefId& id) {

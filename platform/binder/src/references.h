@@ -20,7 +20,9 @@
 namespace host {
 
 // The objects of this process that others hold. An object is in it while its hand-overs exceed the
-// releases, and the table keeps a strong reference to it for so long. A name is never used again.
+// releases, and the table keeps a strong reference to it for so long. A name is never used again:
+// it is 96 random bits and the object's place in the table, so that a call finds its object by one
+// look into memory however many there are. A name that somebody made up finds a place at most.
 class ExportTable {
   public:
     static ExportTable& Get();
@@ -38,13 +40,19 @@ class ExportTable {
 
   private:
     struct Entry {
-        BinderRef binder;
+        RefId id;
+        BinderRef binder;  // null: the place is free
         size_t hand_overs = 0;
     };
     bool DrawName(RefId* id) REQUIRES(mutex_);
+    // Null if no object has the name.
+    Entry* Seek(const RefId& id) REQUIRES(mutex_);
 
     std::mutex mutex_;
-    std::unordered_map<RefId, Entry, RefIdHash> entries_ GUARDED_BY(mutex_);
+    // The context object's place is the first. As many as there have been objects at once.
+    std::vector<Entry> entries_ GUARDED_BY(mutex_) = std::vector<Entry>(1);
+    // The one used last is used next: the caches still have it.
+    std::vector<uint32_t> free_ GUARDED_BY(mutex_);
     std::vector<RefId> drawn_
             GUARDED_BY(mutex_);  // names drawn ahead, so that few calls ask the kernel
 };
