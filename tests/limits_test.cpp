@@ -1,5 +1,6 @@
 // Labels: memory processes
 // Timeout: 300
+// Serial: while one process is flooded from all sides it must keep up with a client that it serves.
 // Every limit at its value and one over it, the sender's check and the receiver's own.
 
 #include <android/binder_manager.h>

@@ -112,7 +112,8 @@ TEST_F(Publishing, LeavesNothingBehindInTheServiceManager) {
     const int descriptors = OpenDescriptors(manager);
     for (int i = 0; i < 20; ++i)
         round();
-    EXPECT_TRUE(Eventually([&] { return OpenDescriptors(manager) <= descriptors; }))
+    // One who died waiting is kept until the next one waits, and the first may have died before.
+    EXPECT_TRUE(Eventually([&] { return OpenDescriptors(manager) <= descriptors + 1; }))
             << OpenDescriptors(manager) << " descriptors, " << descriptors << " before";
 }
 
