@@ -56,9 +56,10 @@ std::string SocketOf(const std::string& folder, pid_t pid) {
 }  // namespace
 
 std::string RawFrame(FrameType type, const std::string& body) {
-    return RawBytes(FrameHeader{static_cast<uint32_t>(body.size()), kFrameMagic,
-                                static_cast<uint16_t>(type)}) +
-           body;
+    std::string frame = RawBytes(FrameHeader{static_cast<uint32_t>(body.size()), kFrameMagic,
+                                             static_cast<uint16_t>(type)});
+    frame.append(body);
+    return frame;
 }
 
 std::string RawHello(ConnectionKind kind, const std::string& name, uint32_t version,
