@@ -22,7 +22,7 @@ namespace host {
 // The objects of this process that others hold. An object is in it while its hand-overs exceed the
 // releases, and the table keeps a strong reference to it for so long. A name is never used again:
 // it is 96 random bits and the object's place in the table, so that a call finds its object by one
-// look into memory however many there are. A name that somebody made up finds a place at most.
+// look into memory however many there are. There the whole name is compared.
 class ExportTable {
   public:
     static ExportTable& Get();
@@ -49,7 +49,7 @@ class ExportTable {
     Entry* Seek(const RefId& id) REQUIRES(mutex_);
 
     std::mutex mutex_;
-    // The context object's place is the first. As many as there have been objects at once.
+    // As many places as there have been objects at once; the first is the context object's.
     std::vector<Entry> entries_ GUARDED_BY(mutex_) = std::vector<Entry>(1);
     // The one used last is used next: the caches still have it.
     std::vector<uint32_t> free_ GUARDED_BY(mutex_);
