@@ -135,11 +135,17 @@ bool CallConnection::OnKnock() {
     return !in_.empty() || mailbox_.Take(&in_) != Mailbox::Taken::kBroken;
 }
 
-bool CallConnection::BeginCall() {
+bool CallConnection::BeginCall(bool nested) {
     if (!ours_) return true;
-    lookout_.NoteCall();
-    if (!mailbox_was_offered_ && lookout_.IsMailboxWorthIt() && !OfferMailbox()) return false;
-    if (lookout_.CallsAreDense()) lookout_.Begin();
+    // Who waits for an answer here takes no offer.
+    if (!nested) lookout_.NoteCall();
+    if (!nested && !mailbox_was_offered_ && lookout_.IsMailboxWorthIt() && !OfferMailbox())
+        return false;
+    if (!lookout_.CallsAreDense()) return true;
+    if (nested)
+        lookout_.Begin();
+    else
+        lookout_.BeginAsOfNote();
     return true;
 }
 
@@ -161,6 +167,8 @@ void CallConnection::LookForNextCall() {
 }
 
 bool CallConnection::Send(const Parts& parts, bool wait) {
+    // What is sent may be answered at once: the other side must not take this one to look still.
+    if (!lookout_.IsLooking() && mailbox_.ok()) mailbox_.LookAway();
     const bool is_awaited = mailbox_.ok() && kept_.empty() && mailbox_.OtherLooks();
     return is_awaited ? SendToMailbox(parts, wait) : SendToSocket(parts, wait);
 }
@@ -326,6 +334,7 @@ bool CallConnection::ServeFrames() {
 Served CallConnection::ServeFrame(FrameType type, Bytes body) {
     if (type == FrameType::kMailbox) return TakeMailbox() ? Served::kAnswered : Served::kMalformed;
     if (type != FrameType::kCall || offered_.ok()) return Served::kMalformed;
+    mailbox_.Prepare();
     return ServeCall(this, body, /*nested=*/false);
 }
 
@@ -343,15 +352,20 @@ CallConnection::Result CallConnection::ReadNext(FrameType* type, Bytes* body) {
     if (!linger.granted())
         return lookout_.IsLooking() ? ReadCall(Wait::kNot, type, body) : Result::kIncomplete;
     const bool looks = lookout_.IsLooking();
-    const auto begin = std::chrono::steady_clock::now();
+    const auto begin = looks ? lookout_.begun() : std::chrono::steady_clock::now();
     const Result result = ReadWhereCallerRuns(type, body);
-    const auto waited = std::chrono::steady_clock::now() - begin;
-    calls_are_lone_ = waited > kLoneGap;
-    const bool at_once = looks && waited < kLookOut;
+    bool at_once = looks && lookout_.CameAtOnce();
+    if (!at_once) {
+        const auto waited = std::chrono::steady_clock::now() - begin;
+        calls_are_lone_ = waited > kLoneGap;
+        at_once = looks && waited < kLookOut;
+    }
     if (result == Result::kFrame)
         NoteServedCall(calls_are_lone_ ? CallCame::kAlone
                        : at_once       ? CallCame::kAtOnce
                                        : CallCame::kOften);
+    // Each side then has a processor of its own, and neither has to give way to the other.
+    if (result == Result::kFrame && at_once) away_from_caller_.MoveFrom(mailbox_.OtherRunsOn());
     Pool::StayIfExiting();
     return result;
 }

@@ -57,9 +57,10 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     // ended.
     bool Send(const Parts& parts, bool wait);
 
-    // The side that opened it: around a call. False: the connection has ended.
-    bool BeginCall();
-    void EndCall() { lookout_.NoteAnswer(); }
+    // The side that opened it: ahead of a call, and once it is answered. False: the connection has
+    // ended.
+    bool BeginCall(bool nested);
+    void EndCall() { mailbox_.Prepare(); }
 
     // Ahead of an answer: the next call may come at once, and into the mailbox.
     void LookForNextCall();
@@ -108,6 +109,7 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     bool calls_are_lone_ = true;
     ProcessorNote caller_runs_on_ = 0;
     WakeUpPlace place_;
+    WakeUpPlace away_from_caller_;  // while calls are dense
     Mailbox mailbox_;
     bool mailbox_was_offered_ = false;
     UniqueFd offered_;  // what came with a frame that should be the offer of a mailbox

@@ -70,11 +70,11 @@ Outcome AwaitReply(CallConnection* connection, AParcel* out, UniqueFd* memory) {
     }
 }
 
-Outcome CallOn(CallConnection* connection, const CallBody& call, const AParcel& in,
+Outcome CallOn(CallConnection* connection, bool nested, const CallBody& call, const AParcel& in,
                const Buffer& objects, AParcel* out, UniqueFd* memory) {
     CallConnection::Parts parts{FrameType::kCall, &call, sizeof(call), Bytes(in.data(), in.size()),
                                 Bytes(objects.data(), objects.size())};
-    if (!connection->BeginCall() || !connection->Send(parts, /*wait=*/true))
+    if (!connection->BeginCall(nested) || !connection->Send(parts, /*wait=*/true))
         return {STATUS_DEAD_OBJECT, false, false};
     const Outcome outcome = AwaitReply(connection, out, memory);
     connection->EndCall();
@@ -114,7 +114,7 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
                       static_cast<uint32_t>(in.size()),
                       static_cast<uint32_t>(in.objects().size()),
                       static_cast<uint32_t>(objects.size())};
-        outcome = CallOn(connection, call, in, objects, out, memory);
+        outcome = CallOn(connection, /*nested=*/own == nullptr, call, in, objects, out, memory);
     }
     if (!outcome.sent) encoder.Undo();
     if (own != nullptr) peer->GiveBackConnection(std::move(own), outcome.reusable);

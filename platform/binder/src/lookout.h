@@ -2,6 +2,11 @@
 // into the mailbox. That pays while calls follow one another at once, and only then: it keeps a
 // processor from others, and one that gives way to a busy thread may not be back for milliseconds.
 //
+// It looks in two ways. While the other side runs on another processor, its part takes about a
+// microsecond, less than giving way does: this thread spins, for a few microseconds at most and not
+// for long without giving way to what else there is to do. Otherwise it gives way between its
+// looks, since what it waits for may have to come from its own processor.
+//
 // One thread at a time.
 #pragma once
 
@@ -15,15 +20,16 @@ namespace host {
 
 class Lookout {
   public:
+    using Clock = std::chrono::steady_clock;
+
     // Used with `mailbox`, which outlives this and need not be there yet.
     explicit Lookout(Mailbox* mailbox) : mailbox_(mailbox) {}
     ~Lookout();
     Lookout(const Lookout&) = delete;
     Lookout& operator=(const Lookout&) = delete;
 
-    // Who calls says so: ahead of the call, and once it is answered.
+    // Who calls says so ahead of each call that is not made from within another.
     void NoteCall();
-    void NoteAnswer() { last_answer_ = Clock::now(); }
     bool CallsAreDense() const { return dense_calls_ >= kFew; }
     bool IsMailboxWorthIt() const { return dense_calls_ >= kMany; }
 
@@ -31,23 +37,36 @@ class Lookout {
     // the mailbox, and Await or End must follow. Does nothing without a mailbox, while as many
     // threads look as may, or for some time after others had the processor for long.
     void Begin();
+    // The same, straight after NoteCall.
+    void BeginAsOfNote();
     bool IsLooking() const { return looking_; }
-    // Appends the frame as soon as it is there; looks for `limit` at most. No longer looking then.
+    // When the last Begin or NoteCall was.
+    Clock::time_point begun() const { return begun_; }
+    // Appends the frame as soon as it is there; looks for `limit` at most. No longer looking then,
+    // but the other side is told only if nothing came: what is sent next tells it.
     Mailbox::Taken Await(Buffer* frame, std::chrono::microseconds limit);
+    // The frame was there, or came within microseconds.
+    bool CameAtOnce() const { return came_at_once_; }
     // What has been put is left there.
     void End();
 
   private:
-    using Clock = std::chrono::steady_clock;
     static constexpr uint32_t kFew = 2;
     static constexpr uint32_t kMany = 16;
 
     Mailbox::Taken Look(Buffer* frame, std::chrono::microseconds limit);
+    bool MaySpin() const;
+    Mailbox::Taken Spin(Buffer* frame);
+    Mailbox::Taken GiveWay(Buffer* frame, std::chrono::microseconds limit);
 
     Mailbox* const mailbox_;
     bool looking_ = false;
+    bool came_at_once_ = false;
     uint32_t dense_calls_ = 0;  // in a row
-    Clock::time_point last_answer_{};
+    uint32_t vain_spins_ = 0;   // in a row
+    Clock::time_point begun_{};
+    Clock::time_point gave_way_{};
+    Clock::time_point spins_from_{};
     Clock::time_point rests_until_{};
 };
 

@@ -1,5 +1,10 @@
 #include "mailbox.h"
 
+#include <algorithm>
+#include <utility>
+
+#include "processor_hints.h"
+
 namespace host {
 namespace {
 
@@ -7,6 +12,8 @@ namespace {
 constexpr int kSizeBits = 16;
 constexpr uint64_t kSizeMask = (uint64_t{1} << kSizeBits) - 1;
 static_assert(Mailbox::kMaxFrame <= kSizeMask);
+
+constexpr size_t kPrepared = 1024;
 
 }  // namespace
 
@@ -32,7 +39,23 @@ bool Mailbox::OtherLooks() const {
     return other_->looking.load(std::memory_order_relaxed) != 0;
 }
 
+ProcessorNote Mailbox::OtherRunsOn() const {
+    return other_->processor.load(std::memory_order_relaxed);
+}
+
+void Mailbox::Prepare() const {
+    if (!ok()) return;
+    constexpr size_t kLine = 64;
+    const auto* begin = reinterpret_cast<const uint8_t*>(mine_);
+    // Frames of one caller are much alike, and long ones are not worth it.
+    const size_t size = offsetof(Side, frame) + std::min(last_size_, kPrepared);
+    for (size_t at = 0; at < size; at += kLine)
+        FetchToWrite(begin + at);
+}
+
 bool Mailbox::Put(size_t size) {
+    last_size_ = size;
+    mine_->processor.store(NoteProcessor(), std::memory_order_relaxed);
     // Both sides write their own word and then read the other's: sequentially consistent, or a
     // frame is missed.
     mine_->put.store(++frames_put_ << kSizeBits | size, std::memory_order_seq_cst);
@@ -40,10 +63,12 @@ bool Mailbox::Put(size_t size) {
 }
 
 void Mailbox::Look() {
+    if (std::exchange(looks_, true)) return;
     mine_->looking.store(1, std::memory_order_relaxed);
 }
 
 void Mailbox::LookAway() {
+    if (!std::exchange(looks_, false)) return;
     mine_->looking.store(0, std::memory_order_seq_cst);
 }
 

@@ -17,12 +17,13 @@
 #include "buffer.h"
 #include "fd.h"
 #include "shared_memory.h"
+#include "wake_up_place.h"
 
 namespace host {
 
 class Mailbox {
   public:
-    static constexpr size_t kMaxFrame = 4096 - 128;
+    static constexpr size_t kMaxFrame = 4096 - 80;
 
     // A new one, and the file to be sent to the other side; false with errno.
     bool Create(UniqueFd* file);
@@ -32,6 +33,12 @@ class Mailbox {
 
     // Whether what is put is found without more ado.
     bool OtherLooks() const;
+    // Where the other side ran when it put something last; a hint.
+    ProcessorNote OtherRunsOn() const;
+
+    // Some time ahead of Put, while the other side does not look: what will be written is fetched
+    // from its processor meanwhile.
+    void Prepare() const;
     // Where a frame of up to kMaxFrame bytes is written before Put.
     uint8_t* place() { return mine_->frame; }
     // False: the other side has looked away meanwhile, and has to be told.
@@ -39,6 +46,8 @@ class Mailbox {
     // Instead of a frame: one is in the socket.
     void PointToSocket() { Put(0); }
 
+    // From now on, and until LookAway, what the other side puts is found. Each does nothing if it
+    // is so already, and so leaves a word alone that the other side reads each time.
     void Look();
     void LookAway();
     enum class Taken { kNothing, kFrame, kSocket, kBroken };
@@ -46,11 +55,12 @@ class Mailbox {
     Taken Take(Buffer* frame);
 
   private:
-    // Written by one side only.
+    // Written by one side only. A short frame comes with the word that tells of it.
     struct Side {
-        alignas(64) std::atomic<uint64_t> put;      // frames put, ever, and the size of the last
+        alignas(64) std::atomic<uint64_t> put;  // frames put, ever, and the size of the last
+        std::atomic<ProcessorNote> processor;
+        alignas(16) uint8_t frame[kMaxFrame];
         alignas(64) std::atomic<uint32_t> looking;  // it looks for what the other side puts
-        uint8_t frame[kMaxFrame];
     };
     static_assert(sizeof(Side) == 4096);  // a page each
     static constexpr size_t kTotalBytes = 2 * sizeof(Side);
@@ -60,6 +70,8 @@ class Mailbox {
     SharedMemory memory_;
     Side* mine_ = nullptr;
     Side* other_ = nullptr;
+    bool looks_ = false;
+    size_t last_size_ = 0;  // of the frame that was put
     uint64_t frames_put_ = 0;
     uint64_t taken_ = 0;  // the other side's word when it was taken last
 };

@@ -23,8 +23,9 @@ constexpr size_t kRestartBytes = 8 * 1024;
 constexpr size_t kGiveBackBytes = 32 * 1024;
 constexpr size_t kKeepBytes = 16 * 1024;
 
-// What a reader that lets calls gather wants to hear of: long before the bound refuses any.
-constexpr uint64_t kMuchPendingBytes = kMaxOnewayPendingBytes / 8;
+// What a reader that lets calls gather wants to hear of: some forty calls, long before the bound
+// refuses any, and before a sender that waits for its slowest receiver has to.
+constexpr uint64_t kMuchPendingBytes = kMaxOnewayPendingBytes / 32;
 
 // Twice the bound on pending bytes: however records and one pad fall, the next record that the
 // bound admits finds contiguous room.

@@ -1,6 +1,7 @@
 #include "wake_up_place.h"
 
 #include <atomic>
+#include <cstring>
 
 namespace host {
 namespace {
@@ -20,6 +21,59 @@ struct alignas(uint32_t) LastCall {
 };
 std::atomic<LastCall> g_served{LastCall{CallCame::kOften, 0}};
 static_assert(std::atomic<LastCall>::is_always_lock_free);
+// Calls served that came at once, ever.
+std::atomic<uint32_t> g_served_at_once{0};
+
+// Who sends less than so often for each call that is served can do it on the same processor, where
+// what it sends is at hand.
+constexpr uint32_t kSendsWorthAProcessor = 4;
+constexpr uint32_t kSendsToDecide = 128;
+
+// Moves the calling thread to one of `there`, out of those where it may run, and leaves it free.
+void MoveWithin(const cpu_set_t& there) {
+    cpu_set_t before;
+    if (sched_getaffinity(0, sizeof(before), &before) != 0) return;
+    cpu_set_t both;
+    CPU_AND(&both, &before, &there);
+    // The scheduler leaves a thread where it was moved to.
+    if (CPU_COUNT(&both) != 0 && sched_setaffinity(0, sizeof(both), &both) == 0)
+        sched_setaffinity(0, sizeof(before), &before);
+}
+
+void MoveOnto(ProcessorNote processor) {
+    if (processor == NoteProcessor()) return;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(processor - 1, &one);
+    MoveWithin(one);
+}
+
+void MoveOff(ProcessorNote processor) {
+    if (processor != NoteProcessor()) return;
+    cpu_set_t others;
+    memset(&others, 0xff, sizeof(others));
+    CPU_CLR(processor - 1, &others);
+    MoveWithin(others);
+}
+
+// Of a thread that sends while calls are served that come at once.
+class DenseSender {
+  public:
+    void NoteSend(ProcessorNote served_on) {
+        if (++sends_ < kSendsToDecide) return;
+        const uint32_t served = g_served_at_once.load(std::memory_order_relaxed);
+        if (sends_ < (served - served_before_) * kSendsWorthAProcessor)
+            MoveOnto(served_on);
+        else
+            MoveOff(served_on);
+        served_before_ = served;
+        sends_ = 0;
+    }
+
+  private:
+    uint32_t sends_ = 0;
+    uint32_t served_before_ = 0;
+};
 
 }  // namespace
 
@@ -63,28 +117,23 @@ void WakeUpPlace::MoveTo(ProcessorNote told) {
 }
 
 void WakeUpPlace::MoveFrom(ProcessorNote told) {
-    const bool there = told == NoteProcessor();
+    const bool there = told != 0 && told == NoteProcessor();
     if (there && ++times_ < kTimesToMoveAway) return;
     times_ = 0;
-    if (!there) return;
-    cpu_set_t before;
-    if (sched_getaffinity(0, sizeof(before), &before) != 0) return;
-    cpu_set_t others = before;
-    CPU_CLR(told - 1, &others);
-    if (CPU_COUNT(&others) == 0 || sched_setaffinity(0, sizeof(others), &others) != 0) return;
-    sched_setaffinity(0, sizeof(before), &before);
+    if (there) MoveOff(told);
 }
 
 void NoteServedCall(CallCame how) {
+    if (how == CallCame::kAtOnce) g_served_at_once.fetch_add(1, std::memory_order_relaxed);
     g_served.store({how, NoteProcessor()}, std::memory_order_relaxed);
 }
 
 void ChooseSendingPlace(bool woke_one) {
     static thread_local WakeUpPlace where_alone;
-    static thread_local WakeUpPlace where_dense;
+    static thread_local DenseSender dense;
     const LastCall served = g_served.load(std::memory_order_relaxed);
     if (served.on == 0 || served.how == CallCame::kOften) return;
-    if (served.how == CallCame::kAtOnce) return where_dense.MoveFrom(served.on);
+    if (served.how == CallCame::kAtOnce) return dense.NoteSend(served.on);
     if (woke_one) where_alone.MoveTo(served.on);
 }
 

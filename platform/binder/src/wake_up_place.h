@@ -63,8 +63,10 @@ enum class CallCame : uint16_t {
 void NoteServedCall(CallCame how);
 
 // The calling thread has sent to who was waiting (`woke_one`) or was not: it moves to where the
-// process has served lone calls for some time, or away from where calls follow one another at once,
-// since serving and sending are then enough for a processor each. It stays free to leave.
+// process has served lone calls for some time. Where calls follow one another at once, it moves
+// there too if it sends little for each, since what it is to send has just been written there, and
+// away if it sends so much that serving and sending are enough for a processor each. It stays free
+// to leave.
 void ChooseSendingPlace(bool woke_one);
 
 }  // namespace host

@@ -116,7 +116,7 @@ TEST_F(Ring, AsksForAWakeUpOnlyWhenTheReaderSleeps) {
         wake = writer_->Publish();
         ASSERT_NE(wake, WakeUp::kByte);
     }
-    EXPECT_EQ((written + 32) / 1024, kMaxOnewayPendingBytes / 8 / 1024) << "with two small ones";
+    EXPECT_EQ((written + 32) / 1024, kMaxOnewayPendingBytes / 32 / 1024) << "with two small ones";
 }
 
 TEST_F(Ring, GivesThePagesOfABurstBack) {
