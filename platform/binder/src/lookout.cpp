@@ -75,14 +75,17 @@ void Lookout::End() {
 
 Mailbox::Taken Lookout::Await(Buffer* frame, microseconds limit) {
     const Mailbox::Taken taken = Look(frame, limit);
-    if (taken == Mailbox::Taken::kNothing) {
-        End();
-        // Put in the last moment, before the other side could see that nobody looks.
-        return mailbox_->Take(frame);
+    if (taken == Mailbox::Taken::kFrame) {
+        looking_ = false;
+        g_looking.fetch_sub(1);
+        return taken;
     }
-    looking_ = false;
-    g_looking.fetch_sub(1);
-    return taken;
+    End();
+    // Put in the last moment, before the other side could see that nobody looks. What points to the
+    // socket may be of a frame that was read there before this was seen: the awaited one is still
+    // to come, wherever.
+    const Mailbox::Taken last = mailbox_->Take(frame);
+    return last == Mailbox::Taken::kNothing ? taken : last;
 }
 
 Mailbox::Taken Lookout::Look(Buffer* frame, microseconds limit) {

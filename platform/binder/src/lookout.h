@@ -43,7 +43,7 @@ class Lookout {
     // When the last Begin or NoteCall was.
     Clock::time_point begun() const { return begun_; }
     // Appends the frame as soon as it is there; looks for `limit` at most. No longer looking then,
-    // but the other side is told only if nothing came: what is sent next tells it.
+    // but the other side is told only if no frame came: what is sent next tells it.
     Mailbox::Taken Await(Buffer* frame, std::chrono::microseconds limit);
     // The frame was there, or came within microseconds.
     bool CameAtOnce() const { return came_at_once_; }
