@@ -77,7 +77,10 @@ std::vector<int32_t> FromZero(int32_t count) {
 std::vector<int32_t> NotedBy(const ndk::SpAIBinder& notebook) {
     Own bell;
     Letter answer;
-    EXPECT_EQ(Post(notebook, kFence, {0, bell.object, {}}), STATUS_OK);
+    // Refused for a moment if the notebook has just begun to work off as much as it may be sent.
+    EXPECT_TRUE(Eventually([&] {
+        return Post(notebook, kFence, {0, bell.object, {}}) == STATUS_OK;
+    }));
     EXPECT_TRUE(bell.called.WaitFor(1));
     EXPECT_EQ(Call(notebook, kNoted, {}, &answer), STATUS_OK);
     return answer.numbers;
