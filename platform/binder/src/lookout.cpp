@@ -68,16 +68,19 @@ void Lookout::BeginAsOfNote() {
 }
 
 void Lookout::End() {
+    Stop();
+    mailbox_->LookAway();
+}
+
+void Lookout::Stop() {
     looking_ = false;
     g_looking.fetch_sub(1);
-    mailbox_->LookAway();
 }
 
 Mailbox::Taken Lookout::Await(Buffer* frame, microseconds limit) {
     const Mailbox::Taken taken = Look(frame, limit);
     if (taken == Mailbox::Taken::kFrame) {
-        looking_ = false;
-        g_looking.fetch_sub(1);
+        Stop();
         return taken;
     }
     End();

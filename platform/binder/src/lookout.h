@@ -51,6 +51,9 @@ class Lookout {
     void End();
 
   private:
+    // End, without telling the other side.
+    void Stop();
+
     static constexpr uint32_t kFew = 2;
     static constexpr uint32_t kMany = 16;
 
