@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,58 +25,33 @@ ndk::ScopedAParcel ParcelOf(const std::vector<uint8_t>& bytes) {
 }
 
 TEST(ParcelTest, EachValueHasItsPlaceInTheBytes) {
-    struct Case {
-        const char* name;
-        binder_status_t (*write)(AParcel*);
-        std::vector<uint8_t> bytes;
+    using Writer = std::function<binder_status_t(AParcel*)>;
+    const auto write = [](auto function, auto... values) -> Writer {
+        return [=](AParcel* parcel) { return function(parcel, values...); };
     };
-    const Case cases[] = {
-            {"int32", [](AParcel* p) { return AParcel_writeInt32(p, -2); }, {0xFE, 255, 255, 255}},
-            {"int64",
-             [](AParcel* p) { return AParcel_writeInt64(p, 0x0102030405060708); },
-             {8, 7, 6, 5, 4, 3, 2, 1}},
-            {"float", [](AParcel* p) { return AParcel_writeFloat(p, 1.0f); }, {0, 0, 0x80, 0x3F}},
-            {"double",
-             [](AParcel* p) { return AParcel_writeDouble(p, 1.0); },
-             {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
-            {"bool", [](AParcel* p) { return AParcel_writeBool(p, true); }, {1, 0, 0, 0}},
-            {"char",
-             [](AParcel* p) { return AParcel_writeChar(p, u'\u20AC'); },
-             {0xAC, 0x20, 0, 0}},
-            {"byte", [](AParcel* p) { return AParcel_writeByte(p, -1); }, {255, 255, 255, 255}},
-            {"no binder",
-             [](AParcel* p) { return AParcel_writeStrongBinder(p, nullptr); },
-             {255, 255, 255, 255}},
-            {"bytes",
-             [](AParcel* p) {
-                 const int8_t data[] = {1, 2, 3, 4, 5};
-                 return AParcel_writeByteArray(p, data, 5);
-             },
-             {5, 0, 0, 0, 1, 2, 3, 4, 5, 0, 0, 0}},
-            {"chars",
-             [](AParcel* p) {
-                 const char16_t data[] = {u'a', u'b'};
-                 return AParcel_writeCharArray(p, data, 2);
-             },
-             {2, 0, 0, 0, 'a', 0, 0, 0, 'b', 0, 0, 0}},
-            {"string",
-             [](AParcel* p) { return AParcel_writeString(p, "ab", 2); },
-             {2, 0, 0, 0, 'a', 0, 'b', 0, 0, 0, 0, 0}},
-            {"null string",
-             [](AParcel* p) { return AParcel_writeString(p, nullptr, -1); },
-             {255, 255, 255, 255}},
-            {"null array",
-             [](AParcel* p) { return AParcel_writeInt32Array(p, nullptr, -1); },
-             {255, 255, 255, 255}},
-            {"empty array",
-             [](AParcel* p) { return AParcel_writeInt64Array(p, nullptr, 0); },
-             {0, 0, 0, 0}},
+    const int8_t bytes[] = {1, 2, 3, 4, 5};
+    const char16_t chars[] = {u'a', u'b'};
+    const std::pair<Writer, std::vector<uint8_t>> cases[] = {
+            {write(AParcel_writeInt32, -2), {0xFE, 255, 255, 255}},
+            {write(AParcel_writeInt64, 0x0102030405060708), {8, 7, 6, 5, 4, 3, 2, 1}},
+            {write(AParcel_writeFloat, 1.0f), {0, 0, 0x80, 0x3F}},
+            {write(AParcel_writeDouble, 1.0), {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
+            {write(AParcel_writeBool, true), {1, 0, 0, 0}},
+            {write(AParcel_writeChar, u'\u20AC'), {0xAC, 0x20, 0, 0}},
+            {write(AParcel_writeByte, -1), {255, 255, 255, 255}},
+            {write(AParcel_writeStrongBinder, nullptr), {255, 255, 255, 255}},
+            {write(AParcel_writeByteArray, bytes, 5), {5, 0, 0, 0, 1, 2, 3, 4, 5, 0, 0, 0}},
+            {write(AParcel_writeCharArray, chars, 2), {2, 0, 0, 0, 'a', 0, 0, 0, 'b', 0, 0, 0}},
+            {write(AParcel_writeString, "ab", 2), {2, 0, 0, 0, 'a', 0, 'b', 0, 0, 0, 0, 0}},
+            {write(AParcel_writeString, nullptr, -1), {255, 255, 255, 255}},
+            {write(AParcel_writeInt32Array, nullptr, -1), {255, 255, 255, 255}},
+            {write(AParcel_writeInt64Array, nullptr, 0), {0, 0, 0, 0}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& one : cases) {
+        SCOPED_TRACE(&one - cases);
         ndk::ScopedAParcel parcel = NewParcel();
-        EXPECT_EQ(c.write(parcel.get()), STATUS_OK);
-        EXPECT_THAT(Bytes(parcel), ElementsAreArray(c.bytes));
+        EXPECT_EQ(one.first(parcel.get()), STATUS_OK);
+        EXPECT_THAT(Bytes(parcel), ElementsAreArray(one.second));
     }
 }
 

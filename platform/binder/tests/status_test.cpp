@@ -8,8 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/allocation_counter.h"
-
 namespace {
 
 using ndk::ScopedAStatus;
@@ -86,14 +84,6 @@ TEST(StatusTest, ADescriptionNamesCodeAndMessage) {
     EXPECT_THAT(ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT).getDescription(),
                 HasSubstr("STATUS_DEAD_OBJECT"));
     EXPECT_THAT(ScopedAStatus::fromServiceSpecificError(9).getDescription(), HasSubstr("error 9"));
-}
-
-TEST(StatusTest, AnOkStatusAllocatesNothing) {
-    const int before = allocation_count;
-    ScopedAStatus status = ScopedAStatus::ok();
-    status = ScopedAStatus::fromStatus(STATUS_OK);
-    EXPECT_EQ(allocation_count, before);
-    EXPECT_TRUE(status.isOk());
 }
 
 TEST(StatusTest, HeadersThatAreCutOrOddAreRefused) {
