@@ -126,12 +126,6 @@ HOST_HELPER(SiegeClient) {
     return 0;
 }
 
-std::vector<std::string> Arguments(int descriptors) {
-    std::vector<std::string> arguments;
-    if (descriptors != 0) arguments.push_back(std::to_string(descriptors));
-    return arguments;
-}
-
 struct Report {
     int made = 0;
     int failed = 0;
@@ -164,9 +158,9 @@ binder_status_t CallWithObjects(const ndk::SpAIBinder& target, size_t objects, s
     return AIBinder_transact(target.get(), kEcho, &in, answer.getR(), 0);
 }
 
-Siege::Siege(int victim_descriptors)
+Siege::Siege(const std::vector<std::string>& victim_descriptors)
         : host_({.echo_log = false}),
-          victim_("SiegeVictim", Arguments(victim_descriptors), {.echo_log = false}),
+          victim_("SiegeVictim", victim_descriptors, {.echo_log = false}),
           client_("SiegeClient") {
     std::istringstream id(victim_.Command("id"));
     id >> target_.bits[0] >> target_.bits[1];

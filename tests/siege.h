@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "host_testing.h"
 #include "raw_peer.h"
@@ -31,8 +32,8 @@ binder_status_t CallWithObjects(const ndk::SpAIBinder& target, size_t objects, s
 
 class Siege : public ::testing::Test {
   protected:
-    // Without a number the victim may have as many descriptors as it wants.
-    explicit Siege(int victim_descriptors = 0);
+    // The number of descriptors that the victim may have; without one, as many as it wants.
+    explicit Siege(const std::vector<std::string>& victim_descriptors = {});
     ~Siege() override;
 
     // A peer of this process with its control connection; the one before must have been closed.
