@@ -8,7 +8,8 @@
 #include <stdint.h>
 #include <stdlib.h>
 
-#include <algorithm>
+#include <string>
+#include <string_view>
 
 #include "protocol.h"
 #include "service_manager.h"
@@ -17,28 +18,17 @@ namespace {
 
 using host::kAddService;
 
-class Input {
-  public:
-    Input(const uint8_t* data, size_t size) : data_(data), left_(size) {}
+// The first bytes of the input, as many as there are, which it then lacks.
+std::string Take(std::string_view* input, size_t count) {
+    const std::string taken(input->substr(0, count));
+    input->remove_prefix(taken.size());
+    return taken;
+}
 
-    bool empty() const { return left_ == 0; }
-    uint8_t Byte() {
-        if (left_ == 0) return 0;
-        --left_;
-        return *data_++;
-    }
-    std::string Bytes(size_t count) {
-        count = std::min(count, left_);
-        std::string bytes(reinterpret_cast<const char*>(data_), count);
-        data_ += count;
-        left_ -= count;
-        return bytes;
-    }
-
-  private:
-    const uint8_t* data_;
-    size_t left_;
-};
+// Zero behind the end.
+uint8_t TakeByte(std::string_view* input) {
+    return static_cast<uint8_t>(Take(input, 1)[0]);
+}
 
 // Raw bytes, or the bytes as a name, then an object, which bytes alone cannot stand for.
 void Fill(AParcel* parcel, bool raw, const std::string& bytes, const ndk::SpAIBinder& object) {
@@ -63,10 +53,11 @@ void CheckPublished(host::ServiceManager* manager, const std::string& name,
     if (host::ReadService(out.get(), &found) != STATUS_OK || found != object) abort();
 }
 
-void OneCall(host::ServiceManager* manager, Input* input, const ndk::SpAIBinder& object) {
-    const transaction_code_t code = input->Byte();
-    const bool raw = (input->Byte() & 1) != 0;
-    const std::string bytes = input->Bytes(input->Byte());
+void OneCall(host::ServiceManager* manager, std::string_view* input,
+             const ndk::SpAIBinder& object) {
+    const transaction_code_t code = TakeByte(input);
+    const bool raw = (TakeByte(input) & 1) != 0;
+    const std::string bytes = Take(input, TakeByte(input));
     ndk::ScopedAParcel in(AParcel_create()), out(AParcel_create());
     Fill(in.get(), raw, bytes, object);
     const binder_status_t status = manager->OnTransact(code, in.get(), out.get());
@@ -90,7 +81,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                      &error);
     host::ServiceManager manager(std::move(manifest));
     const ndk::SpAIBinder object = manager.NewBinder();
-    for (Input input(data, size); !input.empty();)
+    std::string_view input(reinterpret_cast<const char*>(data), size);
+    while (!input.empty())
         OneCall(&manager, &input, object);
     return 0;
 }
