@@ -39,9 +39,15 @@ struct Dumped {
 // Whether what is dumped is read, left unread, or has nobody to read it any more.
 enum class Reader { kReads, kWaits, kGone };
 
-// Dumps into the second of two connected descriptors.
-Dumped DumpInto(AIBinder* binder, const int (&ends)[2], Reader reader,
-                std::vector<const char*> arguments) {
+enum class Into { kPipe, kSocket };
+
+Dumped Dump(AIBinder* binder, std::vector<const char*> arguments, Reader reader = Reader::kReads,
+            Into into = Into::kPipe) {
+    int ends[2];
+    const int failed = into == Into::kPipe
+                               ? pipe2(ends, O_CLOEXEC)
+                               : socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
+    if (failed != 0) return {STATUS_NO_MEMORY, ""};
     Dumped dumped{STATUS_OK, ""};
     std::thread reading;
     if (reader == Reader::kGone) close(ends[0]);
@@ -52,21 +58,6 @@ Dumped DumpInto(AIBinder* binder, const int (&ends)[2], Reader reader,
     if (reading.joinable()) reading.join();
     if (reader != Reader::kGone) close(ends[0]);
     return dumped;
-}
-
-Dumped Dump(AIBinder* binder, const std::vector<const char*>& arguments,
-            Reader reader = Reader::kReads) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return {STATUS_NO_MEMORY, ""};
-    return DumpInto(binder, ends, reader, arguments);
-}
-
-Dumped DumpToSocket(AIBinder* binder, const std::vector<const char*>& arguments,
-                    Reader reader = Reader::kReads) {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-        return {STATUS_NO_MEMORY, ""};
-    return DumpInto(binder, ends, reader, arguments);
 }
 
 TEST(Dump, CarriesArgumentsThereAndTextBackAndLeavesNoDescriptorBehind) {
@@ -115,19 +106,21 @@ TEST(Dump, ThatIsNotTakenIsGivenUpAndOthersAreServedMeanwhile) {
     const int before = OpenDescriptors(node.pid());
     std::atomic<int> given_up{0};
     std::vector<std::thread> stuck;
-    for (auto* dump : {&Dump, &DumpToSocket}) {
-        stuck.emplace_back([&, dump] {
+    for (Into into : {Into::kPipe, Into::kSocket}) {
+        stuck.emplace_back([&, into] {
             const auto start = steady_clock::now();
-            EXPECT_EQ(dump(node.object().get(), huge, Reader::kWaits).status, STATUS_TIMED_OUT);
+            EXPECT_EQ(Dump(node.object().get(), huge, Reader::kWaits, into).status,
+                      STATUS_TIMED_OUT);
             EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(4'900));
             ++given_up;
         });
     }
-    for (auto* dump : {&Dump, &DumpToSocket}) {
-        const Dumped whole = dump(node.object().get(), huge, Reader::kReads);
+    for (Into into : {Into::kPipe, Into::kSocket}) {
+        const Dumped whole = Dump(node.object().get(), huge, Reader::kReads, into);
         EXPECT_EQ(whole.status, STATUS_OK);
         EXPECT_EQ(whole.text, std::string(10'485'760, 'x'));
-        EXPECT_EQ(dump(node.object().get(), huge, Reader::kGone).status, STATUS_FAILED_TRANSACTION);
+        EXPECT_EQ(Dump(node.object().get(), huge, Reader::kGone, into).status,
+                  STATUS_FAILED_TRANSACTION);
     }
     EXPECT_EQ(given_up.load(), 0) << "all of that was served before";
     for (std::thread& thread : stuck)
