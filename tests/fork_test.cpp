@@ -122,9 +122,7 @@ TEST_F(Forks, LeaveTheChildNoDescriptorOfTheLayer) {
 TEST_F(Forks, MakeCallsOfTheChildFailAndThoseOfTheParentGoOn) {
     EXPECT_EQ(forker_.helper().Command("call in a child"), "42");
     EXPECT_EQ(forker_.helper().Command("call"), "0");
-    Letter answer;
-    EXPECT_EQ(Call(forker_.object(), kEcho, {7, {}, {}}, &answer), STATUS_OK);
-    EXPECT_EQ(answer.value, 7);
+    EXPECT_EQ(Ask(forker_.object(), kEcho, {7, {}, {}}).value, 7);
 }
 
 TEST_F(Forks, DoNotHideTheDeathOfTheParent) {

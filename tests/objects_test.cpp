@@ -47,17 +47,13 @@ HOST_HELPER(Keeper) {
 
 std::vector<int32_t> Who(const ndk::SpAIBinder& target, int code,
                          const ndk::SpAIBinder& other = {}) {
-    Letter answer;
-    EXPECT_EQ(Call(target, code, {0, other, {}}, &answer), STATUS_OK);
-    return answer.numbers;
+    return Ask(target, code, {0, other, {}}).numbers;
 }
 
 // What the object hands out that was given this to keep.
 ndk::SpAIBinder ThereAndBack(const ndk::SpAIBinder& keeper, const ndk::SpAIBinder& object) {
-    Letter answer;
     EXPECT_EQ(Call(keeper, kKeep, {0, object, {}}), STATUS_OK);
-    EXPECT_EQ(Call(keeper, kGiveKept, {}, &answer), STATUS_OK);
-    return answer.binder;
+    return Ask(keeper, kGiveKept).binder;
 }
 
 TEST(Objects, ArePassedToAThirdProcessAndToldWhoCallsThem) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <thread>
 
 #include "../platform/binder/src/limits.h"
@@ -42,9 +43,7 @@ class Notes {
         return STATUS_OK;
     }
 
-    host::testing::Handler Handler() {
-        return [this](int code, const Letter& in, Letter* out) { return Behave(code, in, out); };
-    }
+    host::testing::Handler Handler() { return std::bind_front(&Notes::Behave, this); }
 
   private:
     void Append(int32_t number) {
@@ -76,14 +75,12 @@ std::vector<int32_t> FromZero(int32_t count) {
 // Everything noted by a notebook, asked for when a fence behind it has been reached.
 std::vector<int32_t> NotedBy(const ndk::SpAIBinder& notebook) {
     Own bell;
-    Letter answer;
     // Refused for a moment if the notebook has just begun to work off as much as it may be sent.
     EXPECT_TRUE(Eventually([&] {
         return Post(notebook, kFence, {0, bell.object, {}}) == STATUS_OK;
     }));
     EXPECT_TRUE(bell.called.WaitFor(1));
-    EXPECT_EQ(Call(notebook, kNoted, {}, &answer), STATUS_OK);
-    return answer.numbers;
+    return Ask(notebook, kNoted).numbers;
 }
 
 TEST(OnewayCalls, RunInOrderAndOneAtATimePerObject) {
@@ -116,13 +113,12 @@ TEST(OnewayCalls, AreAllReadHoweverTheReceiverIsWokenOrLooksByItself) {
 
 TEST(OnewayCalls, ToDifferentObjectsRunInParallelWhileOneBlocks) {
     RemoteObject notebook("Notebook");
-    Letter other;
-    ASSERT_EQ(Call(notebook.object(), kMake, {}, &other), STATUS_OK);
+    const ndk::SpAIBinder other = Ask(notebook.object(), kMake).binder;
     Own entered;
     ASSERT_EQ(Post(notebook.object(), kBlock, {1, entered.object, {}}), STATUS_OK);
     ASSERT_EQ(Post(notebook.object(), kNote, {0, {}, {}}), STATUS_OK);
     ASSERT_TRUE(entered.called.WaitFor(1));
-    EXPECT_EQ(NotedBy(other.binder), std::vector<int32_t>{}) << "the blocked object's call waits";
+    EXPECT_EQ(NotedBy(other), std::vector<int32_t>{}) << "the blocked object's call waits";
     // A two-way call to the object overtakes what waits for it.
     ASSERT_EQ(Call(notebook.object(), kOpen), STATUS_OK);
     EXPECT_EQ(NotedBy(notebook.object()), FromZero(1));
@@ -130,15 +126,13 @@ TEST(OnewayCalls, ToDifferentObjectsRunInParallelWhileOneBlocks) {
 
 TEST(OnewayCalls, WaitForAThreadOfAFullPoolWithoutHoldingUpTheCaller) {
     RemoteObject notebook("Notebook");
-    std::vector<Letter> objects(kDefaultPoolThreads + 5);
+    constexpr int32_t kObjects = kDefaultPoolThreads + 5;
+    std::vector<ndk::SpAIBinder> objects;
     Own entered;
-    for (Letter& one : objects)
-        ASSERT_EQ(Call(notebook.object(), kMake, {}, &one), STATUS_OK);
-    for (Letter& one : objects) {
-        ASSERT_EQ(Post(one.binder, kBlock,
-                       {static_cast<int32_t>(objects.size()), entered.object, {}}),
-                  STATUS_OK);
-    }
+    while (objects.size() < kObjects)
+        objects.push_back(Ask(notebook.object(), kMake).binder);
+    for (const ndk::SpAIBinder& one : objects)
+        ASSERT_EQ(Post(one, kBlock, {kObjects, entered.object, {}}), STATUS_OK);
     ASSERT_TRUE(entered.called.WaitFor(kDefaultPoolThreads));
     for (int32_t i = 0; i < 1'000; ++i)
         ASSERT_EQ(Post(notebook.object(), kNote, {i, {}, {}}), STATUS_OK);

@@ -77,20 +77,14 @@ class Places : public ::testing::Test {
 };
 
 TEST_F(Places, LoneCallsAreServedWhereTheyAreMade) {
-    ExpectToFollow([this] {
-        Letter out;
-        EXPECT_EQ(Call(remote_.object(), kWhere, {}, &out), STATUS_OK);
-        return out.numbers;
-    });
+    ExpectToFollow([this] { return Ask(remote_.object(), kWhere).numbers; });
 }
 
 TEST_F(Places, LoneOnewayCallsAreRunWhereTheyAreMade) {
     ExpectToFollow([this] {
         EXPECT_EQ(Post(remote_.object(), kNote), STATUS_OK);
         poll(nullptr, 0, 1);
-        Letter out;
-        EXPECT_EQ(Call(remote_.object(), kNoted, {}, &out), STATUS_OK);
-        return out.numbers;
+        return Ask(remote_.object(), kNoted).numbers;
     });
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "test_object.h"
@@ -99,30 +100,18 @@ class Holder {
 
 HOST_HELPER(Holder) {
     Holder holder;
-    return Serve(channel, [&](int code, const Letter& in, Letter* out) {
-        return holder.Behave(code, in, out);
-    });
-}
-
-ndk::SpAIBinder KeptBy(const ndk::SpAIBinder& holder) {
-    Letter answer;
-    EXPECT_EQ(Call(holder, kGiveKept, {}, &answer), STATUS_OK);
-    return answer.binder;
+    return Serve(channel, std::bind_front(&Holder::Behave, &holder));
 }
 
 int Alive(const ndk::SpAIBinder& holder) {
-    Letter answer;
-    EXPECT_EQ(Call(holder, kAlive, {}, &answer), STATUS_OK);
-    return answer.value;
+    return Ask(holder, kAlive).value;
 }
 
 // One fresh object there, by a two-way and by a oneway call, and one fresh object back.
 void PassAndDrop(const ndk::SpAIBinder& holder, Own* own) {
-    Letter made;
     ASSERT_EQ(Call(holder, kLook, {0, own->New(), {}}), STATUS_OK);
     ASSERT_EQ(Post(holder, kLook, {0, own->New(), {}}), STATUS_OK);
-    ASSERT_EQ(Call(holder, kMake, {0, {}, {}}, &made), STATUS_OK);
-    ASSERT_TRUE(made.binder);
+    ASSERT_TRUE(Ask(holder, kMake).binder);
 }
 
 TEST(References, LeaveNothingBehindAfterAHundredThousandRounds) {
@@ -161,7 +150,7 @@ TEST(References, KeepAnObjectUntilItsLastHolderLetsGoOrDies) {
     ASSERT_EQ(Call(dies.object(), kKeep, {0, orphaned.object, {}}), STATUS_OK);
     for (Own* one : {&dropped, &orphaned})
         one->object.set(nullptr);
-    EXPECT_NE(KeptBy(drops.object()), nullptr);
+    EXPECT_NE(Ask(drops.object(), kGiveKept).binder, nullptr);
     EXPECT_EQ(dropped.destroyed.value() + orphaned.destroyed.value(), 0);
     ASSERT_EQ(Call(drops.object(), kDropKept), STATUS_OK);
     EXPECT_TRUE(dropped.destroyed.WaitFor(1));
@@ -217,8 +206,7 @@ TEST(References, SurviveReleasesThatCrossHandOvers) {
     RemoteObject holder("Holder");
     Own own;
     auto local = std::make_shared<Holder>();
-    ndk::SpAIBinder here = MakeObject(
-            [&](int code, const Letter& in, Letter* out) { return local->Behave(code, in, out); });
+    ndk::SpAIBinder here = MakeObject(std::bind_front(&Holder::Behave, local.get()));
     ASSERT_EQ(Call(holder.object(), kKeep, {0, here, {}}), STATUS_OK);
     ASSERT_EQ(local->Behave(kKeep, {0, holder.object(), {}}, nullptr), STATUS_OK);
     constexpr int kThreads = 3, kTimes = Rounds(2'000, 400);

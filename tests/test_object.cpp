@@ -103,6 +103,12 @@ binder_status_t Call(const ndk::SpAIBinder& target, int code, const Letter& in, 
     return Transact(target, code, in, out, 0);
 }
 
+Letter Ask(const ndk::SpAIBinder& target, int code, const Letter& in) {
+    Letter answer;
+    EXPECT_EQ(Call(target, code, in, &answer), STATUS_OK) << "code " << code;
+    return answer;
+}
+
 binder_status_t Post(const ndk::SpAIBinder& target, int code, const Letter& in) {
     return Transact(target, code, in, nullptr, FLAG_ONEWAY);
 }

@@ -35,6 +35,9 @@ ndk::SpAIBinder MakeObject(Handler handler, std::function<void()> on_destroy = {
 binder_status_t Call(const ndk::SpAIBinder& target, int code, const Letter& in = {},
                      Letter* out = nullptr);
 
+// What a two-way call answers, which must succeed.
+Letter Ask(const ndk::SpAIBinder& target, int code, const Letter& in = {});
+
 // A oneway call.
 binder_status_t Post(const ndk::SpAIBinder& target, int code, const Letter& in = {});
 

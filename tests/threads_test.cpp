@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "test_object.h"
@@ -27,10 +28,7 @@ enum Code {
 // Runs calls that call on; serves in this process and in helpers alike.
 class Caller {
   public:
-    ndk::SpAIBinder NewObject() {
-        return MakeObject(
-                [this](int code, const Letter& in, Letter* out) { return Behave(code, in, out); });
-    }
+    ndk::SpAIBinder NewObject() { return MakeObject(std::bind_front(&Caller::Behave, this)); }
     void set_self(ndk::SpAIBinder self) { self_ = std::move(self); }
 
     binder_status_t Behave(int code, const Letter& in, Letter* out) {
@@ -63,9 +61,7 @@ class Caller {
 HOST_HELPER(Caller) {
     Caller caller;
     caller.set_self(caller.NewObject());
-    return Serve(channel, [&](int code, const Letter& in, Letter* out) {
-        return caller.Behave(code, in, out);
-    });
+    return Serve(channel, std::bind_front(&Caller::Behave, &caller));
 }
 
 TEST(Threads, AreStartedOnDemandAndServeInParallelUpToTheBound) {
@@ -99,9 +95,7 @@ TEST(Threads, ThatWaitRunTheirCallbacksThemselvesHoweverMany) {
             return STATUS_OK;
         });
         for (int i = 0; i < 50; ++i) {
-            Letter answer;
-            EXPECT_EQ(Call(server.object(), kCallBack, {i, back, {}}, &answer), STATUS_OK);
-            if (answer.value == i + 1) ++answered;
+            if (Ask(server.object(), kCallBack, {i, back, {}}).value == i + 1) ++answered;
         }
     });
     EXPECT_EQ(answered.load(), 3 * kPoolThreads * 50);
@@ -128,11 +122,8 @@ TEST(Threads, NestCallsAroundThreeProcesses) {
     ndk::SpAIBinder self = local.NewObject();
     ASSERT_EQ(Call(second.object(), kKeep, {0, third.object(), {}}), STATUS_OK);
     InParallel(4, [&] {
-        for (int32_t i = 0; i < 100; ++i) {
-            Letter answer;
-            EXPECT_EQ(Call(second.object(), kChain, {i, self, {}}, &answer), STATUS_OK);
-            EXPECT_EQ(answer.value, i);
-        }
+        for (int32_t i = 0; i < 100; ++i)
+            EXPECT_EQ(Ask(second.object(), kChain, {i, self, {}}).value, i);
     });
 }
 
