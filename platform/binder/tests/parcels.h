@@ -9,7 +9,7 @@
 
 #include <vector>
 
-#include "src/parcel.h"
+#include "../src/parcel.h"
 
 inline ndk::ScopedAParcel NewParcel() {
     return ndk::ScopedAParcel(AParcel_create());

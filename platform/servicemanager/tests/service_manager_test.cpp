@@ -7,17 +7,11 @@
 #include <android/binder_stability.h>
 #include <gtest/gtest.h>
 
+#include "platform/binder/tests/local_object.h"
+#include "platform/binder/tests/parcels.h"
+
 namespace host {
 namespace {
-
-const AIBinder_Class* PlainClass() {
-    static const AIBinder_Class* clazz = AIBinder_Class_define(
-            "test.IPlain", [](void* args) { return args; }, [](void*) {},
-            [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
-                return binder_status_t{STATUS_UNKNOWN_TRANSACTION};
-            });
-    return clazz;
-}
 
 Manifest OneDeclared() {
     Manifest manifest;
@@ -69,9 +63,10 @@ class ServiceManagerCalls : public testing::Test {
         return page;
     }
 
+    std::atomic<int> alive_{0};  // outlives the manager, which holds services
     ServiceManager manager_{OneDeclared()};
     ndk::SpAIBinder object_ = manager_.NewBinder();
-    ndk::SpAIBinder service_{AIBinder_new(PlainClass(), nullptr)};
+    ndk::SpAIBinder service_ = MakeLocalObject(&alive_);
     ndk::SpAIBinder found_;
 };
 
@@ -117,11 +112,8 @@ TEST_F(ServiceManagerCalls, ListPageByPage) {
 
 TEST(ServiceManagerPage, IsRefusedByTheClientIfItsCountMakesNoSense) {
     for (const int32_t count : {-1, 257, INT32_MAX}) {
-        ndk::ScopedAParcel parcel(AParcel_create());
-        ASSERT_EQ(AParcel_writeInt32(parcel.get(), count), STATUS_OK);
-        AParcel_setDataPosition(parcel.get(), 0);
         std::vector<ServiceInfo> page;
-        EXPECT_EQ(ReadPage(parcel.get(), &page), STATUS_BAD_VALUE) << count;
+        EXPECT_EQ(ReadPage(ParcelOfWords({count}).get(), &page), STATUS_BAD_VALUE) << count;
     }
 }
 

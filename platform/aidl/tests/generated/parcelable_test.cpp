@@ -3,6 +3,7 @@
 #include <aidl/velmora/sample/Empty.h>
 #include <gtest/gtest.h>
 
+#include "platform/binder/tests/parcels.h"
 #include "tests/generated/sample_values.h"
 
 namespace {
@@ -15,10 +16,6 @@ using aidl::velmora::sample::Everything;
 using aidl::velmora::sample::Inner;
 using sample_test::MakeEverything;
 using sample_test::MakeInner;
-
-ndk::ScopedAParcel NewParcel() {
-    return ndk::ScopedAParcel(AParcel_create());
-}
 
 TEST(Parcelable, ComparesByAllItsFieldsInOrder) {
     Inner one = MakeInner(1);
@@ -33,11 +30,7 @@ TEST(Parcelable, ComparesByAllItsFieldsInOrder) {
 
 template <typename T>
 binder_status_t ReadAs(const std::vector<int32_t>& words) {
-    const ndk::ScopedAParcel parcel = NewParcel();
-    for (int32_t word : words)
-        AParcel_writeInt32(parcel.get(), word);
-    AParcel_setDataPosition(parcel.get(), 0);
-    return T().readFromParcel(parcel.get());
+    return T().readFromParcel(ParcelOfWords(words).get());
 }
 
 // An Inner is a size, a number and a string.
