@@ -141,6 +141,8 @@ TEST_F(CutPeers, MalformedControlMessagesCutThePeer) {
              RawFrame(FrameType::kAcquired, RawBytes(AcquireBody{target_, 1, 0}))},
             {"a settlement nobody waits for", RawFrame(FrameType::kSettled, RawBytes(settled))},
             {"a settlement without an owner", RawFrame(FrameType::kSettled, settled_nothing)},
+            {"a settlement whose owner has no end",
+             RawFrame(FrameType::kSettled, std::string(sizeof(SettledBody), '1'))},
             {"a descriptor", acquire, {null.get()}},
     };
     ExpectAllCut(ConnectionKind::kControl, cases);
