@@ -31,9 +31,8 @@ binder_status_t Behave(int code, const Letter& in, Letter* out) {
 // A oneway call that was accepted is run, unless the processes lose each other.
 binder_status_t PostAndWait(const ndk::SpAIBinder& service) {
     static int value = getpid() * 1000;
-    Letter in, out;
-    in.value = ++value;
-    binder_status_t status = Post(service, 4, in);
+    binder_status_t status = Post(service, 4, {++value, {}, {}});
+    Letter out;
     const bool run = Eventually(
             [&] {
                 if (status == STATUS_OK) status = Call(service, 5, {}, &out);
