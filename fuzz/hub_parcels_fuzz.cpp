@@ -2,7 +2,6 @@
 // client is served as ever. An input is a row of calls: the manager, the code, whether the parcel
 // names the interface, and the pieces that the parcel is made of.
 
-#include <aidl/vendor/quorin/velmora_hub/BnToken.h>
 #include <android-base/logging.h>
 #include <android/binder_parcel_utils.h>
 #include <android/log.h>
@@ -29,8 +28,6 @@ constexpr binder_status_t kStatuses[] = {STATUS_OK,
                                          STATUS_NOT_ENOUGH_DATA,
                                          STATUS_UNEXPECTED_NULL,
                                          STATUS_UNKNOWN_TRANSACTION};
-
-class Stranger : public hub::BnToken {};
 
 class Calls {
   public:
@@ -123,8 +120,8 @@ class Calls {
     void CheckServing() {
         hub_.Fence();
         record_->Clear();
-        const auto producer = ndk::SharedRefBase::make<RecordingProducer>(record_, "last");
-        const auto consumer = ndk::SharedRefBase::make<RecordingConsumer>(record_, "last");
+        const auto producer = MakeProducer(record_, "last");
+        const auto consumer = MakeConsumer(record_, "last");
         int32_t signal_id = 0;
         std::shared_ptr<hub::IToken> registration;
         while (registration == nullptr)
@@ -147,13 +144,12 @@ class Calls {
     const ndk::SpAIBinder managers_[2]{hub_.producers->asBinder(), hub_.consumers->asBinder()};
     // Whatever a parcel may hold: null first, then of each kind, then the tokens as they are
     // issued.
-    std::vector<ndk::SpAIBinder> objects_{
-            ndk::SpAIBinder(),
-            ndk::SharedRefBase::make<RecordingProducer>(record_)->asBinder(),
-            ndk::SharedRefBase::make<RecordingConsumer>(record_)->asBinder(),
-            ndk::SharedRefBase::make<RecordingConsumer>(record_)->asBinder(),
-            ndk::SharedRefBase::make<Stranger>()->asBinder(),
-            managers_[0]};
+    std::vector<ndk::SpAIBinder> objects_{ndk::SpAIBinder(),
+                                          MakeProducer(record_)->asBinder(),
+                                          MakeConsumer(record_)->asBinder(),
+                                          MakeConsumer(record_)->asBinder(),
+                                          ndk::SharedRefBase::make<TestToken>()->asBinder(),
+                                          managers_[0]};
 };
 
 }  // namespace

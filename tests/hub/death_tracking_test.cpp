@@ -88,11 +88,8 @@ TEST(DeathTracking, KeepsTheTokenOfARefusedLinkUntilItIsTrackedAgain) {
         const host::testing::LogCapture log;
         Recipient refused = handler.Track(binder, token);
         EXPECT_NE(refused.get(), nullptr);
-        EXPECT_THAT(log.Texts(), ElementsAre("Cannot listen to binder death for this client."));
-        const auto line = log.lines().at(0);
-        EXPECT_EQ(line.priority, ANDROID_LOG_WARN);
-        EXPECT_EQ(line.route, host::testing::LogRoute::kPrint);
-        EXPECT_EQ(line.tag, "velmora_hal");
+        EXPECT_THAT(Lines(log), ElementsAre("velmora_hal W print Cannot listen to binder death for "
+                                            "this client."));
         refused.set(nullptr);
         EXPECT_EQ(LinksOf(token), 1);
         Recipient again = handler.Track(living.object(), token);

@@ -53,12 +53,9 @@ class Client {
     }
 
     const std::shared_ptr<Record> record_ = std::make_shared<Record>();
-    const std::shared_ptr<RecordingConsumer> a_ =
-            ndk::SharedRefBase::make<RecordingConsumer>(record_, "a");
-    const std::shared_ptr<RecordingConsumer> b_ =
-            ndk::SharedRefBase::make<RecordingConsumer>(record_, "b");
-    const std::shared_ptr<RecordingProducer> producer_ =
-            ndk::SharedRefBase::make<RecordingProducer>(record_);
+    const std::shared_ptr<RecordingConsumer> a_ = MakeConsumer(record_, "a");
+    const std::shared_ptr<RecordingConsumer> b_ = MakeConsumer(record_, "b");
+    const std::shared_ptr<RecordingProducer> producer_ = MakeProducer(record_);
     const std::shared_ptr<hub::IVelmoraHubProducerManager> producers_ = WaitForProducerManager();
     const std::shared_ptr<hub::IVelmoraHubConsumerManager> consumers_ = WaitForConsumerManager();
     std::map<std::string, std::shared_ptr<hub::IToken>> tokens_;

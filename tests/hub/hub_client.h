@@ -42,12 +42,10 @@ class HubClient {
 class HubTest : public ::testing::Test {
   protected:
     std::shared_ptr<hub::IToken> Register(int32_t id, const std::shared_ptr<Record>& record) {
-        return velmora_test::Register(producers_, MakeDescriptor(id),
-                                      ndk::SharedRefBase::make<RecordingProducer>(record));
+        return velmora_test::Register(producers_, MakeDescriptor(id), MakeProducer(record));
     }
     std::shared_ptr<hub::IToken> Subscribe(int32_t id, const std::shared_ptr<Record>& record) {
-        return velmora_test::Subscribe(consumers_, id,
-                                       ndk::SharedRefBase::make<RecordingConsumer>(record));
+        return velmora_test::Subscribe(consumers_, id, MakeConsumer(record));
     }
 
     HubProcess hub_;

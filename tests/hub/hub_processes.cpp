@@ -37,17 +37,6 @@ HOST_HELPER(HubServer) {
     return 0;
 }
 
-std::unique_ptr<host::testing::ScopedHost> StartHubHost() {
-    return std::make_unique<host::testing::ScopedHost>(host::testing::ScopedHostOptions{
-            .manifests = {HUB_MANIFESTS "/velmora_hub.xml", HUB_MANIFESTS "/touch_input.xml"},
-            .echo_log = false});
-}
-
-void HubHost::SetUp() {
-    host_ = StartHubHost();
-    ABinderProcess_startThreadPool();
-}
-
 std::shared_ptr<hub::IVelmoraHubProducerManager> WaitForProducerManager() {
     return WaitForManager<hub::IVelmoraHubProducerManager>();
 }

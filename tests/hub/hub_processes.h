@@ -21,19 +21,6 @@
 
 namespace velmora_test {
 
-// A folder with its service manager, which knows the product's manifest, and this process's pool.
-class HubHost : public ::testing::Environment {
-  public:
-    void SetUp() override;
-    void TearDown() override { host_.reset(); }
-
-  private:
-    std::unique_ptr<host::testing::ScopedHost> host_;
-};
-
-// The folder and its service manager alone.
-std::unique_ptr<host::testing::ScopedHost> StartHubHost();
-
 // The published managers, as any client process finds them; waits until both are there.
 std::shared_ptr<hub::IVelmoraHubProducerManager> WaitForProducerManager();
 std::shared_ptr<hub::IVelmoraHubConsumerManager> WaitForConsumerManager();

@@ -92,13 +92,12 @@ class Party {
     void Join() {
         Held held{kSignals[Random(std::size(kSignals))], nullptr};
         if (produces_) {
-            const auto producer = ndk::SharedRefBase::make<RecordingProducer>(record_);
+            const auto producer = MakeProducer(record_);
             const auto descriptor = MakeDescriptor(held.signal);
             Ask([&] { return producers_->registerProducer(descriptor, producer, &held.token); },
                 "-5 Signal already registered.");
         } else {
-            const auto consumer = ndk::SharedRefBase::make<RecordingConsumer>(
-                    record_, "consumer", ExpectNewsOf(held.signal));
+            const auto consumer = MakeConsumer(record_, "consumer", ExpectNewsOf(held.signal));
             Ask([&] { return consumers_->subscribe(held.signal, consumer, &held.token); });
         }
         if (held.token != nullptr) held_.push_back(held);
@@ -386,11 +385,10 @@ class HubStorm : public ::testing::Test {
 
     void ServeACalmPair() {
         const auto news = std::make_shared<Record>();
-        const auto subscription = Subscribe(*hub_.consumers(), kCalmSignal,
-                                            ndk::SharedRefBase::make<RecordingConsumer>(news));
+        const auto subscription = Subscribe(*hub_.consumers(), kCalmSignal, MakeConsumer(news));
         hub_.Fence();
-        const auto registration = Register(*hub_.producers(), MakeDescriptor(kCalmSignal),
-                                           ndk::SharedRefBase::make<RecordingProducer>(news));
+        const auto registration =
+                Register(*hub_.producers(), MakeDescriptor(kCalmSignal), MakeProducer(news));
         EXPECT_EQ(Answer(hub_.producers()->updateSignal(registration, MakeEvent(kCalmSignal, 7))),
                   "OK");
         EXPECT_EQ(Answer(hub_.producers()->unregisterProducer(registration)), "OK");

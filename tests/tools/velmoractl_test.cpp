@@ -61,9 +61,8 @@ class Ctl {
 // A producer of this process, registered.
 struct Registered {
     Registered(const HubProcess& hub, int32_t signal_id, int64_t ttl_ms = 0) : hub(hub) {
-        EXPECT_TRUE(hub.producers()
-                            ->registerProducer(MakeDescriptor(signal_id, ttl_ms), producer, &token)
-                            .isOk());
+        token = Register(*hub.producers(), MakeDescriptor(signal_id, ttl_ms), MakeProducer(record));
+        EXPECT_NE(token, nullptr);
     }
     void Push(const hub::VelmoraEvent& event) const {
         EXPECT_TRUE(hub.producers()->updateSignal(token, event).isOk());
@@ -72,8 +71,6 @@ struct Registered {
 
     const HubProcess& hub;
     std::shared_ptr<Record> record = std::make_shared<Record>();
-    std::shared_ptr<RecordingProducer> producer =
-            ndk::SharedRefBase::make<RecordingProducer>(record);
     std::shared_ptr<hub::IToken> token;
 };
 
@@ -108,10 +105,8 @@ std::vector<hub::VelmoraEvent> EventsOfEachKind() {
 TEST(List, ShowsServicesAndSignals) {
     const HubProcess hub;
     const Registered producer(hub, 7, 250);
-    const auto consumer = ndk::SharedRefBase::make<RecordingConsumer>(std::make_shared<Record>());
-    std::shared_ptr<hub::IToken> token;
-    ASSERT_TRUE(hub.consumers()->subscribe(7, consumer, &token).isOk());
-    ASSERT_TRUE(hub.consumers()->subscribe(5, consumer, &token).isOk());
+    for (const int32_t signal_id : {7, 5})
+        ASSERT_NE(Subscribe(*hub.consumers(), signal_id, MakeConsumer()), nullptr);
     const std::string pid = std::to_string(hub.pid());
     const std::string name = "vendor.quorin.velmora_hub.IVelmoraHubProducerManager/default";
 
@@ -185,11 +180,7 @@ TEST(Watch, SubscribesAnewForALateProducerAndAnotherHub) {
         ASSERT_TRUE(watch.Says("waiting for the hub", round));
         hub.emplace();
         ASSERT_TRUE(watch.Says("watching signal 2, which has no producer yet", round));
-        const auto other = ndk::SharedRefBase::make<RecordingConsumer>(std::make_shared<Record>());
-        std::shared_ptr<hub::IToken> token;
-        if (round == 2) {
-            ASSERT_TRUE(hub->consumers()->subscribe(2, other, &token).isOk());
-        }
+        const auto other = round == 1 ? nullptr : Subscribe(*hub->consumers(), 2, MakeConsumer());
         const Registered producer(*hub, 2);
         EXPECT_EQ(watch.Line(), R"({"kind":"available","signal":2})");
         ASSERT_TRUE(watch.Says("subscribed anew", round));
@@ -211,12 +202,10 @@ TEST(Watch, SubscribesAnewForALateProducerAndAnotherHub) {
 TEST(Push, TellsOfDemandAndNudgesAndLeavesOnASignal) {
     const HubProcess hub;
     const auto record = std::make_shared<Record>();
-    const auto consumer = ndk::SharedRefBase::make<RecordingConsumer>(record);
     Ctl push({"push", "7", "--ttl", "3"});
     ASSERT_TRUE(push.Says("signal 7 is registered"));
     EXPECT_THAT(DumpOf(*hub.producers()), HasSubstr("TTL: 3 ms"));
-    std::shared_ptr<hub::IToken> token;
-    ASSERT_TRUE(hub.consumers()->subscribe(7, consumer, &token).isOk());
+    ASSERT_NE(Subscribe(*hub.consumers(), 7, MakeConsumer(record)), nullptr);
     EXPECT_EQ(push.Line(), "7  wanted: there are consumers");
     Ctl nudge({"nudge", "7", "--json"});
     EXPECT_EQ(nudge.Line(), R"({"kind":"nudge","signal":7})");
@@ -249,56 +238,52 @@ struct Ending {
     std::string input = "";
 };
 
-void ExpectEnding(const Ending& ending) {
-    SCOPED_TRACE(::testing::PrintToString(ending.arguments));
-    Ctl run(ending.arguments);
-    if (!ending.input.empty()) run.Type(ending.input);
-    run.EndInput();
-    EXPECT_EQ(run.Status(), ending.status);
-    EXPECT_TRUE(run.Says(ending.talk, ending.talk.empty() ? 0 : 1));
+void ExpectEndings(const std::vector<Ending>& endings) {
+    for (const Ending& ending : endings) {
+        SCOPED_TRACE(::testing::PrintToString(ending.arguments));
+        Ctl run(ending.arguments);
+        if (!ending.input.empty()) run.Type(ending.input);
+        run.EndInput();
+        EXPECT_EQ(run.Status(), ending.status);
+        EXPECT_TRUE(run.Says(ending.talk, ending.talk.empty() ? 0 : 1));
+    }
 }
 
 TEST(ExitStatus, TellsHowARunEnded) {
-    for (const Ending& ending :
-         std::vector<Ending>{{{"--help"}, 0, ""},
-                             {{}, 2, "velmoractl: A verb is required"},
-                             {{"look"}, 2, "not expected: look"},
-                             {{"watch"}, 2, "SIGNAL is required"},
-                             {{"watch", "two"}, 2, "SIGNAL"},
-                             {{"watch", "2", "--count", "0"}, 2, "--count"},
-                             {{"push", "2", "3"}, 2, "SIGNAL"},
-                             {{"push", "2", "--rate", "0"}, 2, "--rate"},
-                             {{"push", "2", "--rate", "nan"}, 2, "--rate"},
-                             {{"push", "2", "--file", "/nowhere"}, 2, "--file"},
-                             {{"dump", "tokens"}, 2, "TABLE"},
-                             {{"list"}, 0, "no hub is published"},
-                             {{"dump"}, 4, "no hub is published"},
-                             {{"nudge", "7", "--timeout", "0.1"}, 3, "waiting for the hub"}}) {
-        ExpectEnding(ending);
-    }
+    ExpectEndings({{{"--help"}, 0, ""},
+                   {{}, 2, "velmoractl: A verb is required"},
+                   {{"look"}, 2, "not expected: look"},
+                   {{"watch"}, 2, "SIGNAL is required"},
+                   {{"watch", "two"}, 2, "SIGNAL"},
+                   {{"watch", "2", "--count", "0"}, 2, "--count"},
+                   {{"push", "2", "3"}, 2, "SIGNAL"},
+                   {{"push", "2", "--rate", "0"}, 2, "--rate"},
+                   {{"push", "2", "--rate", "nan"}, 2, "--rate"},
+                   {{"push", "2", "--file", "/nowhere"}, 2, "--file"},
+                   {{"dump", "tokens"}, 2, "TABLE"},
+                   {{"list"}, 0, "no hub is published"},
+                   {{"dump"}, 4, "no hub is published"},
+                   {{"nudge", "7", "--timeout", "0.1"}, 3, "waiting for the hub"}});
     HubProcess hub;
     const Registered producer(hub, 7);
-    for (const Ending& ending : std::vector<Ending>{
-                 {{"nudge", "9"}, 4, "signal 9 has no producer"},
-                 {{"push", "7"}, 1, "Signal already registered."},
-                 {{"push", "9"}, 1, "line 1: parse error", "{"},
-                 {{"push", "9"}, 1, "timestampMs: a whole number", R"({"timestampMs":1e300})"},
-                 {{"push", "9"},
-                  1,
-                  "confidence: a number",
-                  R"({"payload":{"type":"UserEngagementPayload",)"
-                  R"("value":{"overall_confidence":1e300}}})"},
-                 {{"push", "9"}, 1, "line 1: too long", std::string(10 << 20, 'x')},
-                 {{"push", "9"}, 1, "\"paylod\" does not belong here", R"({"paylod":null})"},
-                 {{"push", "9"}, 1, "needs \"bytes\"", R"({"payload":{"type":"x.Y","value":0}})"},
-                 {{"push", "9"}, 1, "no payload", R"({"payload":{"type":"x.Y","bytes":"0102"}})"},
-                 {{"watch", "9", "--timeout", "0.1"}, 3, "the time is over"}}) {
-        ExpectEnding(ending);
-    }
+    ExpectEndings({{{"nudge", "9"}, 4, "signal 9 has no producer"},
+                   {{"push", "7"}, 1, "Signal already registered."},
+                   {{"push", "9"}, 1, "line 1: parse error", "{"},
+                   {{"push", "9"}, 1, "timestampMs: a whole number", R"({"timestampMs":1e300})"},
+                   {{"push", "9"},
+                    1,
+                    "confidence: a number",
+                    R"({"payload":{"type":"UserEngagementPayload",)"
+                    R"("value":{"overall_confidence":1e300}}})"},
+                   {{"push", "9"}, 1, "line 1: too long", std::string(10 << 20, 'x')},
+                   {{"push", "9"}, 1, "\"paylod\" does not belong here", R"({"paylod":null})"},
+                   {{"push", "9"}, 1, "needs \"bytes\"", R"({"payload":{"type":"x.Y","value":0}})"},
+                   {{"push", "9"}, 1, "no payload", R"({"payload":{"type":"x.Y","bytes":"0102"}})"},
+                   {{"watch", "9", "--timeout", "0.1"}, 3, "the time is over"}});
     Ctl push({"push", "9"});
     ASSERT_TRUE(push.Says("signal 9 is registered"));
     ASSERT_TRUE(hub.process().Stop());
-    ExpectEnding({{"watch", "7", "--timeout", "0.1"}, 3, "the time is over"});
+    ExpectEndings({{{"watch", "7", "--timeout", "0.1"}, 3, "the time is over"}});
     hub.process().Kill();
     EXPECT_EQ(push.Status(), 1);
 }

@@ -17,10 +17,9 @@ namespace {
 using ::aidl::android::hardware::biometrics::Callable;
 using ::ndk::ScopedAStatus;
 
-class QuietConsumer : public hub::BnVelmoraHubConsumer {
+// Allocates nothing for an event.
+class QuietConsumer : public RecordingConsumer {
   public:
-    ScopedAStatus onSignalAvailable(int32_t) override { return ScopedAStatus::ok(); }
-    ScopedAStatus onSignalUnavailable(int32_t, SignalError) override { return ScopedAStatus::ok(); }
     ScopedAStatus onSignalUpdate(const hub::VelmoraEvent&) override {
         ++events;
         return ScopedAStatus::ok();
@@ -56,9 +55,7 @@ TEST(EventPath, AllocatesTheTaskAndTwoCopiesForAnyNumberOfConsumers) {
     for (const size_t consumers : {1, 8, 64}) {
         SCOPED_TRACE(consumers);
         const Hub hub;
-        const auto producer =
-                ndk::SharedRefBase::make<RecordingProducer>(std::make_shared<Record>());
-        const auto token = Register(*hub.producers, MakeDescriptor(5), producer);
+        const auto token = Register(*hub.producers, MakeDescriptor(5), MakeProducer());
         std::vector<std::shared_ptr<QuietConsumer>> listening;
         while (listening.size() < consumers) {
             listening.push_back(ndk::SharedRefBase::make<QuietConsumer>());

@@ -1,7 +1,5 @@
 #include "hub_operations.h"
 
-#include <aidl/vendor/quorin/velmora_hub/BnToken.h>
-
 #include <algorithm>
 #include <set>
 #include <sstream>
@@ -33,8 +31,6 @@ constexpr const char* kNames[] = {"register",   "subscribe",    "update",      "
                                   "pause",      "request",      "unsubscribe", "consumer dies",
                                   "unregister", "producer dies"};
 
-class Stranger : public hub::BnToken {};
-
 template <typename Lines>
 std::string Joined(const Lines& lines) {
     std::string text;
@@ -60,8 +56,8 @@ class Comparison {
     Comparison(const std::vector<uint8_t>& bytes, const HubModel::Rules& rules)
             : bytes_(bytes), model_(rules) {
         for (size_t i = 0; i < kClients; ++i) {
-            producers_.push_back(ndk::SharedRefBase::make<RecordingProducer>(record_, Name(i)));
-            consumers_.push_back(ndk::SharedRefBase::make<RecordingConsumer>(record_, Name(i)));
+            producers_.push_back(MakeProducer(record_, Name(i)));
+            consumers_.push_back(MakeConsumer(record_, Name(i)));
         }
     }
 
@@ -212,7 +208,7 @@ class Comparison {
     HubModel model_;
     const Hub hub_;
     const std::shared_ptr<Record> record_ = std::make_shared<Record>();
-    const std::shared_ptr<hub::IToken> stranger_ = ndk::SharedRefBase::make<Stranger>();
+    const std::shared_ptr<hub::IToken> stranger_ = ndk::SharedRefBase::make<TestToken>();
     std::vector<std::shared_ptr<RecordingProducer>> producers_;
     std::vector<std::shared_ptr<RecordingConsumer>> consumers_;
     Tokens producer_tokens_;

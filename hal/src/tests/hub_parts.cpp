@@ -1,6 +1,7 @@
 #include "hub_parts.h"
 
 #include <android/binder_manager.h>
+#include <android/binder_process.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,6 +14,8 @@
 namespace velmora_test {
 
 using ::aidl::android::hardware::biometrics::Callable;
+using ::host::testing::LogCapture;
+using ::host::testing::ScopedHost;
 using ::ndk::ScopedAStatus;
 
 void Record::Add(const std::string& line) {
@@ -21,7 +24,7 @@ void Record::Add(const std::string& line) {
     added_.notify_all();
 }
 
-std::vector<std::string> Record::lines() const {
+Strings Record::lines() const {
     std::lock_guard lock(mutex_);
     return lines_;
 }
@@ -31,7 +34,7 @@ void Record::Clear() {
     lines_.clear();
 }
 
-std::vector<std::string> Record::WaitFor(size_t count) const {
+Strings Record::WaitFor(size_t count) const {
     std::unique_lock lock(mutex_);
     added_.wait_for(lock, host::testing::kTestLimit, [&] { return lines_.size() >= count; });
     return lines_;
@@ -53,26 +56,12 @@ ScopedAStatus RecordingConsumer::onSignalUnavailable(int32_t signalId, SignalErr
     return Add("unavailable " + std::to_string(signalId) + " " + toString(error));
 }
 
-ScopedAStatus RecordingConsumer::Add(const std::string& text) {
-    const std::string line = name_ + ": " + text;
-    record_->Add(line);
-    if (hook_) hook_(line);
-    return ScopedAStatus::ok();
-}
-
 ScopedAStatus RecordingProducer::onClientsUpdated(bool hasClients) {
     return Add(hasClients ? "clients" : "no clients");
 }
 
 ScopedAStatus RecordingProducer::nudge() {
     return Add("nudge");
-}
-
-ScopedAStatus RecordingProducer::Add(const std::string& text) {
-    const std::string line = name_ + ": " + text;
-    record_->Add(line);
-    if (hook_) hook_(line);
-    return ScopedAStatus::ok();
 }
 
 hub::VelmoraEvent MakeEvent(int32_t signal_id, int64_t timestamp_ms, const std::string& tag) {
@@ -124,6 +113,44 @@ std::string DumpOf(::ndk::ICInterface& object) {
     text.resize(read < 0 ? 0 : static_cast<size_t>(read));
     std::fclose(file);
     return text;
+}
+
+Strings Lines(const LogCapture& log) {
+    Strings lines;
+    for (const auto& line : log.lines()) {
+        const bool is_hub = line.tag == "velmora_hal";
+        if (!is_hub && line.tag != "velmora_producer_host") continue;
+        const bool is_base = line.route == host::testing::LogRoute::kBase;
+        lines.push_back((is_hub ? "velmora_hal " : "") + std::string(1, "??VDIWEF"[line.priority]) +
+                        (is_base ? " base " : " print ") + line.text);
+    }
+    return lines;
+}
+
+std::unique_ptr<ScopedHost> StartHubHost() {
+    return std::make_unique<ScopedHost>(host::testing::ScopedHostOptions{
+            .manifests = {HUB_MANIFESTS "/velmora_hub.xml", HUB_MANIFESTS "/touch_input.xml"},
+            .echo_log = false});
+}
+
+void HubHost::SetUp() {
+    Host() = StartHubHost();
+    ABinderProcess_startThreadPool();
+}
+
+void HubHost::WithManifest(const std::string& fragment, const std::function<void()>& what) {
+    Host()->KillServiceManager();
+    {
+        const auto other =
+                Host()->LaunchServiceManager({HUB_MANIFESTS "/" + fragment}, {.echo_log = false});
+        what();
+    }
+    Host()->StartServiceManager();
+}
+
+std::unique_ptr<ScopedHost>& HubHost::Host() {
+    static std::unique_ptr<ScopedHost> host;
+    return host;
 }
 
 Hub::Hub()

@@ -39,18 +39,16 @@ struct World {
         Subscribe(*hub.consumers, 9, own);
         busy5 = Register(*hub.producers, MakeDescriptor(5), busy);
         hub.Fence();  // the leaving ones hear nothing of this
-        leaving20 =
-                Subscribe(*hub.consumers, 20,
-                          ndk::SharedRefBase::make<RecordingConsumer>(
-                                  record, "leaving", [this, end = AtEnd([this] { Act(); })](auto&) {
-                                      hub.consumers->unsubscribe(leaving20);
-                                  }));
-        leaving21 =
-                Register(*hub.producers, MakeDescriptor(21),
-                         ndk::SharedRefBase::make<RecordingProducer>(
-                                 record, "leaving", [this, end = AtEnd([this] { Act(); })](auto&) {
-                                     hub.producers->unregisterProducer(leaving21);
-                                 }));
+        leaving20 = Subscribe(
+                *hub.consumers, 20,
+                MakeConsumer(record, "leaving", [this, end = AtEnd([this] { Act(); })](auto&) {
+                    hub.consumers->unsubscribe(leaving20);
+                }));
+        leaving21 = Register(
+                *hub.producers, MakeDescriptor(21),
+                MakeProducer(record, "leaving", [this, end = AtEnd([this] { Act(); })](auto&) {
+                    hub.producers->unregisterProducer(leaving21);
+                }));
         hub.Fence();
     }
 
@@ -67,15 +65,13 @@ struct World {
     std::promise<void> acted;
     Token source6, source20, own5, other6, other21, busy5, leaving20, leaving21;
     const RecordingConsumer::Hook act = [this](auto&) { Act(); };
-    const std::shared_ptr<RecordingConsumer> own = ndk::SharedRefBase::make<RecordingConsumer>(
-                                                     record, "own", act),
-                                             other = ndk::SharedRefBase::make<RecordingConsumer>(
-                                                     record, "other");
-    const std::shared_ptr<RecordingProducer> busy = ndk::SharedRefBase::make<RecordingProducer>(
-                                                     record, "busy", act),
-                                             source = ndk::SharedRefBase::make<RecordingProducer>(
-                                                     record, "source");
+    const std::shared_ptr<RecordingConsumer> own = MakeConsumer(record, "own", act),
+                                             other = MakeConsumer(record, "other");
+    const std::shared_ptr<RecordingProducer> busy = MakeProducer(record, "busy", act),
+                                             source = MakeProducer(record, "source");
     const Hub hub;
+    hub::VelmoraHubProducerManager& producers = *hub.producers;
+    hub::VelmoraHubConsumerManager& consumers = *hub.consumers;
 };
 
 struct Place {
@@ -84,24 +80,23 @@ struct Place {
 };
 
 const Place kPlaces[] = {
-        {"onSignalAvailable",
-         [](World& w) { Register(*w.hub.producers, MakeDescriptor(9), w.source); }},
-        {"onSignalUpdate", [](World& w) { w.hub.producers->updateSignal(w.busy5, MakeEvent(5)); }},
-        {"onSignalUnavailable", [](World& w) { w.hub.producers->unregisterProducer(w.busy5); }},
-        {"onClientsUpdated", [](World& w) { w.hub.consumers->unsubscribe(w.own5); }},
-        {"nudge", [](World& w) { w.hub.consumers->requestSignalUpdate(w.own5); }},
+        {"onSignalAvailable", [](World& w) { Register(w.producers, MakeDescriptor(9), w.source); }},
+        {"onSignalUpdate", [](World& w) { w.producers.updateSignal(w.busy5, MakeEvent(5)); }},
+        {"onSignalUnavailable", [](World& w) { w.producers.unregisterProducer(w.busy5); }},
+        {"onClientsUpdated", [](World& w) { w.consumers.unsubscribe(w.own5); }},
+        {"nudge", [](World& w) { w.consumers.requestSignalUpdate(w.own5); }},
         {"consumer released by unsubscribe",
-         [](World& w) { w.hub.consumers->unsubscribe(w.leaving20); }},
+         [](World& w) { w.consumers.unsubscribe(w.leaving20); }},
         {"consumer released by its death",
-         [](World& w) { w.hub.consumers->HandleBinderDeath(w.leaving20); }},
+         [](World& w) { w.consumers.HandleBinderDeath(w.leaving20); }},
         {"consumer released by the end of a dispatch",
-         [](World& w) { w.hub.producers->updateSignal(w.source20, MakeEvent(20)); }},
+         [](World& w) { w.producers.updateSignal(w.source20, MakeEvent(20)); }},
         {"producer released by unregisterProducer",
-         [](World& w) { w.hub.producers->unregisterProducer(w.leaving21); }},
+         [](World& w) { w.producers.unregisterProducer(w.leaving21); }},
         {"producer released by its death",
-         [](World& w) { w.hub.producers->HandleBinderDeath(w.leaving21); }},
+         [](World& w) { w.producers.HandleBinderDeath(w.leaving21); }},
         {"producer released by the end of its callback",
-         [](World& w) { w.hub.consumers->requestSignalUpdate(w.other21); }},
+         [](World& w) { w.consumers.requestSignalUpdate(w.other21); }},
 };
 
 // What a call does, and afterwards: a line that a client has written, and a piece of a dump that is
@@ -118,32 +113,30 @@ void ExpectOk(const ::ndk::ScopedAStatus& status) {
 }
 
 const Deed kDeeds[] = {
-        {"subscribe", [](World& w) { EXPECT_NE(Subscribe(*w.hub.consumers, 30, w.own), nullptr); },
+        {"subscribe", [](World& w) { EXPECT_NE(Subscribe(w.consumers, 30, w.own), nullptr); },
          nullptr, "ID: 30\n    Consumer"},
-        {"unsubscribe own", [](World& w) { ExpectOk(w.hub.consumers->unsubscribe(w.own5)); },
-         nullptr, "!Consumer Token ID: 1\n"},
-        {"unsubscribe another", [](World& w) { ExpectOk(w.hub.consumers->unsubscribe(w.other6)); },
+        {"unsubscribe own", [](World& w) { ExpectOk(w.consumers.unsubscribe(w.own5)); }, nullptr,
+         "!Consumer Token ID: 1\n"},
+        {"unsubscribe another", [](World& w) { ExpectOk(w.consumers.unsubscribe(w.other6)); },
          "source: no clients", "!Consumer Token ID: 2\n"},
         {"requestSignalUpdate",
-         [](World& w) { ExpectOk(w.hub.consumers->requestSignalUpdate(w.other6)); },
-         "source: nudge", ""},
+         [](World& w) { ExpectOk(w.consumers.requestSignalUpdate(w.other6)); }, "source: nudge",
+         ""},
         {"registerProducer",
-         [](World& w) {
-             EXPECT_NE(Register(*w.hub.producers, MakeDescriptor(31), w.busy), nullptr);
-         },
+         [](World& w) { EXPECT_NE(Register(w.producers, MakeDescriptor(31), w.busy), nullptr); },
          nullptr, "ID: 31\n    Producer"},
         {"updateSignal",
-         [](World& w) { ExpectOk(w.hub.producers->updateSignal(w.source6, MakeEvent(6, 1))); },
+         [](World& w) { ExpectOk(w.producers.updateSignal(w.source6, MakeEvent(6, 1))); },
          "other: update 6 @1", ""},
         {"unregisterProducer",
-         [](World& w) { ExpectOk(w.hub.producers->unregisterProducer(w.source6)); },
+         [](World& w) { ExpectOk(w.producers.unregisterProducer(w.source6)); },
          "other: unavailable 6 UNREGISTERED", "!Producer Token ID: 1\n"},
         {"producers' dump",
-         [](World& w) { EXPECT_THAT(DumpOf(*w.hub.producers), HasSubstr("  Signal ID: 6\n")); },
-         nullptr, ""},
+         [](World& w) { EXPECT_THAT(DumpOf(w.producers), HasSubstr("  Signal ID: 6\n")); }, nullptr,
+         ""},
         {"consumers' dump",
-         [](World& w) { EXPECT_THAT(DumpOf(*w.hub.consumers), HasSubstr("  Signal ID: 6\n")); },
-         nullptr, ""},
+         [](World& w) { EXPECT_THAT(DumpOf(w.consumers), HasSubstr("  Signal ID: 6\n")); }, nullptr,
+         ""},
 };
 
 TEST(Reentrancy, IsAllowedFromEveryCallbackAndDestructorIntoEveryMethod) {
@@ -175,7 +168,7 @@ TEST(Reentrancy, OfADispatchCountsFromTheNextDispatchOn) {
     const Hub hub;
     Token tokens[2];
     bool acted = false;
-    const auto newcomer = ndk::SharedRefBase::make<RecordingConsumer>(record);
+    const auto newcomer = MakeConsumer(record);
     for (int i = 0; i < 2; ++i) {
         auto hook = [&, i, end = AtEnd([&] { record->Add("released"); })](auto&) {
             if (std::exchange(acted, true)) return;
@@ -184,9 +177,7 @@ TEST(Reentrancy, OfADispatchCountsFromTheNextDispatchOn) {
             EXPECT_NE(Subscribe(*hub.consumers, 5, newcomer), nullptr);
             record->Add("one out, one in");
         };
-        tokens[i] = Subscribe(
-                *hub.consumers, 5,
-                ndk::SharedRefBase::make<RecordingConsumer>(record, "consumer", std::move(hook)));
+        tokens[i] = Subscribe(*hub.consumers, 5, MakeConsumer(record, "consumer", std::move(hook)));
     }
     hub.consumers->DispatchSignalUpdate(5, MakeEvent(5, 1));
     hub.consumers->DispatchSignalUpdate(5, MakeEvent(5, 2));

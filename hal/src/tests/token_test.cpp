@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <thread>
 
 #include "hub_parts.h"
+#include "test_object.h"
 
 namespace velmora_test {
 namespace {
@@ -48,8 +48,7 @@ std::string KindOf(const std::shared_ptr<hub::IToken>& token) {
 
 TEST(Tokens, AreRecognisedByTheirClassAlone) {
     const Hub hub;
-    const auto producer = ndk::SharedRefBase::make<RecordingProducer>(std::make_shared<Record>());
-    const auto ended = Register(*hub.producers, MakeDescriptor(1), producer);
+    const auto ended = Register(*hub.producers, MakeDescriptor(1), MakeProducer());
     EXPECT_TRUE(hub.producers->unregisterProducer(ended).isOk());
     EXPECT_EQ(KindOf(ended), "producer") << "a token is not revoked with its registration";
     EXPECT_EQ(KindOf(nullptr), "");
@@ -66,16 +65,12 @@ TEST(Tokens, AreRecognisedByTheirClassAlone) {
 
 TEST(Tokens, AreRecognisedWhileManyThreadsMakeAndDropSome) {
     const auto shared = Make<ProducerToken>();
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < 500; ++i)
-                EXPECT_EQ(KindOf(Make<ConsumerToken>()) + ' ' + KindOf(Make<Stranger>()) + ' ' +
-                                  KindOf(Make<ProducerToken>()) + ' ' + KindOf(shared),
-                          "consumer  producer producer");
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    host::testing::InParallel(4, [&] {
+        for (int i = 0; i < 500; ++i)
+            EXPECT_EQ(KindOf(Make<ConsumerToken>()) + ' ' + KindOf(Make<Stranger>()) + ' ' +
+                              KindOf(Make<ProducerToken>()) + ' ' + KindOf(shared),
+                      "consumer  producer producer");
+    });
 }
 
 }  // namespace

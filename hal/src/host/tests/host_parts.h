@@ -5,10 +5,8 @@
 #pragma once
 
 #include <aidl/com/quorin/input/BnSkeldaNotificationService.h>
-#include <aidl/vendor/quorin/velmora_hub/BnToken.h>
 #include <aidl/vendor/quorin/velmora_hub/BnVelmoraHubProducerManager.h>
 #include <android/binder_manager.h>
-#include <android/binder_process.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,57 +29,10 @@ namespace input = ::aidl::com::quorin::input;
 using ::host::testing::LogCapture;
 using hub::host::SkeldaProducer;
 using ::ndk::ScopedAStatus;
-using Strings = std::vector<std::string>;
-
-// A service manager that knows the product's manifests, and this process's pool: the environment of
-// a whole test program.
-class ProductHost : public ::testing::Environment {
-  public:
-    void SetUp() override {
-        Host() = std::make_unique<::host::testing::ScopedHost>(::host::testing::ScopedHostOptions{
-                .manifests = {HUB_MANIFESTS "/velmora_hub.xml", HUB_MANIFESTS "/touch_input.xml"},
-                .echo_log = false});
-        ABinderProcess_startThreadPool();
-    }
-    void TearDown() override { Host().reset(); }
-
-    // Runs `what` beside a service manager that knows the one fragment only.
-    static void WithManifest(const std::string& fragment, const std::function<void()>& what) {
-        Host()->KillServiceManager();
-        {
-            const auto other = Host()->LaunchServiceManager({HUB_MANIFESTS "/" + fragment},
-                                                            {.echo_log = false});
-            what();
-        }
-        Host()->StartServiceManager();
-    }
-
-  private:
-    static std::unique_ptr<::host::testing::ScopedHost>& Host() {
-        static std::unique_ptr<::host::testing::ScopedHost> host;
-        return host;
-    }
-};
-
-// The product's own lines so far, as "D base TEXT" or "W print TEXT", those of the hub behind
-// "velmora_hal ".
-inline Strings Lines(const LogCapture& log) {
-    Strings lines;
-    for (const auto& line : log.lines()) {
-        const bool is_hub = line.tag == "velmora_hal";
-        if (!is_hub && line.tag != "velmora_producer_host") continue;
-        const bool is_base = line.route == ::host::testing::LogRoute::kBase;
-        lines.push_back((is_hub ? "velmora_hal " : "") + std::string(1, "??VDIWEF"[line.priority]) +
-                        (is_base ? " base " : " print ") + line.text);
-    }
-    return lines;
-}
 
 inline ScopedAStatus Failure(const char* message) {
     return ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_STATE, message);
 }
-
-class TestToken : public hub::BnToken {};
 
 // Writes "hub: register SIGNAL" and "hub: unregister", and keeps events.
 class FakeManager : public hub::BnVelmoraHubProducerManager {

@@ -14,7 +14,7 @@ using hub::host::IHostedProducer;
 using hub::host::VelmoraHubProducerHost;
 using ::testing::ElementsAre;
 
-[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new ProductHost);
+[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
 
 // Writes "start SIGNAL", and by whom it is to be started if that is another than expected.
 class RecordingHosted : public IHostedProducer {
@@ -75,7 +75,7 @@ TEST(ProducerHost, StartsEachProducerOnceWhenTheManagerIsPublished) {
 TEST(ProducerHost, StartsNothingWhileTheManagerIsNotDeclared) {
     const auto record = std::make_shared<Record>();
     LogCapture log;
-    ProductHost::WithManifest("touch_input.xml", [&] {
+    HubHost::WithManifest("touch_input.xml", [&] {
         VelmoraHubProducerHost host;
         host.AddProducer(std::make_shared<RecordingHosted>(5, record, nullptr));
         host.StartAll();

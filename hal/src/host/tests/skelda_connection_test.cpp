@@ -18,7 +18,7 @@ using host::testing::Eventually;
 using ::testing::ElementsAre;
 using ::testing::IsSupersetOf;
 
-[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new ProductHost);
+[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
 
 const char kDied[] = "W print skelda: service died, signaling for reconnection";
 const char kTrying[] = "I print skelda: Attempting to register listener for Panel ID: ";
@@ -237,7 +237,7 @@ TEST_F(SkeldaConnection, AsksAgainForAServiceThatIsNotDeclaredOrOfAnotherInterfa
         EXPECT_EQ(lines, expected);
         EXPECT_THAT(record->lines(), ElementsAre("hub: register 2", "hub: unregister"));
     };
-    ProductHost::WithManifest("velmora_hub.xml", [&] {
+    HubHost::WithManifest("velmora_hub.xml", [&] {
         expect_twice({"check", "W print skelda: service NOT declared in manifest"});
     });
     const auto other = ::ndk::SharedRefBase::make<TestToken>();

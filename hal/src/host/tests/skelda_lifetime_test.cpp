@@ -21,7 +21,7 @@ using host::testing::HeldUnlinks;
 using host::testing::RemoteObject;
 using ::testing::ElementsAre;
 
-[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new ProductHost);
+[[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
 
 HOST_HELPER(Mortal) {
     return host::testing::Serve(channel,
@@ -49,6 +49,12 @@ class SkeldaLifetime : public ::testing::Test {
         return Eventually([this] { return observer.use_count() == 1; });
     }
 
+    // True when it has registered its listeners and waits.
+    bool StartsListening() {
+        Start();
+        return record->WaitFor(4).size() == 4 && WaitForRest();
+    }
+
     // Drops the test's reference on another thread; `gone` when that has returned.
     std::thread Drop(std::atomic<bool>* gone) {
         return std::thread([this, gone] {
@@ -69,9 +75,7 @@ class SkeldaLifetime : public ::testing::Test {
 };
 
 TEST_F(SkeldaLifetime, EndsItsLinkBeforeItGoesAndHoldsNoMutexMeanwhile) {
-    Start();
-    record->WaitFor(4);
-    ASSERT_TRUE(WaitForRest());
+    ASSERT_TRUE(StartsListening());
     EXPECT_GT(References(), 1);
     hub::DeathHandler* const handler = producer.get();
     std::atomic<bool> gone{false};
@@ -89,9 +93,7 @@ TEST_F(SkeldaLifetime, EndsItsLinkBeforeItGoesAndHoldsNoMutexMeanwhile) {
 }
 
 TEST_F(SkeldaLifetime, WaitsForADeathCallbackThatHasBegun) {
-    Start();
-    record->WaitFor(4);
-    ASSERT_TRUE(WaitForRest());
+    ASSERT_TRUE(StartsListening());
     std::atomic<bool> gone{false};
     std::thread dropper;
     {
@@ -167,9 +169,7 @@ TEST_F(SkeldaLifetime, MayEndOnItsOwnThread) {
 }
 
 TEST_F(SkeldaLifetime, MayEndInsideAListenersCall) {
-    Start();
-    record->WaitFor(4);
-    ASSERT_TRUE(WaitForRest());
+    ASSERT_TRUE(StartsListening());
     producer->onClientsUpdated(true);
     manager->on_update = [this] {
         producer.reset();
