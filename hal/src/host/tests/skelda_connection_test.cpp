@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <sstream>
 
 #include "host_parts.h"
 
@@ -20,11 +21,11 @@ using ::testing::IsSupersetOf;
 
 [[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
 
-const char kDied[] = "W print skelda: service died, signaling for reconnection";
-const char kTrying[] = "I print skelda: Attempting to register listener for Panel ID: ";
-const char kDone[] = "I print skelda: Successfully registered listener for Panel ID: ";
-const char kFailed[] = "E print skelda: Failed to register listener for Panel ID: ";
-const char kNoPanels[] = "E print skelda: Failed to get panel info: ";
+const char kDeclared[] = "D print skelda: service declared, waiting for service...";
+const std::string kTrying = "I print skelda: Attempting to register listener for Panel ID: ";
+const std::string kDone = "I print skelda: Successfully registered listener for Panel ID: ";
+const std::string kFailed = "E print skelda: Failed to register listener for Panel ID: ";
+const std::string kNoPanels = "E print skelda: Failed to get panel info: ";
 
 // The calls of a pass over panels 1 and 0, and of the end after it.
 const Strings kPass = {"panels", "register 1 7 #0", "register 0 7 #1"};
@@ -70,26 +71,36 @@ class SkeldaConnection : public ::testing::Test {
     }
 
     // The log from the start, by the names of lines that always come together.
-    Strings Expand(const Strings& steps) const {
+    Strings Expand(const std::string& steps) const {
         char retrieved[64];
         snprintf(retrieved, sizeof(retrieved), "D print skelda: service retrieved: %p",
                  static_cast<void*>(static_cast<input::ISkeldaNotificationService*>(&*service)));
         const std::map<std::string, Strings> names = {
                 {"check", {"D base skelda: checking for service: " + TouchServiceName()}},
-                {"find", {"D print skelda: service declared, waiting for service...", retrieved}},
+                {"undeclared", {"W print skelda: service NOT declared in manifest"}},
+                {"find", {kDeclared, retrieved}},
+                {"miss",
+                 {kDeclared, "D print skelda: service retrieved: (nil)",
+                  "W print skelda: Skelda service not found."}},
                 {"link", {"velmora_hal W print Cannot listen to binder death for this client."}},
+                {"died", {"W print skelda: service died, signaling for reconnection"}},
                 {"try", {"D print skelda: attempting registration..."}},
+                {"busy", {kNoPanels + "busy"}},
+                {"none", {kNoPanels}},
                 {"panels",
                  {"I print skelda: Found Panel ID: 1, Supported Flags: 0xffffffffffffffff",
                   "I print skelda: Found Panel ID: 0, Supported Flags: 0x7               "}},
-                {"1", {kTrying + std::string("1"), kDone + std::string("1")}},
-                {"0", {kTrying + std::string("0"), kDone + std::string("0")}}};
+                {"1?", {kTrying + "1"}},
+                {"1+", {kDone + "1"}},
+                {"1-", {kFailed + "1, error: busy"}},
+                {"0?", {kTrying + "0"}},
+                {"0+", {kDone + "0"}},
+                {"0-", {kFailed + "0, error: busy"}}};
         Strings lines = {"I base SkeldaProducer successfully registered with manager",
                          "I print skelda: Starting SkeldaHandler monitoring thread"};
-        for (const std::string& step : steps) {
-            const auto named = names.find(step);
-            lines = lines + (named == names.end() ? Strings{step} : named->second);
-        }
+        std::istringstream words(steps);
+        for (std::string step; words >> step;)
+            lines = lines + names.at(step);
         return lines;
     }
 
@@ -103,47 +114,20 @@ struct FailureRow {
     std::string failing;  // the call of the first pass that fails
     std::string dying;    // the call inside which the service dies
     size_t calls;         // of the first pass
-    Strings log;          // before a whole pass
+    std::string log;      // before a whole pass, from the lookup's end on
 };
 
 TEST_F(SkeldaConnection, TriesAgainAfterEveryFailureAndLooksAgainAfterEveryDeath) {
-    const std::string one = "1", zero = "0", busy = ", error: busy";
     const FailureRow rows[] = {
-            {"panels",
-             "",
-             1,
-             {"check", "find", "link", "try", kNoPanels + std::string("busy"), "check"}},
-            {"no panels", "", 1, {"check", "find", "link", "try", kNoPanels, "check"}},
-            {"register 1 7 #0",
-             "",
-             3,
-             {"check", "find", "link", "try", "panels", kTrying + one, kFailed + one + busy, "0",
-              "check"}},
-            {"register 0 7 #1",
-             "",
-             3,
-             {"check", "find", "link", "try", "panels", "1", kTrying + zero, kFailed + zero + busy,
-              "check"}},
-            {"", "asBinder", 0, {"check", "find", kDied, "link", "try", "check", "find", "link"}},
-            {"",
-             "panels",
-             3,
-             {"check", "find", "link", "try", kDied, "panels", "1", "0", "check", "find", "link"}},
-            {"panels",
-             "panels",
-             1,
-             {"check", "find", "link", "try", kDied, kNoPanels + std::string("busy"), "check",
-              "find", "link"}},
-            {"",
-             "register 1 7 #0",
-             3,
-             {"check", "find", "link", "try", "panels", kTrying + one, kDied, kDone + one, "0",
-              "check", "find", "link"}},
-            {"",
-             "register 0 7 #1",
-             3,
-             {"check", "find", "link", "try", "panels", "1", kTrying + zero, kDied, kDone + zero,
-              "check", "find", "link"}}};
+            {"panels", "", 1, "link try busy check"},
+            {"no panels", "", 1, "link try none check"},
+            {"register 1 7 #0", "", 3, "link try panels 1? 1- 0? 0+ check"},
+            {"register 0 7 #1", "", 3, "link try panels 1? 1+ 0? 0- check"},
+            {"", "asBinder", 0, "died link try check find link"},
+            {"", "panels", 3, "link try died panels 1? 1+ 0? 0+ check find link"},
+            {"panels", "panels", 1, "link try died busy check find link"},
+            {"", "register 1 7 #0", 3, "link try panels 1? died 1+ 0? 0+ check find link"},
+            {"", "register 0 7 #1", 3, "link try panels 1? 1+ 0? died 0+ check find link"}};
     for (const FailureRow& row : rows) {
         SCOPED_TRACE(row.failing + "/" + row.dying);
         Publish([this, &row](const std::string& line, int pass) {
@@ -160,7 +144,7 @@ TEST_F(SkeldaConnection, TriesAgainAfterEveryFailureAndLooksAgainAfterEveryDeath
         const Strings first(kPass.begin(), kPass.begin() + static_cast<int>(row.calls));
         EXPECT_EQ(StopAfter(1 + first.size() + kPass.size()),
                   Strings{"hub: register 2"} + first + kPass + kEnd);
-        EXPECT_EQ(Lines(log), Expand(row.log + Strings{"try", "panels", "1", "0"}));
+        EXPECT_EQ(Lines(log), Expand("check find " + row.log + " try panels 1? 1+ 0? 0+"));
     }
 }
 
@@ -227,9 +211,9 @@ TEST_F(SkeldaConnection, ListensWithoutTheHubAndWithoutClients) {
 TEST_F(SkeldaConnection, AsksAgainForAServiceThatIsNotDeclaredOrOfAnotherInterface) {
     Publish();
     // From its start to its second warning.
-    const auto expect_twice = [this](const Strings& steps) {
+    const auto expect_twice = [this](const std::string& steps) {
         Start(10ms);
-        const Strings expected = Expand(steps + steps);
+        const Strings expected = Expand(steps + " " + steps);
         EXPECT_TRUE(Eventually([&] { return Lines(log).size() >= expected.size(); }));
         producer->OnStop();
         Strings lines = Lines(log);
@@ -237,14 +221,10 @@ TEST_F(SkeldaConnection, AsksAgainForAServiceThatIsNotDeclaredOrOfAnotherInterfa
         EXPECT_EQ(lines, expected);
         EXPECT_THAT(record->lines(), ElementsAre("hub: register 2", "hub: unregister"));
     };
-    HubHost::WithManifest("velmora_hub.xml", [&] {
-        expect_twice({"check", "W print skelda: service NOT declared in manifest"});
-    });
+    HubHost::WithManifest("velmora_hub.xml", [&] { expect_twice("check undeclared"); });
     const auto other = ::ndk::SharedRefBase::make<TestToken>();
     PublishAsTouchService(other->asBinder());
-    expect_twice({"check", "D print skelda: service declared, waiting for service...",
-                  "D print skelda: service retrieved: (nil)",
-                  "W print skelda: Skelda service not found."});
+    expect_twice("check miss");
 }
 
 }  // namespace
