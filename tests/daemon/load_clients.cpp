@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
@@ -121,8 +120,7 @@ class Pusher {
     const size_t signal_;
     const int32_t id_ = kFirstSignal + static_cast<int32_t>(signal_);
     const std::shared_ptr<hub::IVelmoraHubProducerManager> manager_ = WaitForProducerManager();
-    const std::shared_ptr<RecordingProducer> producer_ =
-            ndk::SharedRefBase::make<RecordingProducer>(std::make_shared<Record>());
+    const std::shared_ptr<RecordingProducer> producer_ = MakeProducer();
     std::shared_ptr<hub::IToken> token_;
 };
 
@@ -164,22 +162,13 @@ HOST_HELPER(LoadProducer) {
 
 }  // namespace
 
-void Histogram::Add(int64_t microseconds) {
-    const double octaves = std::log2(static_cast<double>(std::max<int64_t>(1, microseconds)));
-    const auto place = static_cast<size_t>(octaves * kPerOctave);
-    ++counts_[std::min(place, std::size(counts_) - 1)];
-}
-
-double Histogram::Take(double rank) {
-    std::vector<uint32_t> counts;
-    uint64_t sum = 0;
-    for (auto& count : counts_)
-        sum += counts.emplace_back(count.exchange(0));
-    uint64_t below = 0;
-    size_t place = 0;
-    while (place < counts.size() && static_cast<double>(below) < rank * static_cast<double>(sum))
-        below += counts[place++];
-    return place == 0 ? 0 : std::exp2(static_cast<double>(place) / kPerOctave);
+double Samples::Take(double rank) {
+    std::vector<uint32_t> times(times_, times_ + std::min(count_.exchange(0), std::size(times_)));
+    if (times.empty()) return 0;
+    const auto place = rank * static_cast<double>(times.size() - 1);
+    const auto found = times.begin() + static_cast<ptrdiff_t>(place);
+    std::nth_element(times.begin(), found, times.end());
+    return *found;
 }
 
 int64_t Board::Behind(size_t signal) const {

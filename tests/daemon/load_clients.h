@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string>
 
 namespace velmora_test {
@@ -23,16 +24,18 @@ constexpr int32_t kFirstSignal = 1'000;  // of the producer with index 0
 constexpr int64_t kWindow = 20;
 constexpr std::chrono::milliseconds kPeriod{5};  // of one producer that keeps its pace
 
-// Times in microseconds, in classes that are 4.4 % wide. Any thread of any process.
-class Histogram {
+// Times in microseconds, of a window four times over. Any thread of any process.
+class Samples {
   public:
-    void Add(int64_t microseconds);
+    void Add(int64_t microseconds) {
+        times_[count_++ % std::size(times_)] = static_cast<uint32_t>(microseconds);
+    }
     // The time that `rank` of the samples do not exceed, and none of them is left. 0 without any.
     double Take(double rank);
 
   private:
-    static constexpr size_t kPerOctave = 16;
-    std::atomic<uint32_t> counts_[24 * kPerOctave];
+    std::atomic<uint32_t> times_[1 << 18];
+    std::atomic<size_t> count_;
 };
 
 // Zero at first. Any thread of any process.
@@ -42,7 +45,7 @@ struct Board {
     static constexpr int64_t kNobody = INT64_MAX;
     std::atomic<int64_t> received[kConsumers][kProducers];
     std::atomic<pid_t> ready[kConsumers + kProducers];
-    Histogram latency;  // of the steady consumers
+    Samples latency;  // of the steady consumers
     std::atomic<int64_t> deliveries, refused, held_back, faults;
 
     int64_t Behind(size_t signal) const;

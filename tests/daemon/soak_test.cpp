@@ -119,9 +119,10 @@ class Soak : public ::testing::Test {
                                              .capture_log = false});
     }
     bool IsReady(size_t slot) const { return board_->ready[slot] == clients_[slot]->pid(); }
-    bool AwaitAll() const {
+    // The first so many.
+    bool AwaitAll(size_t count = kClients) const {
         return Eventually([&] {
-            for (size_t i = 0; i < kClients; ++i)
+            for (size_t i = 0; i < count; ++i)
                 if (!IsReady(i)) return false;
             return true;
         });
@@ -156,8 +157,7 @@ class FaultsUnderLoad : public Soak {
         Print("before", before_);
         for (size_t slot = 0; slot < kConsumers; ++slot)
             Replace(slot);
-        for (size_t slot = 0; slot < kConsumers; ++slot)
-            EXPECT_TRUE(Eventually([&] { return IsReady(slot); }));
+        EXPECT_TRUE(AwaitAll(kConsumers));
         for (size_t slot = kConsumers; slot < kClients; ++slot)
             Replace(slot);
         EXPECT_TRUE(AwaitAll());
@@ -307,11 +307,7 @@ class TenMillionEvents : public Soak {
 TEST_F(TenMillionEvents, LeaveTheDaemonAsSmallAsOneMillionDid) {
     for (size_t slot = 0; slot < kConsumers; ++slot)
         StartConsumer(slot, {slot % kProducers}, true);
-    EXPECT_TRUE(Eventually([&] {
-        return std::all_of(&clients_[0], &clients_[kConsumers], [&](const auto& client) {
-            return IsReady(static_cast<size_t>(&client - &clients_[0]));
-        });
-    }));
+    EXPECT_TRUE(AwaitAll(kConsumers));
     for (size_t signal = 0; signal < kProducers; ++signal)
         StartProducer(signal);
     EXPECT_TRUE(AwaitAll());
