@@ -1,6 +1,5 @@
 #include "daemon_processes.h"
 
-#include <aidl/vendor/quorin/velmora_hub/BnVelmoraHubConsumer.h>
 #include <aidl/vendor/quorin/velmora_hub/signals/UserEngagementPayload.h>
 #include <android/binder_process.h>
 #include <unistd.h>

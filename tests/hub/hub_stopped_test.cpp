@@ -1,7 +1,7 @@
 // Labels: memory processes
 // A consumer whose process stands still, and everybody else.
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
