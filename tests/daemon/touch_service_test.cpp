@@ -80,6 +80,8 @@ TEST(TouchService, IsAskedAgainEveryFiveSecondsUntilAPassSucceeds) {
     ASSERT_TRUE(WaitForListeners(*touchsim));
     // Three waits, less what the observation may come late.
     EXPECT_GT(steady_clock::now() - death, seconds(14));
+    // What was logged before is there too.
+    EXPECT_TRUE(daemon->log().WaitForLine("Successfully registered listener for Panel ID: 1"));
     EXPECT_EQ(daemon->log().Count("Failed to get panel info: no panel info today"), 1);
     EXPECT_EQ(daemon->log().Count("listener for Panel ID: 1, error: no listener today"), 1);
     EXPECT_EQ(daemon->log().Count("skelda: attempting registration..."), 4);
