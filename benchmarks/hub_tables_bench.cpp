@@ -6,7 +6,9 @@
 // subscriptions, and a visitor that holds none. They measure on command, so the sizes take turns.
 //     subscribe, unsubscribe  calls of the visitor in its own process, an eleventh consumer: what a
 //                             client pays, and so what has the limit, like push
-//     push                    the same for updateSignal, by the client that holds the tokens
+//     few_subscribe           the same with the same ten signals in both sizes: what the number
+//                             costs, without the cold memory of signals that are seldom used
+//     push, few_push          the same for updateSignal, by the client that holds the tokens
 //     deliver                 from there to the tenth consumer in that client, whose 100,000
 //                             objects are not the hub's but cost their misses too
 //     hub_...                 inside the hub, by the processor time of the one thread that does
@@ -34,6 +36,7 @@ using Token = std::shared_ptr<hub::IToken>;
 
 constexpr int kPerSignal = 10;
 constexpr int kFew = 100;
+constexpr std::string_view kOnFew = "few_";
 constexpr int kBatch = 200;
 constexpr int kLot = 10;
 constexpr double kLimit = 1.2;
@@ -206,10 +209,13 @@ class TableClient {
     }
 
     // Nanoseconds of the operation alone, the median of `kBatch`.
-    double Measure(const std::string& operation) {
+    double Measure(std::string operation) {
+        const bool few = operation.find(kOnFew) == 0;
+        if (few) operation.erase(0, kOnFew.size());
+        const int drawn = few ? kFew / kPerSignal : signals_;
         std::vector<double> samples;
         for (int i = 0; i < kBatch; ++i) {
-            const int signal = static_cast<int>(random_() % static_cast<unsigned>(signals_));
+            const int signal = static_cast<int>(random_() % static_cast<unsigned>(drawn));
             const bool pushes = operation == "push" || operation == "deliver";
             samples.push_back(pushes ? Push(signal, operation) : Visit(signal, operation));
         }
@@ -287,9 +293,9 @@ class Site {
     }
 
     double Measure(const std::string& operation) {
-        Helper& process = operation.find("hub_") == 0                     ? hub_
-                          : operation == "push" || operation == "deliver" ? holder_
-                                                                          : visitor_;
+        const bool pushes =
+                operation == "push" || operation == "few_push" || operation == "deliver";
+        Helper& process = operation.find("hub_") == 0 ? hub_ : pushes ? holder_ : visitor_;
         const std::string answer = process.Command(operation);
         Require(!answer.empty(), "client");
         return std::stod(answer);
@@ -319,8 +325,9 @@ int main(int argc, char** argv) {
         site->WaitUntilReady();
 
     std::vector<bench::Comparison> comparisons;
-    for (const std::string operation : {"subscribe", "unsubscribe", "push", "deliver",
-                                        "hub_subscribe", "hub_unsubscribe", "hub_push"}) {
+    for (const std::string operation :
+         {"subscribe", "unsubscribe", "push", "few_subscribe", "few_push", "deliver",
+          "hub_subscribe", "hub_unsubscribe", "hub_push"}) {
         const auto name = [&](int size) { return operation + "_at_" + std::to_string(size); };
         for (const auto& [size, site] : sites) {
             const auto round = [site = site.get(), operation](benchmark::State& state) {
