@@ -292,11 +292,12 @@ inline bool IsShort(int argc, char** argv) {
     return argc > 1 && std::string(argv[1]) == "--short";
 }
 
-// Runs what was registered, in rounds in random order, and prints the ratios. --short: one round.
-inline void RunAndCompare(int argc, char** argv, const std::vector<Comparison>& comparisons) {
+// Runs what was registered, in rounds in random order, and prints the ratios. --short: two rounds.
+inline void RunAndCompare(int argc, char** argv, const std::vector<Comparison>& comparisons,
+                          int rounds = 25) {
     const bool is_short = IsShort(argc, argv);
     std::vector<std::string> given = {
-            argv[0], is_short ? "--benchmark_repetitions=2" : "--benchmark_repetitions=25",
+            argv[0], "--benchmark_repetitions=" + std::to_string(is_short ? 2 : rounds),
             is_short ? "--benchmark_min_time=0.001" : "--benchmark_min_time=0.1",
             "--benchmark_enable_random_interleaving=true",
             "--benchmark_display_aggregates_only=true"};
