@@ -39,7 +39,7 @@ constexpr int kFew = 100;
 constexpr std::string_view kOnFew = "few_";
 constexpr int kBatch = 200;
 constexpr int kLot = 10;
-// A round lasts milliseconds, and the machine may be in another's way for longer than a few.
+// A round lasts milliseconds, and what else the machine runs can disturb a dozen in a row.
 constexpr int kRounds = 101;
 constexpr double kLimit = 1.2;
 constexpr std::chrono::minutes kFillLimit{2};
