@@ -2,11 +2,13 @@
 // std::unordered_map follows three pointers, each to memory that the processor's caches have lost
 // once there are many entries.
 //
-// K is a plain pointer or an integer. V is a pointer, plain or owning; a null one is no entry.
-// Pointers to values are good until the next change. Takes no lock: the owner's guards it.
+// K is a plain pointer or an integer; zero is no key. V is movable, its default what a key without
+// an entry has. Pointers to values are good until the next change. Takes no lock: the owner's
+// guards it.
 
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -18,18 +20,18 @@ namespace aidl::vendor::quorin::velmora_hub {
 template <typename K, typename V>
 class FlatTable {
   public:
-    // The key's value; a null pointer if it has none.
+    // The key's value; null if it has none.
     V* Find(K key) {
         Slot& slot = slots_[Seek(key)];
-        return slot.value == nullptr ? nullptr : &slot.value;
+        return slot.IsFree() ? nullptr : &slot.value;
     }
     const V* Find(K key) const { return const_cast<FlatTable*>(this)->Find(key); }
 
-    // Gives the key a value (not null); returns the former one, null if there was none.
+    // Gives the key a value; returns the former one, the default if there was none.
     V Put(K key, V value) {
         if (2 * (size_ + 1) > slots_.size()) Resize(2 * slots_.size());
         Slot& slot = slots_[Seek(key)];
-        if (slot.value == nullptr) ++size_;
+        if (slot.IsFree()) ++size_;
         slot.key = key;
         return std::exchange(slot.value, std::move(value));
     }
@@ -41,14 +43,14 @@ class FlatTable {
     template <typename F>
     void ForEach(const F& visit) const {
         for (const Slot& slot : slots_)
-            if (slot.value != nullptr) visit(slot.key, slot.value);
+            if (!slot.IsFree()) visit(slot.key, slot.value);
     }
 
-    // Takes the key out. Its value, null if it had none.
+    // Takes the key out. Its value, the default if it had none.
     V Take(K key) {
         const size_t place = Seek(key);
-        V taken = std::exchange(slots_[place].value, nullptr);
-        if (taken == nullptr) return taken;
+        if (slots_[place].IsFree()) return {};
+        V taken = std::exchange(slots_[place], {}).value;
         --size_;
         Close(place);
         if (slots_.size() > kLeast && 8 * size_ < slots_.size()) Resize(slots_.size() / 2);
@@ -56,9 +58,12 @@ class FlatTable {
     }
 
   private:
-    struct Slot {
+    // None lies across two lines of the caches.
+    struct alignas(std::bit_ceil(sizeof(K) + sizeof(V))) Slot {
         K key = {};
         V value = {};
+
+        bool IsFree() const { return key == K{}; }
     };
     static constexpr size_t kLeast = 16;
 
@@ -73,7 +78,7 @@ class FlatTable {
     // Where the key is, or the free slot where it belongs: half of the slots at least are free.
     size_t Seek(K key) const {
         size_t place = Home(key);
-        while (slots_[place].value != nullptr && slots_[place].key != key)
+        while (!slots_[place].IsFree() && slots_[place].key != key)
             place = Next(place);
         return place;
     }
@@ -81,11 +86,10 @@ class FlatTable {
     // Moves entries up that the search would not find any more behind the slot that became free.
     void Close(size_t free) {
         const size_t mask = slots_.size() - 1;
-        for (size_t at = Next(free); slots_[at].value != nullptr; at = Next(at)) {
+        for (size_t at = Next(free); !slots_[at].IsFree(); at = Next(at)) {
             const size_t home = Home(slots_[at].key);
             if (((at - home) & mask) < ((at - free) & mask)) continue;
-            slots_[free].key = slots_[at].key;
-            slots_[free].value = std::exchange(slots_[at].value, nullptr);
+            slots_[free] = std::exchange(slots_[at], {});
             free = at;
         }
     }
@@ -94,11 +98,7 @@ class FlatTable {
         std::vector<Slot> former(count);
         former.swap(slots_);
         for (Slot& slot : former)
-            if (slot.value != nullptr) {
-                Slot& place = slots_[Seek(slot.key)];
-                place.key = slot.key;
-                place.value = std::move(slot.value);
-            }
+            if (!slot.IsFree()) slots_[Seek(slot.key)] = std::move(slot);
     }
 
     // A power of two of them.

@@ -49,34 +49,41 @@ struct VelmoraHubConsumerManager::Subscription {
 };
 
 VelmoraHubConsumerManager::VelmoraHubConsumerManager(std::shared_ptr<WorkerThread> worker)
-        : worker_(std::move(worker)) {}
-
-std::shared_ptr<VelmoraHubConsumerManager::Signal>& VelmoraHubConsumerManager::EntryOf(
-        int signalId) {
-    std::shared_ptr<Signal>* entry = subscriptions_.Find(static_cast<uint32_t>(signalId));
-    if (entry != nullptr) return *entry;
-    subscriptions_.Put(static_cast<uint32_t>(signalId), std::make_shared<Signal>());
-    return *subscriptions_.Find(static_cast<uint32_t>(signalId));
+        : worker_(std::move(worker)) {
+    // The worker makes one dispatch at a time: an event allocates nothing here.
+    dispatching_.reserve(1);
 }
 
-VelmoraHubConsumerManager::Signal& VelmoraHubConsumerManager::Writable(
-        std::shared_ptr<Signal>& entry) {
-    if (entry.use_count() > 1)
-        entry = std::make_shared<Signal>(Signal{entry->consumers, std::move(entry->subscriptions)});
-    return *entry;
+VelmoraHubConsumerManager::Entries& VelmoraHubConsumerManager::EntriesOf(int signalId) {
+    Entries* const known = subscriptions_.Find(KeyOf(signalId));
+    if (known != nullptr) return *known;
+    subscriptions_.Put(KeyOf(signalId), {});
+    return *subscriptions_.Find(KeyOf(signalId));
 }
 
-bool VelmoraHubConsumerManager::Remove(uint32_t token_id, std::shared_ptr<Signal>& entry,
+void VelmoraHubConsumerManager::LeaveToDispatches(Entries& entries) {
+    std::shared_ptr<Entries> left;
+    for (Dispatching* one : dispatching_) {
+        if (one->entries.data() != entries.data()) continue;
+        if (left == nullptr) {
+            left = std::make_shared<Entries>(std::move(entries));
+            entries.clear();
+            for (Entry& entry : *left)
+                entries.push_back({entry.consumer, entry.token_id, std::move(entry.subscription)});
+        }
+        one->left = left;
+    }
+}
+
+bool VelmoraHubConsumerManager::Remove(uint32_t token_id, Entries& entries,
                                        std::shared_ptr<IVelmoraHubConsumer>* released) {
-    const auto& all = entry->subscriptions;
-    const auto found = std::find_if(all.begin(), all.end(),
-                                    [=](const auto& one) { return one.first == token_id; });
-    if (found == all.end()) return false;
-    const auto place = found - all.begin();
-    Signal& signal = Writable(entry);
-    *released = std::move(signal.subscriptions[static_cast<size_t>(place)].second->consumer);
-    signal.consumers.erase(signal.consumers.begin() + place);
-    signal.subscriptions.erase(signal.subscriptions.begin() + place);
+    const auto found = std::find_if(entries.begin(), entries.end(),
+                                    [=](const Entry& one) { return one.token_id == token_id; });
+    if (found == entries.end()) return false;
+    const auto place = found - entries.begin();
+    LeaveToDispatches(entries);
+    *released = std::move(entries[static_cast<size_t>(place)].subscription->consumer);
+    entries.erase(entries.begin() + place);
     return true;
 }
 
@@ -93,24 +100,23 @@ ScopedAStatus VelmoraHubConsumerManager::subscribe(
         return Refuse("Invalid token state.");
     }
     std::lock_guard lock(mutex_);
-    std::shared_ptr<Signal>& entry = EntryOf(signalId);
+    Entries& entries = EntriesOf(signalId);
     // One that nobody but the caller holds is in no table, so that the list of a signal of which
     // nothing has been heard for long need not be read: every consumer of another process is new.
-    const auto& others = entry->consumers;
     if (consumer.use_count() > 1 &&
-        std::find(others.begin(), others.end(), consumer) != others.end())
+        std::any_of(entries.begin(), entries.end(),
+                    [&](const Entry& other) { return other.consumer == consumer; }))
         return Refuse("Already subscribed");
 
-    const bool is_first = entry->subscriptions.empty();
+    const bool is_first = entries.empty();
     const auto token =
             ::ndk::SharedRefBase::make<ConsumerToken>(signalId, next_token_id_.fetch_add(1));
     // A death that comes at once waits for the mutex and finds the subscription.
     AIBinder_DeathRecipient* recipient =
             BinderDeathManager::TrackDeath(consumer->asBinder().get(), token, this);
-    Signal& signal = Writable(entry);
-    signal.consumers.push_back(consumer);
-    signal.subscriptions.emplace_back(token->token_id,
-                                      std::make_shared<Subscription>(token, consumer, recipient));
+    LeaveToDispatches(entries);
+    entries.push_back({consumer, static_cast<uint32_t>(token->token_id),
+                       std::make_shared<Subscription>(token, consumer, recipient)});
     __android_log_print(ANDROID_LOG_INFO, kLogTag, "New subscriber (%d::%d)", token->signal_id,
                         token->token_id);
     *out = token;
@@ -135,17 +141,17 @@ ScopedAStatus VelmoraHubConsumerManager::InternalUnsubscribe(
     // Outlives the lock: the consumer's destructor is free to call the hub.
     std::shared_ptr<IVelmoraHubConsumer> released;
     std::lock_guard lock(mutex_);
-    std::shared_ptr<Signal>* const entry = subscriptions_.Find(static_cast<uint32_t>(signal_id));
-    if (entry == nullptr) {
+    Entries* const entries = subscriptions_.Find(KeyOf(signal_id));
+    if (entries == nullptr) {
         __android_log_print(ANDROID_LOG_DEBUG, kLogTag,
                             "Registration does not exist. No signal found.");
         return ScopedAStatus::ok();
     }
-    if (!Remove(static_cast<uint32_t>(token->token_id), *entry, &released)) {
+    if (!Remove(static_cast<uint32_t>(token->token_id), *entries, &released)) {
         __android_log_print(ANDROID_LOG_WARN, kLogTag, "Registration did not exist.");
         return ScopedAStatus::ok();
     }
-    if ((*entry)->subscriptions.empty())
+    if (entries->empty())
         Schedule([this, signal_id] {
             if (listener_ != nullptr) listener_->OnConsumerSubscriptionChanged(signal_id, false);
         });
@@ -190,26 +196,32 @@ void VelmoraHubConsumerManager::DispatchSignalUpdate(int signalId, VelmoraEvent 
 
 template <typename F>
 void VelmoraHubConsumerManager::Dispatch(int signalId, const F& notify) {
-    std::shared_ptr<const Signal> signal = TakeTable(signalId);
-    for (const auto& consumer : signal->consumers) {
-        if (consumer == nullptr)
+    // What it is left goes with it, without the mutex: a consumer's destructor is free to call the
+    // hub.
+    Dispatching dispatching;
+    Begin(signalId, &dispatching);
+    for (const Entry& entry : std::span<const Entry>(dispatching.entries)) {
+        if (entry.consumer == nullptr)
             __android_log_print(ANDROID_LOG_WARN, kLogTag,
                                 "Invalid consumer attached to subscription. Will not notify.");
         else
-            notify(*consumer);
+            notify(*entry.consumer);
     }
-    GiveBack(std::move(signal));
+    End(&dispatching);
 }
 
-std::shared_ptr<const VelmoraHubConsumerManager::Signal> VelmoraHubConsumerManager::TakeTable(
-        int signalId) {
+void VelmoraHubConsumerManager::Begin(int signalId, Dispatching* dispatching) {
     std::lock_guard lock(mutex_);
-    return EntryOf(signalId);
+    const Entries& entries = EntriesOf(signalId);
+    if (entries.empty()) return;
+    dispatching->entries = entries;
+    dispatching_.push_back(dispatching);
 }
 
-void VelmoraHubConsumerManager::GiveBack(std::shared_ptr<const Signal> signal) {
+void VelmoraHubConsumerManager::End(Dispatching* dispatching) {
     std::lock_guard lock(mutex_);
-    if (signal.use_count() > 1) signal.reset();
+    const auto found = std::find(dispatching_.begin(), dispatching_.end(), dispatching);
+    if (found != dispatching_.end()) dispatching_.erase(found);
 }
 
 binder_status_t VelmoraHubConsumerManager::dump(int fd, const char** /*args*/,
@@ -218,10 +230,10 @@ binder_status_t VelmoraHubConsumerManager::dump(int fd, const char** /*args*/,
     dprintf(fd, "VelmoraHubConsumerManager State:\n");
     std::lock_guard lock(mutex_);
     if (subscriptions_.IsEmpty()) dprintf(fd, "  No active subscriptions.\n");
-    subscriptions_.ForEach([=](uint32_t signal_id, const std::shared_ptr<Signal>& signal) {
-        dprintf(fd, "  Signal ID: %d\n", static_cast<int32_t>(signal_id));
-        for (const auto& [token_id, subscription] : signal->subscriptions)
-            dprintf(fd, "    Consumer Token ID: %d\n", static_cast<int32_t>(token_id));
+    subscriptions_.ForEach([=](uint64_t key, const Entries& entries) {
+        dprintf(fd, "  Signal ID: %d\n", static_cast<int32_t>(key));
+        for (const Entry& entry : entries)
+            dprintf(fd, "    Consumer Token ID: %d\n", static_cast<int32_t>(entry.token_id));
     });
     return STATUS_OK;
 }

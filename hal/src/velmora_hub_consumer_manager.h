@@ -27,7 +27,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <utility>
+#include <span>
 #include <vector>
 
 #include "consumer_manager_listener.h"
@@ -80,24 +80,38 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
 
   private:
     struct Subscription;
-    // One signal's table, in the order of the subscriptions. What a call needs lies side by side:
-    // where there are many signals, each place in memory that a call has to look for costs as much
-    // as a tenth of the call. A dispatch calls from `consumers` without the mutex and without a
-    // copy: in a table that a dispatch holds they never change.
-    struct Signal {
-        std::vector<std::shared_ptr<IVelmoraHubConsumer>> consumers;
-        // Theirs, at the same places, by token id. The only owner.
-        std::vector<std::pair<uint32_t, std::shared_ptr<Subscription>>> subscriptions;
+    struct Entry {
+        std::shared_ptr<IVelmoraHubConsumer> consumer;
+        uint32_t token_id;
+        // The only owner.
+        std::shared_ptr<Subscription> subscription;
+    };
+    // One signal's table, in the order of the subscriptions. Where there are many signals, each
+    // place in memory that a call has to look for costs as much as a twentieth of the call: a
+    // subscribe needs two, the signal's slot and the end of its list.
+    using Entries = std::vector<Entry>;
+
+    // A dispatch under way. It calls from the signal's own list, without the mutex and without a
+    // copy; whoever changes the list meanwhile leaves it to the dispatch and goes on with another.
+    struct Dispatching {
+        std::span<const Entry> entries;
+        // The list that it calls from, once it is the signal's no more.
+        std::shared_ptr<const Entries> left;
     };
 
-    // The signal's entry, made if there is none.
-    std::shared_ptr<Signal>& EntryOf(int signalId) REQUIRES(mutex_);
-    // The entry's table, or one with the same content in its place if a dispatch holds it.
-    static Signal& Writable(std::shared_ptr<Signal>& entry);
+    // A signal's key in the table: never zero.
+    static uint64_t KeyOf(int signalId) {
+        return uint64_t{1} << 32 | static_cast<uint32_t>(signalId);
+    }
+    // The signal's list, made if there is none.
+    Entries& EntriesOf(int signalId) REQUIRES(mutex_);
+    // Before any change: the list becomes a copy of itself if a dispatch calls from it, which keeps
+    // the consumers and not the subscriptions.
+    void LeaveToDispatches(Entries& entries) REQUIRES(mutex_);
     // Destroys the subscription but for its consumer, which goes to `*released`. False if there is
     // none.
-    static bool Remove(uint32_t token_id, std::shared_ptr<Signal>& entry,
-                       std::shared_ptr<IVelmoraHubConsumer>* released);
+    bool Remove(uint32_t token_id, Entries& entries, std::shared_ptr<IVelmoraHubConsumer>* released)
+            REQUIRES(mutex_);
 
     ::ndk::ScopedAStatus InternalUnsubscribe(const std::shared_ptr<ConsumerToken>& token)
             EXCLUDES(mutex_);
@@ -106,18 +120,17 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
     template <typename F>
     void Dispatch(int signalId, const F& notify) EXCLUDES(mutex_);
 
-    // The signal's table as it is now.
-    std::shared_ptr<const Signal> TakeTable(int signalId) EXCLUDES(mutex_);
-    // The end of a dispatch. If nobody else holds the table any more, it goes, and what it was the
-    // last to hold with it, after the mutex has been unlocked.
-    void GiveBack(std::shared_ptr<const Signal> signal) EXCLUDES(mutex_);
+    // Between them the signal's list stays as it is for the dispatch.
+    void Begin(int signalId, Dispatching* dispatching) EXCLUDES(mutex_);
+    void End(Dispatching* dispatching) EXCLUDES(mutex_);
 
     // Hands the function to the worker; a full queue loses it.
     template <typename F>
     void Schedule(F&& task);
 
-    // By signal id. A signal's entry, once made, stays.
-    FlatTable<uint32_t, std::shared_ptr<Signal>> subscriptions_ GUARDED_BY(mutex_);
+    // A signal's list, once made, stays.
+    FlatTable<uint64_t, Entries> subscriptions_ GUARDED_BY(mutex_);
+    std::vector<Dispatching*> dispatching_ GUARDED_BY(mutex_);
     std::mutex mutex_;
     std::atomic<int32_t> next_token_id_{1};
     // Set before there are tasks; only they read it.

@@ -20,7 +20,7 @@ TEST(FlatTable, HoldsWhatAMapHolds) {
     FlatTable<uint32_t, std::unique_ptr<int>> table;
     std::map<uint32_t, int> map;
     for (int step = 0; step < 40'000; ++step) {
-        const uint32_t key = random() % 400 * (step % 2 == 0 ? 1U : 0x1000'0000U);
+        const uint32_t key = (1 + random() % 400) * (step % 2 == 0 ? 1U : 0x10'0000U);
         const bool grows = step / 10'000 % 2 == 0;
         const int former = map.count(key) != 0 ? map[key] : -1;
         std::unique_ptr<int> given;
@@ -33,7 +33,7 @@ TEST(FlatTable, HoldsWhatAMapHolds) {
         }
         ASSERT_EQ(given == nullptr ? -1 : *given, former);
         if (step % 100 != 0) continue;
-        for (uint32_t other = 0; other < 400; ++other) {
+        for (uint32_t other = 0; other <= 400; ++other) {
             const auto* const found = table.Find(other);
             ASSERT_EQ(found != nullptr, map.count(other) != 0) << other;
             if (found != nullptr) {
