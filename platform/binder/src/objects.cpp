@@ -12,8 +12,10 @@ namespace host {
 namespace {
 
 std::string_view DescriptorOf(const AIBinder* binder) {
-    if (binder->is_remote()) return static_cast<const ProxyBinder*>(binder)->descriptor;
-    std::string_view descriptor = binder->clazz.load()->descriptor;
+    // A stand-in with a class has its descriptor, which the caches have.
+    const AIBinder_Class* const clazz = binder->clazz.load();
+    if (clazz == nullptr) return static_cast<const ProxyBinder*>(binder)->descriptor;
+    const std::string_view descriptor = clazz->descriptor;
     // A longer one cannot come from a declaration; its hint is left out and the call itself finds
     // out.
     return descriptor.size() <= kMaxDescriptorBytes ? descriptor : std::string_view();

@@ -39,7 +39,8 @@ class ExportTable {
     size_t size() EXCLUDES(mutex_);
 
   private:
-    struct Entry {
+    // None lies across two lines of the caches.
+    struct alignas(32) Entry {
         RefId id;
         BinderRef binder;  // null: the place is free
         size_t hand_overs = 0;
