@@ -58,12 +58,13 @@ class FlatTable {
     }
 
   private:
-    // None lies across two lines of the caches.
-    struct alignas(std::bit_ceil(sizeof(K) + sizeof(V))) Slot {
+    struct Entry {
         K key = {};
         V value = {};
-
-        bool IsFree() const { return key == K{}; }
+    };
+    // None lies across two lines of the caches.
+    struct alignas(std::bit_ceil(sizeof(Entry))) Slot : Entry {
+        bool IsFree() const { return this->key == K{}; }
     };
     static constexpr size_t kLeast = 16;
 
