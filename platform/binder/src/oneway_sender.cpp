@@ -12,6 +12,7 @@
 #include "parcel.h"
 #include "peer.h"
 #include "sys.h"
+#include "wake_up_rows.h"
 
 namespace host {
 namespace {
@@ -19,9 +20,11 @@ namespace {
 // Wake-ups of this process in a span of time, of which receivers are told.
 class WakeUpMeter {
   public:
+    using Clock = WakeUpRows::Clock;
+
     // Counts one; answers for the last span that is over.
-    WakeUpLoad Count() {
-        int64_t now = Clock::now().time_since_epoch().count();
+    WakeUpLoad Count(Clock::time_point when) {
+        const int64_t now = when.time_since_epoch().count();
         uint32_t counted = counted_.fetch_add(1, std::memory_order_relaxed) + 1;
         if (now - begin_.load(std::memory_order_relaxed) >= kSpan.count()) {
             begin_.store(now, std::memory_order_relaxed);
@@ -32,7 +35,6 @@ class WakeUpMeter {
     }
 
   private:
-    using Clock = std::chrono::steady_clock;
     static constexpr Clock::duration kSpan = std::chrono::milliseconds(4);
     static constexpr uint32_t kFanOut = 48;
     // So many are a good part of all that a process does.
@@ -93,15 +95,28 @@ binder_status_t OnewaySender::SendLocked(const RefId& target, uint32_t code, con
         report->refused_before = std::exchange(refused_, 0);
         const WakeUp wake = ring_->Publish();
         position_.store(ring_->position(), std::memory_order_release);
-        if (wake != WakeUp::kNone) {
-            const WakeUpLoad load = g_wakeups.Count();
-            report->woke_one = load != WakeUpLoad::kCrowd;
-            ring_->Tell(load, NoteProcessor());
-        }
-        if (wake == WakeUp::kFutex) ring_->WakeAtFutex();
-        if (wake == WakeUp::kByte) SendWakeUp();
+        if (wake != WakeUp::kNone) report->woke_one = GiveWakeUp(wake) != WakeUpLoad::kCrowd;
     }
     return status;
+}
+
+WakeUpLoad OnewaySender::GiveWakeUp(WakeUp wake) {
+    static thread_local WakeUpRows rows;
+    const auto now = WakeUpRows::Clock::now();
+    const WakeUpLoad load = g_wakeups.Count(now);
+    const ProcessorNote here = NoteProcessor();
+    if (wake == WakeUp::kByte) {
+        ring_->Tell(load, here);
+        SendWakeUp();
+    } else if (load != WakeUpLoad::kLight) {
+        ring_->Tell(load, here);
+        ring_->WakeAtFutex();
+    } else {
+        ring_->Tell(load, rows.Begin(now) ? OtherProcessor(here) : here);
+        ring_->WakeAtFutex();
+        rows.End(WakeUpRows::Clock::now());
+    }
+    return load;
 }
 
 binder_status_t OnewaySender::WriteRecord(const RefId& target, uint32_t code, const AParcel& parcel,

@@ -56,6 +56,7 @@ class OnewaySender {
                                Report* report) REQUIRES(mutex_);
     binder_status_t WriteRecord(const RefId& target, uint32_t code, const AParcel& parcel,
                                 Report* report) REQUIRES(mutex_);
+    WakeUpLoad GiveWakeUp(WakeUp wake) REQUIRES(mutex_);
     bool OpenRing() REQUIRES(mutex_);
     void TryConnect() REQUIRES(mutex_);
     void Disconnect() REQUIRES(mutex_);

@@ -27,8 +27,9 @@ ProcessorNote NoteProcessor();
 class WakeUpPlace {
   public:
     // Binds the calling thread until its end: to what the other process told last, if this thread
-    // runs there already or the other has called from there for some time. What was told is a hint:
-    // one that names no processor of this thread binds to nothing.
+    // runs there already or the other has called from there for some time; but not where the thread
+    // stays by itself, which is tried now and then. What was told is a hint: one that names no
+    // processor of this thread binds to nothing.
     class Hold {
       public:
         Hold(WakeUpPlace* place, ProcessorNote told);
@@ -50,8 +51,16 @@ class WakeUpPlace {
     // Whether it is time to go where the other process is.
     bool IsWorthMoving(ProcessorNote told, ProcessorNote here);
 
+    // Whether the scheduler would wake the thread elsewhere.
+    bool NeedsBinding(ProcessorNote told, ProcessorNote here);
+
+    static constexpr uint32_t kFirstTimesToBind = 32;
+
     ProcessorNote last_told_ = 0;
-    uint32_t times_ = 0;  // in a row, while this thread ran elsewhere
+    uint32_t times_ = 0;      // in a row, while this thread ran elsewhere
+    bool left_free_ = false;  // though it is to stay where it was
+    uint32_t times_to_bind_ = kFirstTimesToBind;
+    uint32_t next_times_to_bind_ = kFirstTimesToBind;
 };
 
 // How the call has come that the calling thread is about to serve.
