@@ -20,9 +20,6 @@ namespace {
 
 constexpr size_t kFirstReadBytes = 4096;
 
-// How long a thread that has answered a call stays for the next one.
-constexpr int kBriefWaitMs = 10;
-
 // How long it looks into the mailbox before it waits at the socket.
 constexpr std::chrono::microseconds kLookOut{50};
 
@@ -72,8 +69,11 @@ CallConnection::Result CallConnection::Read(Wait wait, FrameType* type, Bytes* b
     frame_size_ = 0;
     if (in_.empty()) in_.Clear();
     for (;;) {
-        if (in_.empty() && lookout_.IsLooking() && !LookIntoMailbox(wait))
-            return Result::kMalformed;
+        if (in_.empty() && lookout_.IsLooking()) {
+            const bool has_waited = lookout_.IsDozing() && wait == Wait::kBriefly;
+            if (!LookIntoMailbox(wait)) return Result::kMalformed;
+            if (has_waited) wait = Wait::kNot;
+        }
         Bytes there(in_.data(), in_.size());
         if (there.size() >= sizeof(FrameHeader)) {
             auto header = DecodeHeader(there);
@@ -110,7 +110,7 @@ bool CallConnection::Receive(Wait wait, UniqueFd* received, Result* failure) {
     // Not in recvmsg itself: it would also be woken when the peer takes what was sent.
     pollfd readable{fd_.get(), POLLIN, 0};
     if (wait == Wait::kUntilThere) sys::Poll(&readable, -1);
-    const bool in_vain = wait == Wait::kBriefly && sys::Poll(&readable, kBriefWaitMs) == 0;
+    const bool in_vain = wait == Wait::kBriefly && sys::Poll(&readable, kBriefWait / std::chrono::milliseconds(1)) == 0;
     ssize_t got = in_vain ? -1 : sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
     if (!in_vain && got < 0 && errno == EINTR) return true;
     const bool nothing_yet = in_vain || (got < 0 && errno == EAGAIN);
@@ -124,7 +124,9 @@ bool CallConnection::Receive(Wait wait, UniqueFd* received, Result* failure) {
 }
 
 bool CallConnection::LookIntoMailbox(Wait wait) {
-    const auto limit = wait == Wait::kNot ? std::chrono::microseconds(0) : kLookOut;
+    const auto limit = wait == Wait::kNot      ? std::chrono::microseconds(0)
+                       : lookout_.IsDozing() ? kBriefWait
+                                             : kLookOut;
     return lookout_.Await(&in_, limit) != Mailbox::Taken::kBroken;
 }
 
@@ -141,8 +143,9 @@ bool CallConnection::BeginCall(bool nested) {
     if (!nested) lookout_.NoteCall();
     if (!nested && !mailbox_was_offered_ && lookout_.IsMailboxWorthIt() && !OfferMailbox())
         return false;
-    if (!lookout_.CallsAreDense()) return true;
-    if (nested)
+    if (!lookout_.CallsAreDense())
+        lookout_.BeginDozing();
+    else if (nested)
         lookout_.Begin();
     else
         lookout_.BeginAsOfNote();
@@ -163,7 +166,10 @@ bool CallConnection::TakeMailbox() {
 }
 
 void CallConnection::LookForNextCall() {
-    if (!calls_are_lone_) lookout_.Begin();
+    if (calls_are_lone_)
+        lookout_.BeginDozing();
+    else
+        lookout_.Begin();
 }
 
 bool CallConnection::Send(const Parts& parts, bool wait) {
@@ -351,7 +357,7 @@ CallConnection::Result CallConnection::ReadNext(FrameType* type, Bytes* body) {
     Pool::Linger linger;
     if (!linger.granted())
         return lookout_.IsLooking() ? ReadCall(Wait::kNot, type, body) : Result::kIncomplete;
-    const bool looks = lookout_.IsLooking();
+    const bool looks = lookout_.IsLooking() && !lookout_.IsDozing();
     const auto begin = looks ? lookout_.begun() : std::chrono::steady_clock::now();
     const Result result = ReadWhereCallerRuns(type, body);
     bool at_once = looks && lookout_.CameAtOnce();

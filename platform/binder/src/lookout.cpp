@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <thread>
+#include <utility>
 
 #include "processor_hints.h"
 
@@ -50,6 +51,7 @@ Lookout::~Lookout() {
 void Lookout::NoteCall() {
     const Clock::time_point now = Clock::now();
     dense_calls_ = now - begun_ < kDenseGap ? dense_calls_ + 1 : 0;
+    close_calls_ = now - begun_ < kBriefWait ? close_calls_ + 1 : 0;
     begun_ = now;
 }
 
@@ -62,9 +64,15 @@ void Lookout::BeginAsOfNote() {
     if (looking_ || !mailbox_->ok() || begun_ < rests_until_) return;
     looking_ = g_looking.fetch_add(1) < MostLooking();
     if (looking_)
-        mailbox_->Look();
+        mailbox_->Look(Mailbox::Watch::kAwake);
     else
         g_looking.fetch_sub(1);
+}
+
+void Lookout::BeginDozing() {
+    if (looking_ || !mailbox_->ok()) return;
+    looking_ = dozing_ = true;
+    mailbox_->Look(Mailbox::Watch::kDozing);
 }
 
 void Lookout::End() {
@@ -74,7 +82,7 @@ void Lookout::End() {
 
 void Lookout::Stop() {
     looking_ = false;
-    g_looking.fetch_sub(1);
+    if (!std::exchange(dozing_, false)) g_looking.fetch_sub(1);
 }
 
 Mailbox::Taken Lookout::Await(Buffer* frame, microseconds limit) {
@@ -93,6 +101,9 @@ Mailbox::Taken Lookout::Await(Buffer* frame, microseconds limit) {
 
 Mailbox::Taken Lookout::Look(Buffer* frame, microseconds limit) {
     Mailbox::Taken taken = mailbox_->Take(frame);
+    came_at_once_ = false;
+    if (dozing_ && taken == Mailbox::Taken::kNothing) return Doze(frame, limit);
+    if (dozing_) return taken;
     if (taken == Mailbox::Taken::kNothing && limit > kSpin && MaySpin()) taken = Spin(frame);
     came_at_once_ = taken != Mailbox::Taken::kNothing;
     return came_at_once_ ? taken : GiveWay(frame, limit);
@@ -129,6 +140,18 @@ Mailbox::Taken Lookout::GiveWay(Buffer* frame, microseconds limit) {
         spent = gave_way_ - begun_;
     }
     if (spent > kTooLong) rests_until_ = begun_ + kRest * spent;
+    return taken;
+}
+
+Mailbox::Taken Lookout::Doze(Buffer* frame, microseconds limit) {
+    const Clock::time_point end = Clock::now() + limit;
+    Mailbox::Taken taken = Mailbox::Taken::kNothing;
+    Clock::duration left = limit;
+    while (taken == Mailbox::Taken::kNothing && left > Clock::duration::zero()) {
+        mailbox_->Doze(std::chrono::ceil<microseconds>(left));
+        taken = mailbox_->Take(frame);
+        if (taken == Mailbox::Taken::kNothing) left = end - Clock::now();
+    }
     return taken;
 }
 

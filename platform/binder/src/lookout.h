@@ -18,6 +18,10 @@
 
 namespace host {
 
+// How long a thread that has answered a call stays for the next one, and how long one that waits
+// for an answer dozes before it waits at the socket, which tells of a death.
+inline constexpr std::chrono::microseconds kBriefWait{10'000};
+
 class Lookout {
   public:
     using Clock = std::chrono::steady_clock;
@@ -31,7 +35,7 @@ class Lookout {
     // Who calls says so ahead of each call that is not made from within another.
     void NoteCall();
     bool CallsAreDense() const { return dense_calls_ >= kFew; }
-    bool IsMailboxWorthIt() const { return dense_calls_ >= kMany; }
+    bool IsMailboxWorthIt() const { return dense_calls_ >= kMany || close_calls_ >= kVeryMany; }
 
     // Ahead of sending what the awaited frame answers: from now on the other side may put that into
     // the mailbox, and Await or End must follow. Does nothing without a mailbox, while as many
@@ -39,7 +43,10 @@ class Lookout {
     void Begin();
     // The same, straight after NoteCall.
     void BeginAsOfNote();
+    // The same for a frame that may come later: this thread sleeps until it is there.
+    void BeginDozing();
     bool IsLooking() const { return looking_; }
+    bool IsDozing() const { return dozing_; }
     // When the last Begin or NoteCall was.
     Clock::time_point begun() const { return begun_; }
     // Appends the frame as soon as it is there; looks for `limit` at most. No longer looking then,
@@ -56,16 +63,20 @@ class Lookout {
 
     static constexpr uint32_t kFew = 2;
     static constexpr uint32_t kMany = 16;
+    static constexpr uint32_t kVeryMany = 64;
 
     Mailbox::Taken Look(Buffer* frame, std::chrono::microseconds limit);
     bool MaySpin() const;
     Mailbox::Taken Spin(Buffer* frame);
     Mailbox::Taken GiveWay(Buffer* frame, std::chrono::microseconds limit);
+    Mailbox::Taken Doze(Buffer* frame, std::chrono::microseconds limit);
 
     Mailbox* const mailbox_;
     bool looking_ = false;
+    bool dozing_ = false;  // if it looks
     bool came_at_once_ = false;
     uint32_t dense_calls_ = 0;  // in a row
+    uint32_t close_calls_ = 0;  // in a row
     uint32_t vain_spins_ = 0;   // in a row
     Clock::time_point begun_{};
     Clock::time_point gave_way_{};

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "processor_hints.h"
+#include "sys.h"
 
 namespace host {
 namespace {
@@ -36,7 +37,7 @@ void Mailbox::SetSides(bool creator) {
 }
 
 bool Mailbox::OtherLooks() const {
-    return other_->looking.load(std::memory_order_relaxed) != 0;
+    return other_->watch.load(std::memory_order_relaxed) != Watch::kAway;
 }
 
 ProcessorNote Mailbox::OtherRunsOn() const {
@@ -59,17 +60,19 @@ bool Mailbox::Put(size_t size) {
     // Both sides write their own word and then read the other's: sequentially consistent, or a
     // frame is missed.
     mine_->put.store(++frames_put_ << kSizeBits | size, std::memory_order_seq_cst);
-    return other_->looking.load(std::memory_order_seq_cst) != 0;
+    const Watch watch = other_->watch.load(std::memory_order_seq_cst);
+    if (watch == Watch::kDozing) sys::FutexWake(&mine_->put);
+    return watch != Watch::kAway;
 }
 
-void Mailbox::Look() {
-    if (std::exchange(looks_, true)) return;
-    mine_->looking.store(1, std::memory_order_relaxed);
+void Mailbox::Look(Watch how) {
+    if (std::exchange(watch_, how) == how) return;
+    mine_->watch.store(how, std::memory_order_seq_cst);
 }
 
-void Mailbox::LookAway() {
-    if (!std::exchange(looks_, false)) return;
-    mine_->looking.store(0, std::memory_order_seq_cst);
+void Mailbox::Doze(std::chrono::microseconds limit) {
+    // Whoever puts changes the word before it wakes, so nothing is missed.
+    sys::FutexWait(&other_->put, static_cast<uint32_t>(taken_), limit);
 }
 
 Mailbox::Taken Mailbox::Take(Buffer* frame) {

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
@@ -31,6 +32,10 @@ class Mailbox {
     bool Map(int file);
     bool ok() const { return memory_.ok(); }
 
+    // How a side waits for what the other one puts: not here; here and awake; here and asleep, so
+    // that it is to be woken.
+    enum class Watch : uint32_t { kAway, kAwake, kDozing };
+
     // Whether what is put is found without more ado.
     bool OtherLooks() const;
     // Where the other side ran when it put something last; a hint.
@@ -41,18 +46,21 @@ class Mailbox {
     void Prepare() const;
     // Where a frame of up to kMaxFrame bytes is written before Put.
     uint8_t* place() { return mine_->frame; }
-    // False: the other side has looked away meanwhile, and has to be told.
+    // Wakes the other side if it dozes. False: it has looked away meanwhile, and has to be told.
     bool Put(size_t size);
     // Instead of a frame: one is in the socket.
     void PointToSocket() { Put(0); }
 
     // From now on, and until LookAway, what the other side puts is found. Each does nothing if it
     // is so already, and so leaves a word alone that the other side reads each time.
-    void Look();
-    void LookAway();
+    void Look(Watch how);
+    void LookAway() { Look(Watch::kAway); }
     enum class Taken { kNothing, kFrame, kSocket, kBroken };
     // Appends the frame that was put.
     Taken Take(Buffer* frame);
+    // After Look(kDozing): sleeps until there is something to take, for `limit` at most, or less
+    // for no reason.
+    void Doze(std::chrono::microseconds limit);
 
   private:
     // Written by one side only. A short frame comes with the word that tells of it.
@@ -60,7 +68,7 @@ class Mailbox {
         alignas(64) std::atomic<uint64_t> put;  // frames put, ever, and the size of the last
         std::atomic<ProcessorNote> processor;
         alignas(16) uint8_t frame[kMaxFrame];
-        alignas(64) std::atomic<uint32_t> looking;  // it looks for what the other side puts
+        alignas(64) std::atomic<Watch> watch;  // for what the other side puts
     };
     static_assert(sizeof(Side) == 4096);  // a page each
     static constexpr size_t kTotalBytes = 2 * sizeof(Side);
@@ -70,7 +78,7 @@ class Mailbox {
     SharedMemory memory_;
     Side* mine_ = nullptr;
     Side* other_ = nullptr;
-    bool looks_ = false;
+    Watch watch_ = Watch::kAway;
     size_t last_size_ = 0;  // of the frame that was put
     uint64_t frames_put_ = 0;
     uint64_t taken_ = 0;  // the other side's word when it was taken last

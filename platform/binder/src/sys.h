@@ -99,10 +99,11 @@ inline ssize_t GetRandom(void* data, size_t size) {
 
 // On a word that processes share. Both return for no reason, too, and never fail in a way that
 // matters: a word that somebody else changes is looked at again.
-inline void FutexWake(std::atomic<uint32_t>* word) {
+// The futex is the lower half of a word of 64 bits.
+inline void FutexWake(void* word) {
     ::syscall(SYS_futex, word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
 }
-inline void FutexWait(std::atomic<uint32_t>* word, uint32_t value,
+inline void FutexWait(void* word, uint32_t value,
                       std::chrono::microseconds limit) {
     timespec time{limit.count() / 1'000'000, limit.count() % 1'000'000 * 1000};
     ::syscall(SYS_futex, word, FUTEX_WAIT, value, &time, nullptr, 0);
