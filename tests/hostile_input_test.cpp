@@ -249,7 +249,7 @@ TEST_F(Siege, AnswersGoWhereTheirCallerLooks) {
         RawMailbox mailbox(peer.Open(ConnectionKind::kCall));
         mailbox.connection().Send(call);
         EXPECT_TRUE(mailbox.ReceivesAnAnswer()) << "nobody looks";
-        mailbox.box().Look();
+        mailbox.box().Look(Mailbox::Watch::kAwake);
         mailbox.connection().Send(call);
         EXPECT_TRUE(mailbox.TakesAnAnswer());
         mailbox.Put(call);

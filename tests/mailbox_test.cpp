@@ -1,6 +1,7 @@
 // Labels: memory threads processes
-// Calls that follow one another at once, through the mailbox of their connection and past it: each
-// gets its own answer, whatever its size and whatever happens to the process called.
+// Calls through the mailbox of their connection and past it, one by one and such that follow one
+// another at once: each gets its own answer, whatever its size and whatever happens to the process
+// called.
 
 #include <android/binder_manager.h>
 #include <sched.h>
@@ -17,9 +18,23 @@ namespace {
 
 constexpr int kEcho = FIRST_CALL_TRANSACTION;  // the same letter
 constexpr int kEchoBack = kEcho + 1;  // the same, after a call to the object that came along
+constexpr int kEchoLate = kEcho + 2;  // the same, after so many nanoseconds
+
+using std::chrono::microseconds;
+using std::chrono::nanoseconds;
+
+constexpr microseconds kLoneGap{300};
+
+// Does not oversleep.
+void Await(nanoseconds delay) {
+    const auto due = std::chrono::steady_clock::now() + delay;
+    while (std::chrono::steady_clock::now() < due)
+        sched_yield();
+}
 
 binder_status_t Behave(int code, const Letter& in, Letter* out) {
     *out = in;
+    if (code == kEchoLate) Await(nanoseconds(in.value));
     return code == kEchoBack ? Call(in.binder, kEcho, in, out) : STATUS_OK;
 }
 
@@ -61,6 +76,17 @@ class Mailboxes : public ::testing::Test {
     RemoteObject remote_{"Echo"};
 };
 
+TEST_F(Mailboxes, ComeWithLoneCallsTooAndSleepersAreWoken) {
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 300; ++i) {
+        Await(kLoneGap);
+        ASSERT_TRUE(Echoes(i, i % 10 == 0 ? 5000 : 1, i % 7 == 0 ? kEchoBack : kEcho)) << i;
+    }
+    EXPECT_TRUE(HasMailbox(remote_.pid()));
+    // Who is not woken sleeps for 10 ms.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 300 * std::chrono::milliseconds(8));
+}
+
 TEST_F(Mailboxes, EveryCallGetsItsAnswerWhateverItsSize) {
     MakeDense();
     const size_t sizes[] = {0, 10, 900, 970, 980, 990, 1000, 1100, 5000};
@@ -73,13 +99,20 @@ TEST_F(Mailboxes, EveryCallGetsItsAnswerWhateverItsSize) {
 
 // A side looks for 50 us, and away in the very moment in which the other puts something there.
 TEST_F(Mailboxes, CallsThatComeAsTheOtherSideLooksAwayAreNoticed) {
-    using Clock = std::chrono::steady_clock;
     MakeDense();
     for (int i = 0; i < Rounds(20'000, 2'000); ++i) {
-        const auto due = Clock::now() + std::chrono::nanoseconds(44'000 + i % 100 * 100);
-        while (Clock::now() < due)
-            sched_yield();
+        Await(nanoseconds(44'000 + i % 100 * 100));
         ASSERT_TRUE(Echoes(i)) << i;
+    }
+}
+
+// Likewise after 10 ms of sleep, on either side.
+TEST_F(Mailboxes, FramesThatComeAsTheOtherSideHasSleptLongEnoughAreNoticed) {
+    MakeDense();
+    for (int i = 0; i < Rounds(200, 50); ++i) {
+        const int delay = 9'950'000 + i % 50 * 4'000;
+        Await(nanoseconds(delay));
+        ASSERT_TRUE(Echoes(delay, 0, kEchoLate)) << i;
     }
 }
 
@@ -93,7 +126,11 @@ TEST_F(Mailboxes, ManyThreadsCallAtOnce) {
     EXPECT_EQ(wrong, 0);
 }
 
-TEST_F(Mailboxes, AStoppedProcessIsWaitedForAndADeadOneIsNoticed) {
+class PacedMailboxes : public Mailboxes, public ::testing::WithParamInterface<microseconds> {};
+
+INSTANTIATE_TEST_SUITE_P(, PacedMailboxes, ::testing::Values(microseconds(0), kLoneGap));
+
+TEST_P(PacedMailboxes, AStoppedProcessIsWaitedForAndADeadOneIsNoticed) {
     MakeDense();
     std::atomic<int> done{0};
     std::atomic<binder_status_t> status{STATUS_OK};
@@ -101,6 +138,7 @@ TEST_F(Mailboxes, AStoppedProcessIsWaitedForAndADeadOneIsNoticed) {
         while (status == STATUS_OK) {
             Letter in, out;
             in.value = done;
+            Await(GetParam());
             status = Call(remote_.object(), kEcho, in, &out);
             if (status == STATUS_OK && out.value == in.value) ++done;
         }

@@ -20,7 +20,7 @@ namespace {
 
 constexpr size_t kFirstReadBytes = 4096;
 
-// How long it looks into the mailbox before it waits at the socket.
+// How long it looks into the mailbox, awake, before it waits at the socket.
 constexpr std::chrono::microseconds kLookOut{50};
 
 constexpr int kMaxParts = 5;
@@ -70,9 +70,9 @@ CallConnection::Result CallConnection::Read(Wait wait, FrameType* type, Bytes* b
     if (in_.empty()) in_.Clear();
     for (;;) {
         if (in_.empty() && lookout_.IsLooking()) {
-            const bool has_waited = lookout_.IsDozing() && wait == Wait::kBriefly;
+            const bool dozes = lookout_.IsDozing();
             if (!LookIntoMailbox(wait)) return Result::kMalformed;
-            if (has_waited) wait = Wait::kNot;
+            if (dozes && wait == Wait::kBriefly) wait = Wait::kNot;
         }
         Bytes there(in_.data(), in_.size());
         if (there.size() >= sizeof(FrameHeader)) {
@@ -110,7 +110,8 @@ bool CallConnection::Receive(Wait wait, UniqueFd* received, Result* failure) {
     // Not in recvmsg itself: it would also be woken when the peer takes what was sent.
     pollfd readable{fd_.get(), POLLIN, 0};
     if (wait == Wait::kUntilThere) sys::Poll(&readable, -1);
-    const bool in_vain = wait == Wait::kBriefly && sys::Poll(&readable, kBriefWait / std::chrono::milliseconds(1)) == 0;
+    const bool in_vain = wait == Wait::kBriefly &&
+                         sys::Poll(&readable, kBriefWait / std::chrono::milliseconds(1)) == 0;
     ssize_t got = in_vain ? -1 : sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
     if (!in_vain && got < 0 && errno == EINTR) return true;
     const bool nothing_yet = in_vain || (got < 0 && errno == EAGAIN);
@@ -124,7 +125,7 @@ bool CallConnection::Receive(Wait wait, UniqueFd* received, Result* failure) {
 }
 
 bool CallConnection::LookIntoMailbox(Wait wait) {
-    const auto limit = wait == Wait::kNot      ? std::chrono::microseconds(0)
+    const auto limit = wait == Wait::kNot    ? std::chrono::microseconds(0)
                        : lookout_.IsDozing() ? kBriefWait
                                              : kLookOut;
     return lookout_.Await(&in_, limit) != Mailbox::Taken::kBroken;

@@ -102,8 +102,7 @@ Mailbox::Taken Lookout::Await(Buffer* frame, microseconds limit) {
 Mailbox::Taken Lookout::Look(Buffer* frame, microseconds limit) {
     Mailbox::Taken taken = mailbox_->Take(frame);
     came_at_once_ = false;
-    if (dozing_ && taken == Mailbox::Taken::kNothing) return Doze(frame, limit);
-    if (dozing_) return taken;
+    if (dozing_) return taken == Mailbox::Taken::kNothing ? Doze(frame, limit) : taken;
     if (taken == Mailbox::Taken::kNothing && limit > kSpin && MaySpin()) taken = Spin(frame);
     came_at_once_ = taken != Mailbox::Taken::kNothing;
     return came_at_once_ ? taken : GiveWay(frame, limit);

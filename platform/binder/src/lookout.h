@@ -1,10 +1,12 @@
-// When a thread that waits for the next frame of a call connection stays awake for it and looks
-// into the mailbox. That pays while calls follow one another at once, and only then: it keeps a
-// processor from others, and one that gives way to a busy thread may not be back for milliseconds.
+// How a thread that waits for the next frame of a call connection watches the mailbox. While calls
+// follow one another at once, it stays awake for it. That pays only then: it keeps a processor from
+// others, and one that gives way to a busy thread may not be back for milliseconds. Otherwise it
+// dozes: it sleeps where the frame is put. Only for a while, since the death of the other side
+// shows at the socket alone.
 //
-// It looks in two ways. While the other side runs on another processor, its part takes about a
-// microsecond, less than giving way does: this thread spins, for a few microseconds at most and not
-// for long without giving way to what else there is to do. Otherwise it gives way between its
+// Awake, it looks in two ways. While the other side runs on another processor, its part takes about
+// a microsecond, less than giving way does: this thread spins, for a few microseconds at most and
+// not for long without giving way to what else there is to do. Otherwise it gives way between its
 // looks, since what it waits for may have to come from its own processor.
 //
 // One thread at a time.
@@ -43,16 +45,16 @@ class Lookout {
     void Begin();
     // The same, straight after NoteCall.
     void BeginAsOfNote();
-    // The same for a frame that may come later: this thread sleeps until it is there.
+    // The same for a frame that may come later: Await sleeps.
     void BeginDozing();
     bool IsLooking() const { return looking_; }
     bool IsDozing() const { return dozing_; }
     // When the last Begin or NoteCall was.
     Clock::time_point begun() const { return begun_; }
-    // Appends the frame as soon as it is there; looks for `limit` at most. No longer looking then,
+    // Appends the frame as soon as it is there; waits for `limit` at most. No longer looking then,
     // but the other side is told only if no frame came: what is sent next tells it.
     Mailbox::Taken Await(Buffer* frame, std::chrono::microseconds limit);
-    // The frame was there, or came within microseconds.
+    // Awake: the frame was there, or came within microseconds.
     bool CameAtOnce() const { return came_at_once_; }
     // What has been put is left there.
     void End();

@@ -1,6 +1,7 @@
 #include "mailbox.h"
 
 #include <algorithm>
+#include <bit>
 #include <utility>
 
 #include "processor_hints.h"
@@ -71,7 +72,9 @@ void Mailbox::Look(Watch how) {
 }
 
 void Mailbox::Doze(std::chrono::microseconds limit) {
-    // Whoever puts changes the word before it wakes, so nothing is missed.
+    // Of a word of 64 bits the lower half, which changes with every put. Who puts changes it before
+    // it wakes: nothing is missed.
+    static_assert(std::endian::native == std::endian::little);
     sys::FutexWait(&other_->put, static_cast<uint32_t>(taken_), limit);
 }
 

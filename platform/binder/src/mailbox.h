@@ -1,6 +1,7 @@
 // One place for a frame in each direction, in memory that both sides of a call connection have
 // mapped. While calls follow each other at once, each side looks there for what comes next, and no
-// call needs the kernel. Who does not look is sent to through the socket.
+// call needs the kernel. While they come one by one, a side that waits sleeps at a futex in the
+// memory, which takes less of the kernel than a socket. Who does neither is sent to through that.
 //
 // Nothing in the shared memory is trusted: a frame is copied out once before it is read, and a side
 // that writes what none of ours writes is cut off. The memory is a sealed file that cannot shrink.
@@ -51,8 +52,8 @@ class Mailbox {
     // Instead of a frame: one is in the socket.
     void PointToSocket() { Put(0); }
 
-    // From now on, and until LookAway, what the other side puts is found. Each does nothing if it
-    // is so already, and so leaves a word alone that the other side reads each time.
+    // From now on, and until LookAway, what the other side puts is found. Does nothing if it is so
+    // already, and so leaves a word alone that the other side reads each time.
     void Look(Watch how);
     void LookAway() { Look(Watch::kAway); }
     enum class Taken { kNothing, kFrame, kSocket, kBroken };

@@ -99,7 +99,6 @@ inline ssize_t GetRandom(void* data, size_t size) {
 
 // On a word that processes share. Both return for no reason, too, and never fail in a way that
 // matters: a word that somebody else changes is looked at again.
-// The futex is the lower half of a word of 64 bits.
 inline void FutexWake(void* word) {
     ::syscall(SYS_futex, word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
 }

@@ -28,7 +28,7 @@ struct RefIdHash {
 };
 
 inline constexpr uint16_t kFrameMagic = 0x4256;
-inline constexpr uint32_t kProtocolVersion = 4;
+inline constexpr uint32_t kProtocolVersion = 5;
 inline constexpr size_t kEndpointNameSize = 40;  // with the terminating zeros
 
 enum class FrameType : uint16_t {
