@@ -102,8 +102,7 @@ inline ssize_t GetRandom(void* data, size_t size) {
 inline void FutexWake(void* word) {
     ::syscall(SYS_futex, word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
 }
-inline void FutexWait(void* word, uint32_t value,
-                      std::chrono::microseconds limit) {
+inline void FutexWait(void* word, uint32_t value, std::chrono::microseconds limit) {
     timespec time{limit.count() / 1'000'000, limit.count() % 1'000'000 * 1000};
     ::syscall(SYS_futex, word, FUTEX_WAIT, value, &time, nullptr, 0);
 }
