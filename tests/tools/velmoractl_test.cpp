@@ -181,6 +181,10 @@ TEST(Watch, SubscribesAnewForALateProducerAndAnotherHub) {
         hub.emplace();
         ASSERT_TRUE(watch.Says("watching signal 2, which has no producer yet", round));
         const auto other = round == 1 ? nullptr : Subscribe(*hub->consumers(), 2, MakeConsumer());
+        // Once the worker has told of this demand, that of the watch is over, too, and unheard.
+        const Registered bystander(*hub, 3);
+        const auto demand = Subscribe(*hub->consumers(), 3, MakeConsumer());
+        ASSERT_THAT(bystander.record->WaitFor(1), ElementsAre("producer: clients"));
         const Registered producer(*hub, 2);
         EXPECT_EQ(watch.Line(), R"({"kind":"available","signal":2})");
         ASSERT_TRUE(watch.Says("subscribed anew", round));
