@@ -58,17 +58,20 @@ void Mailbox::Prepare() const {
 bool Mailbox::Put(size_t size) {
     last_size_ = size;
     mine_->processor.store(NoteProcessor(), std::memory_order_relaxed);
-    // Both sides write their own word and then read the other's: sequentially consistent, or a
-    // frame is missed.
-    mine_->put.store(++frames_put_ << kSizeBits | size, std::memory_order_seq_cst);
-    const Watch watch = other_->watch.load(std::memory_order_seq_cst);
+    // Both sides write their own word and then read the other's: with a fence between, or a frame
+    // is missed. Sequentially consistent accesses would do, but emulators of 64-bit Arm let the
+    // read overtake the write.
+    mine_->put.store(++frames_put_ << kSizeBits | size, std::memory_order_release);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    const Watch watch = other_->watch.load(std::memory_order_relaxed);
     if (watch == Watch::kDozing) sys::FutexWake(&mine_->put);
     return watch != Watch::kAway;
 }
 
 void Mailbox::Look(Watch how) {
     if (std::exchange(watch_, how) == how) return;
-    mine_->watch.store(how, std::memory_order_seq_cst);
+    mine_->watch.store(how, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
 void Mailbox::Doze(std::chrono::microseconds limit) {
