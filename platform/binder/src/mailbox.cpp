@@ -82,7 +82,7 @@ void Mailbox::Doze(std::chrono::microseconds limit) {
 }
 
 Mailbox::Taken Mailbox::Take(Buffer* frame) {
-    const uint64_t put = other_->put.load(std::memory_order_seq_cst);
+    const uint64_t put = other_->put.load(std::memory_order_acquire);
     if (put == taken_) return Taken::kNothing;
     taken_ = put;
     const size_t size = put & kSizeMask;

@@ -94,15 +94,17 @@ WakeUp RingWriter::Publish() {
     accepted_ += next_size_;
     if (Offset(position_) > high_water_) high_water_ = Offset(position_);
     RingControl& control = memory_->control();
-    // Both sides write their own word and then read the other's: sequentially consistent, or a
-    // wake-up is lost.
-    control.produced.store(position_, std::memory_order_seq_cst);
-    const auto seen = static_cast<WakeUp>(control.sleeping.load(std::memory_order_seq_cst));
+    // Both sides write their own word and then read the other's: with a fence between, or a wake-up
+    // is lost. Sequentially consistent accesses would do, but emulators of 64-bit Arm let the read
+    // overtake the write.
+    control.produced.store(position_, std::memory_order_release);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    const auto seen = static_cast<WakeUp>(control.sleeping.load(std::memory_order_relaxed));
     if (seen == WakeUp::kNone) return seen;
     const bool much = accepted_ - seen_finished_ >= kMuchPendingBytes;
     if (seen == WakeUp::kFutexWhenMuch && !much) return WakeUp::kNone;
     const auto wanted =
-            static_cast<WakeUp>(control.sleeping.exchange(0, std::memory_order_seq_cst));
+            static_cast<WakeUp>(control.sleeping.exchange(0, std::memory_order_relaxed));
     // Whatever else a reader writes there is as good as a byte.
     if (wanted == WakeUp::kFutexWhenMuch) return WakeUp::kFutex;
     return wanted == WakeUp::kNone || wanted == WakeUp::kFutex ? wanted : WakeUp::kByte;
@@ -152,7 +154,7 @@ void RingReader::Pop() {
 }
 
 uint64_t RingReader::Produced() const {
-    return end_ ? *end_ : memory_->control().produced.load(std::memory_order_seq_cst);
+    return end_ ? *end_ : memory_->control().produced.load(std::memory_order_acquire);
 }
 
 void RingReader::Freeze() {
@@ -160,7 +162,8 @@ void RingReader::Freeze() {
 }
 
 bool RingReader::Sleep(WakeUp how) {
-    memory_->control().sleeping.store(static_cast<uint32_t>(how), std::memory_order_seq_cst);
+    memory_->control().sleeping.store(static_cast<uint32_t>(how), std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
     return Produced() == position_;
 }
 
@@ -169,7 +172,7 @@ void RingReader::Await(WakeUp how, std::chrono::microseconds limit) const {
 }
 
 void RingReader::Wake() {
-    memory_->control().sleeping.store(0, std::memory_order_seq_cst);
+    memory_->control().sleeping.store(0, std::memory_order_relaxed);
 }
 
 ProcessorNote RingReader::Processor() const {
