@@ -122,9 +122,9 @@ TEST_F(CutPeers, MalformedControlMessagesCutThePeer) {
     const std::string settled_nothing = RawBytes(SettledBody{{}, kForged});
     SettledBody settled{};
     snprintf(settled.owner, sizeof(settled.owner), "%d-0123456789abcdef", getpid());
-    const auto acquire = RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{target_, 0, 0}));
+    const auto acquire = RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{target_, 0}));
     const auto release = [this](uint32_t arrivals) {
-        return RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{target_, arrivals, 0, 0}));
+        return RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{target_, arrivals, 0}));
     };
     const std::vector<BadBytes> cases = {
             {"a second hello", RawHello(ConnectionKind::kControl, "1-0123456789abcdef")},
@@ -138,7 +138,7 @@ TEST_F(CutPeers, MalformedControlMessagesCutThePeer) {
             {"a release of nothing", release(0)},
             {"a release of more than is held", acquire + release(2)},
             {"an answer nobody asked for",
-             RawFrame(FrameType::kAcquired, RawBytes(AcquireBody{target_, 1, 0}))},
+             RawFrame(FrameType::kAcquired, RawBytes(AcquireBody{target_, 1}))},
             {"a settlement nobody waits for", RawFrame(FrameType::kSettled, RawBytes(settled))},
             {"a settlement without an owner", RawFrame(FrameType::kSettled, settled_nothing)},
             {"a settlement whose owner has no end",
@@ -321,8 +321,13 @@ TEST_F(Siege, ForgedAndStaleReferencesReachNothingAndCutNobody) {
     RawPeer peer = NewPeer();
     EXPECT_EQ(peer.CallOnce({kForged})->status, STATUS_DEAD_OBJECT);
     RefId near = target_;
-    near.bits[1] ^= 1;
+    near.bits[3] ^= 1;
     EXPECT_EQ(peer.CallOnce({near})->status, STATUS_DEAD_OBJECT);
+    RefId elsewhere = target_;
+    for (uint32_t place : {target_.place ^ 1, UINT32_MAX}) {
+        elsewhere.place = place;
+        EXPECT_EQ(peer.CallOnce({elsewhere})->status, STATUS_DEAD_OBJECT);
+    }
     EXPECT_EQ(peer.CallOnce({target_, kEcho, LetterData(7).replace(4, 4, "evil")})->status,
               STATUS_BAD_TYPE);
     EXPECT_EQ(peer.CallOnce({target_, 99})->status, STATUS_UNKNOWN_TRANSACTION);
@@ -336,7 +341,7 @@ TEST_F(Siege, ForgedAndStaleReferencesReachNothingAndCutNobody) {
                                "999999999-0123456789abcdef"),
                    1};
     EXPECT_EQ(peer.CallOnce(nobody)->status, STATUS_OK);
-    peer.control().Send(RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{kForged, 1, 0})));
+    peer.control().Send(RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{kForged, 1})));
     // The reference to nobody's object is settled first: nobody waits for it.
     auto settled = peer.control().Receive();
     ASSERT_TRUE(settled && settled->type == FrameType::kSettled);
@@ -346,7 +351,7 @@ TEST_F(Siege, ForgedAndStaleReferencesReachNothingAndCutNobody) {
     memcpy(&refused, answer->body.data(), sizeof(refused));
     EXPECT_EQ(refused.granted, 0U);
     // A release of what is not held at all, and answers to nothing that change nothing.
-    peer.control().Send(RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{kForged, 5, 0, 0})) +
+    peer.control().Send(RawFrame(FrameType::kRelease, RawBytes(ReleaseBody{kForged, 5, 0})) +
                         RawFrame(FrameType::kYield, "") + RawFrame(FrameType::kWelcome, ""));
     EXPECT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
     peer.control().Close();

@@ -27,10 +27,10 @@ int64_t Since(Clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
 }
 
-// A raw peer in a process of its own. Arguments: folder, victim, the object's two numbers.
+// A raw peer in a process of its own. Arguments: folder, victim, the object's name.
 HOST_HELPER(RawProcess) {
     const auto& arguments = channel.arguments();
-    const RefId target{{std::stoull(arguments[2]), std::stoull(arguments[3])}};
+    const RefId target = NameFrom(arguments[2]);
     RawPeer peer(arguments[0], std::stoi(arguments[1]));
     std::vector<RawConnection> connections;
     channel.Serve([&](const std::string& command) -> std::string {
@@ -76,8 +76,7 @@ class Load : public Siege {
     std::unique_ptr<Helper> NewRawProcess() {
         return std::make_unique<Helper>(
                 "RawProcess", std::vector<std::string>{host_.path(), std::to_string(victim_.pid()),
-                                                       std::to_string(target_.bits[0]),
-                                                       std::to_string(target_.bits[1])});
+                                                       WordsOf(target_)});
     }
 
     // So many obey, and a sixteenth is served as before.

@@ -242,7 +242,7 @@ TEST_F(Limits, APeerHolds262144ObjectsAndNoMore) {
 TEST_F(Limits, ControlMessagesThatPileUpUnreadCutWhoDoesNotReadThem) {
     constexpr size_t kAnswer = sizeof(FrameHeader) + sizeof(AcquireBody);
     RawPeer peer = NewPeer();
-    const std::string ask = RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{{{8, 9}}, 0, 0}));
+    const std::string ask = RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{{{8, 9}}, 0}));
     std::string many;
     for (size_t i = 0; i < 4096; ++i)
         many += ask;

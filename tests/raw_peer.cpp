@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <sstream>
 
 #include "descriptors.h"
 #include "frame.h"
@@ -70,6 +71,23 @@ std::string RawHello(ConnectionKind kind, const std::string& name, uint32_t vers
     memcpy(hello.name, name.data(), std::min(name.size(), sizeof(hello.name)));
     hello.ring_bytes = kind == ConnectionKind::kOneway ? ring_bytes : 0;
     return RawFrame(FrameType::kHello, RawBytes(hello));
+}
+
+std::string WordsOf(const RefId& id) {
+    std::ostringstream words;
+    for (uint32_t part : id.bits)
+        words << part << ' ';
+    words << id.place;
+    return words.str();
+}
+
+RefId NameFrom(const std::string& words) {
+    std::istringstream parts(words);
+    RefId id;
+    for (uint32_t& part : id.bits)
+        parts >> part;
+    parts >> id.place;
+    return id;
 }
 
 std::string LetterData(int32_t value, bool with_object, size_t numbers) {

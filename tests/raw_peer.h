@@ -31,6 +31,10 @@ std::string RawHello(ConnectionKind kind, const std::string& name,
                      uint32_t version = kProtocolVersion,
                      uint64_t ring_bytes = RingMemory::kTotalBytes);
 
+// A name as words for a command line, and back.
+std::string WordsOf(const RefId& id);
+RefId NameFrom(const std::string& words);
+
 // What a call to a test object carries; the object, if any, has its index at this offset.
 std::string LetterData(int32_t value, bool with_object = false, size_t numbers = 0);
 inline constexpr uint32_t kLetterObjectOffset = 20;

@@ -78,7 +78,7 @@ std::string Obey(const std::string& line, const RefId& id) {
     std::string verb;
     int number = 0;
     words >> verb >> number;
-    if (verb == "id") return std::to_string(id.bits[0]) + " " + std::to_string(id.bits[1]);
+    if (verb == "id") return WordsOf(id);
     if (verb == "posted") return std::to_string(g_posted.load());
     if (verb == "unblock") g_unblocked.Add();
     if (verb == "met") return g_met.load() ? "yes" : "no";
@@ -162,8 +162,7 @@ Siege::Siege(const std::vector<std::string>& victim_descriptors)
         : host_({.echo_log = false}),
           victim_("SiegeVictim", victim_descriptors, {.echo_log = false}),
           client_("SiegeClient") {
-    std::istringstream id(victim_.Command("id"));
-    id >> target_.bits[0] >> target_.bits[1];
+    target_ = NameFrom(victim_.Command("id"));
     EXPECT_TRUE(Eventually([this] { return Ask(&client_).made > 100; }));
     // Every connection of the client has been taken in: from here on the counts stand still.
     EXPECT_TRUE(Eventually([this] { return victim_.Command("met") == "yes"; }));

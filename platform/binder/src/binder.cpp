@@ -54,7 +54,7 @@ std::unique_ptr<OnewayCall> LocalBinder::TakeOneways() {
 
 ProxyBinder::ProxyBinder(std::shared_ptr<Peer> owner_peer, const RefId& ref_id,
                          std::string_view interface)
-        : AIBinder(true), peer(std::move(owner_peer)), id(ref_id), descriptor(interface) {}
+        : AIBinder(true), id(ref_id), peer(std::move(owner_peer)), descriptor(interface) {}
 
 bool ProxyBinder::IsDead() const {
     return gone.load(std::memory_order_acquire) || peer == nullptr || peer->IsDead();

@@ -219,7 +219,7 @@ void Peer::FlushControl() {
 }
 
 void Peer::SendAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from) {
-    AcquireBody body{proxy->id, 0, 0};
+    AcquireBody body{proxy->id, 0};
     bool queued = false;
     bool in_bounds = true;
     {

@@ -70,11 +70,11 @@ class Peer : public std::enable_shared_from_this<Peer> {
     // passed the reference on takes nothing away.
     void AwaitAcquired(const ProxyBinder& proxy) EXCLUDES(mutex_);
     void SendRelease(const RefId& id, uint32_t arrivals) {
-        SendControl(FrameType::kRelease, ReleaseBody{id, arrivals, 0, oneway.position()});
+        SendControl(FrameType::kRelease, ReleaseBody{id, arrivals, oneway.position()});
     }
     void SendSettled(const std::string& owner, const RefId& id);
     void SendAcquired(const RefId& id, bool granted) {
-        SendControl(FrameType::kAcquired, AcquireBody{id, granted ? 1U : 0U, 0});
+        SendControl(FrameType::kAcquired, AcquireBody{id, granted ? 1U : 0U});
     }
     // Housekeeper: the owner's answer to the oldest request. Null and false if there was none.
     bool OnAcquired(const RefId& id, bool granted) EXCLUDES(control_mutex_);

@@ -1,6 +1,7 @@
 #include "references.h"
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 #include <utility>
 
@@ -10,32 +11,30 @@
 namespace host {
 namespace {
 
-constexpr size_t kNamesDrawnAtOnce =
-        16;  // as many random bytes as the kernel gives without interruption
+// As many random bytes as the kernel gives without interruption.
+constexpr size_t kNamesDrawnAtOnce = 16;
+static_assert(kNamesDrawnAtOnce * sizeof(RandomBits) <= 256);
+
+using Halves = std::array<uint64_t, 2>;
 
 // Not counted among the transport's calls: without a secret the tables are slower under attack, no
 // more.
-RefId DrawSecret() {
-    RefId secret;
-    [[maybe_unused]] ssize_t drawn = getrandom(&secret, sizeof(secret), 0);
+Halves DrawSecret() {
+    Halves secret{};
+    [[maybe_unused]] ssize_t drawn = getrandom(secret.data(), sizeof(secret), 0);
     return secret;
-}
-
-// An object's place in the table of exports is a part of its name.
-uint32_t PlaceOf(const RefId& id) {
-    return static_cast<uint32_t>(id.bits[1]);
-}
-void SetPlace(uint32_t place, RefId* id) {
-    id->bits[1] = (id->bits[1] & ~uint64_t{UINT32_MAX}) | place;
 }
 
 }  // namespace
 
 size_t RefIdHash::operator()(const RefId& id) const {
-    static const RefId secret = DrawSecret();
-    uint64_t mixed = (id.bits[0] ^ secret.bits[0]) * 0x9e3779b97f4a7c15U;
+    static const Halves secret = DrawSecret();
+    const auto halves = std::bit_cast<Halves>(id.bits);
+    uint64_t mixed = (halves[0] ^ secret[0]) * 0x9e3779b97f4a7c15U;
     mixed ^= mixed >> 32;
-    mixed = (mixed + (id.bits[1] ^ secret.bits[1])) * 0xd6e8feb86659fd93U;
+    mixed = (mixed + (halves[1] ^ secret[1])) * 0xd6e8feb86659fd93U;
+    mixed ^= mixed >> 32;
+    mixed = (mixed + id.place) * 0x9e3779b97f4a7c15U;
     return static_cast<size_t>(mixed ^ (mixed >> 32));
 }
 
@@ -45,44 +44,48 @@ ExportTable& ExportTable::Get() {
     return *table;
 }
 
-bool ExportTable::DrawName(RefId* id) {
+bool ExportTable::DrawBits(RandomBits* bits) {
     if (drawn_.empty()) {
-        RefId names[kNamesDrawnAtOnce];
-        if (sys::GetRandom(names, sizeof(names)) != static_cast<ssize_t>(sizeof(names)))
+        std::array<RandomBits, kNamesDrawnAtOnce> names;
+        if (sys::GetRandom(names.data(), sizeof(names)) != static_cast<ssize_t>(sizeof(names)))
             return false;
-        drawn_.assign(names, names + kNamesDrawnAtOnce);
+        drawn_.assign(names.begin(), names.end());
     }
-    *id = drawn_.back();
+    *bits = drawn_.back();
     drawn_.pop_back();
     return true;
 }
 
 ExportTable::Entry* ExportTable::Seek(const RefId& id) {
-    const size_t place = PlaceOf(id);
-    if (place >= entries_.size()) return nullptr;
-    Entry& entry = entries_[place];
-    return entry.binder != nullptr && entry.id == id ? &entry : nullptr;
+    if (id.place >= entries_.size()) return nullptr;
+    Entry& entry = entries_[id.place];
+    return entry.binder != nullptr && entry.bits == id.bits ? &entry : nullptr;
+}
+
+uint32_t ExportTable::TakePlace() {
+    if (free_.empty()) {
+        entries_.emplace_back();
+        return static_cast<uint32_t>(entries_.size() - 1);
+    }
+    const uint32_t place = free_.back();
+    free_.pop_back();
+    return place;
 }
 
 bool ExportTable::HandOver(LocalBinder* binder, RefId* id) {
     std::lock_guard lock(mutex_);
     if (!binder->exported) {
         RefId name;
-        if (!DrawName(&name)) return false;
-        if (free_.empty()) {
-            free_.push_back(static_cast<uint32_t>(entries_.size()));
-            entries_.emplace_back();
-        }
-        Entry& entry = entries_[free_.back()];
-        SetPlace(free_.back(), &name);
-        free_.pop_back();
-        entry.id = name;
+        if (!DrawBits(&name.bits)) return false;
+        name.place = TakePlace();
+        Entry& entry = entries_[name.place];
+        entry.bits = name.bits;
         entry.binder = NewRef(binder);
         binder->export_id = name;
         binder->exported = true;
     }
     *id = binder->export_id;
-    ++entries_[PlaceOf(*id)].hand_overs;
+    ++entries_[id->place].hand_overs;
     return true;
 }
 
@@ -100,7 +103,7 @@ BinderRef ExportTable::TakeBack(const RefId& id, size_t count) {
     if (entry == nullptr || entry->hand_overs < count) return nullptr;
     entry->hand_overs -= count;
     if (entry->hand_overs != 0 || id == kContextObjectId) return nullptr;
-    free_.push_back(PlaceOf(id));
+    free_.push_back(id.place);
     // Handed over again it gets a new name: whoever still has the old one holds nothing.
     static_cast<LocalBinder*>(entry->binder.get())->exported = false;
     return std::move(entry->binder);
@@ -116,7 +119,7 @@ void ExportTable::EnterContextObject(LocalBinder* binder) {
     std::lock_guard lock(mutex_);
     binder->exported = true;
     binder->export_id = kContextObjectId;
-    entries_[PlaceOf(kContextObjectId)].binder = NewRef(binder);
+    entries_[kContextObjectId.place].binder = NewRef(binder);
 }
 
 size_t ExportTable::size() {

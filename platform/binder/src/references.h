@@ -21,8 +21,8 @@ namespace host {
 
 // The objects of this process that others hold. An object is in it while its hand-overs exceed the
 // releases, and the table keeps a strong reference to it for so long. A name is never used again:
-// it is 96 random bits and the object's place in the table, so that a call finds its object by one
-// look into memory however many there are. There the whole name is compared.
+// it is 128 random bits, with the object's place in the table beside them, so that a call finds its
+// object by one look into memory however many there are. There all bits are compared.
 class ExportTable {
   public:
     static ExportTable& Get();
@@ -41,11 +41,14 @@ class ExportTable {
   private:
     // None lies across two lines of the caches.
     struct alignas(32) Entry {
-        RefId id;
+        RandomBits bits{};
         BinderRef binder;  // null: the place is free
         size_t hand_overs = 0;
     };
-    bool DrawName(RefId* id) REQUIRES(mutex_);
+    static_assert(sizeof(Entry) == 32);
+    bool DrawBits(RandomBits* bits) REQUIRES(mutex_);
+    // A free one, or a new one.
+    uint32_t TakePlace() REQUIRES(mutex_);
     // Null if no object has the name.
     Entry* Seek(const RefId& id) REQUIRES(mutex_);
 
@@ -54,8 +57,8 @@ class ExportTable {
     std::vector<Entry> entries_ GUARDED_BY(mutex_) = std::vector<Entry>(1);
     // The one used last is used next: the caches still have it.
     std::vector<uint32_t> free_ GUARDED_BY(mutex_);
-    std::vector<RefId> drawn_
-            GUARDED_BY(mutex_);  // names drawn ahead, so that few calls ask the kernel
+    // Drawn ahead, so that few calls ask the kernel.
+    std::vector<RandomBits> drawn_ GUARDED_BY(mutex_);
 };
 
 // What one peer holds of this process: hand-overs that it has not released, by object.

@@ -2,6 +2,7 @@
 // a body is read by copying it out, never in place.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -9,15 +10,17 @@
 
 namespace host {
 
-// Names an exported object. The bits are the right to call it; the service manager's own object is
-// the one exception, whose bits everybody knows.
-struct RefId {
-    uint64_t bits[2] = {0, 0};
+using RandomBits = std::array<uint32_t, 4>;
 
-    friend bool operator==(const RefId& a, const RefId& b) {
-        return a.bits[0] == b.bits[0] && a.bits[1] == b.bits[1];
-    }
+// Names an exported object. The bits are the right to call it; the service manager's own object is
+// the one exception, whose bits everybody knows. The place only says where its owner finds it.
+struct RefId {
+    RandomBits bits{};
+    uint32_t place = 0;
+
+    friend bool operator==(const RefId& a, const RefId& b) = default;
 };
+static_assert(sizeof(RefId) == 20);
 
 inline constexpr RefId kContextObjectId = {};
 
@@ -28,7 +31,7 @@ struct RefIdHash {
 };
 
 inline constexpr uint16_t kFrameMagic = 0x4256;
-inline constexpr uint32_t kProtocolVersion = 5;
+inline constexpr uint32_t kProtocolVersion = 6;
 inline constexpr size_t kEndpointNameSize = 40;  // with the terminating zeros
 
 enum class FrameType : uint16_t {
@@ -72,7 +75,7 @@ struct CallBody {
     uint32_t object_count;
     uint32_t objects_size;
 };
-static_assert(sizeof(CallBody) == 40);
+static_assert(sizeof(CallBody) == 44);
 
 inline constexpr uint32_t kReplyCarriesMemory =
         1;  // a sealed memory file; the data is its size as a uint64
@@ -90,14 +93,12 @@ static_assert(sizeof(ReplyBody) == 24);
 struct AcquireBody {
     RefId id;
     uint32_t granted;  // in the answer
-    uint32_t reserved;
 };
 
 struct ReleaseBody {
     RefId id;
     uint32_t arrivals;  // how many hand-overs this settles
-    uint32_t reserved;
-    uint64_t after;  // where the sender's oneway ring ended then
+    uint64_t after;     // where the sender's oneway ring ended then
 };
 
 struct SettledBody {
@@ -118,7 +119,6 @@ struct WireObject {
     uint8_t flags;
     uint16_t owner_size;
     uint32_t descriptor_size;
-    uint32_t reserved;
     RefId id;
 };
 static_assert(sizeof(WireObject) == 32);

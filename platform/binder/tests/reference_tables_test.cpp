@@ -9,7 +9,7 @@
 namespace host {
 namespace {
 
-RefId Id(uint64_t number) {
+RefId Id(uint32_t number) {
     return {{number, 1}};
 }
 
@@ -43,7 +43,7 @@ TEST(ExportTable, KeepsAnObjectUntilItsHandOversAreTakenBackAndThenForgetsItsNam
 
 TEST(Holdings, GiveOutWhatIsLeftWhenTheyCloseAndTakeNothingMore) {
     Holdings holdings;
-    for (uint64_t id : {1, 1, 3})
+    for (uint32_t id : {1, 1, 3})
         ASSERT_EQ(holdings.Add(Id(id)), Holdings::Result::kOk);
     ASSERT_EQ(holdings.Remove(Id(1), 2), Holdings::Result::kOk);
     EXPECT_EQ(holdings.Close().size(), 1U);
