@@ -13,11 +13,17 @@ using host::testing::ScopedHost;
 
 TEST(Touchsim, RefusesACommandLineThatItDoesNotUnderstand) {
     const std::vector<std::string> lines[] = {
-            {"--fast"},           {"one", "two"},
-            {"--loop"},           {"--panels", "0,x"},
-            {"--speed", "-1"},    {"--fail-register", "9000:1"},
-            {"--die-after", "0"}, {"--panels", "0:1:2"},
-            {"--speed", "nan"},   {"--fail-register", "0:5000000000"},
+            {"--fast"},
+            {"one", "two"},
+            {"--loop"},
+            {"--panels", "0,x"},
+            {"--speed", "-1"},
+            {"--fail-register", "9000:1"},
+            {"--die-after", "0"},
+            {"--panels", "0:1:2"},
+            {"--speed", "nan"},
+            {"--fail-register", "0:5000000000"},
+            {"--speed", "1e-300"},
     };
     for (const auto& arguments : lines) {
         SCOPED_TRACE(arguments.front());

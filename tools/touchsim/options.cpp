@@ -12,6 +12,9 @@ namespace {
 
 constexpr int kUsageError = 2;
 
+// A day's pause is not quite three years then; slower ones do not fit a clock.
+constexpr double kSlowest = 0.001;
+
 constexpr char kDescription[] =
         "Plays the device's touch-input service: publishes it, and sends the gestures of a script\n"
         "to every listener that registers. Starts when each panel has a listener.";
@@ -64,8 +67,9 @@ CLI::Validator IsSpeed() {
             [](const std::string& text) {
                 char* end = nullptr;
                 const double speed = std::strtod(text.c_str(), &end);
-                const bool ok =
-                        *end == '\0' && speed >= 0 && speed <= std::numeric_limits<double>::max();
+                const bool in_range =
+                        speed >= kSlowest && speed <= std::numeric_limits<double>::max();
+                const bool ok = end != text.c_str() && *end == '\0' && (speed == 0 || in_range);
                 return ok ? "" : "'" + text + "' is no speed";
             },
             "");
@@ -88,7 +92,8 @@ std::optional<Options> ParseOptions(int argc, char** argv, int* status) {
     app.add_flag("--loop", options.loop, "Begin again at the end of the script, which is a file");
     app.add_flag("--stay", options.stay, "Go on serving at the end of the script");
     app.add_option("--speed", options.speed,
-                   "How many times faster than written; 0: without a pause, each call awaited")
+                   "How many times faster than written, 0.001 at least; 0: without a pause, each "
+                   "call awaited")
             ->check(IsSpeed())
             ->capture_default_str();
     app.add_option("--fail-register", fail_register,

@@ -100,14 +100,13 @@ bool TouchService::Send(const input::SkeldaNotificationMsg& message) {
         std::lock_guard lock(mutex_);
         listeners = listeners_[message.panelId];
     }
-    bool all_answered = !listeners.empty();
+    bool heard = false;
     for (const Listener& listener : listeners) {
         const ScopedAStatus status = listener->onNotificationReceived(message);
-        if (status.isOk()) continue;
-        all_answered = false;
+        if (status.isOk()) heard = true;
         if (status.getStatus() == STATUS_DEAD_OBJECT) unregisterListener(message.panelId, listener);
     }
-    return all_answered;
+    return heard;
 }
 
 }  // namespace touchsim

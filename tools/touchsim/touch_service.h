@@ -35,8 +35,8 @@ class TouchService : public input::BnSkeldaNotificationService {
     // Returns when every panel has a listener.
     void WaitForListeners();
 
-    // Calls every listener of the message's panel and waits for each. False if there was none, or
-    // one did not answer; a dead one is forgotten.
+    // Calls every listener of the message's panel and waits for each; a dead one is forgotten.
+    // False if none has heard it.
     bool Send(const input::SkeldaNotificationMsg& message);
 
   private:
