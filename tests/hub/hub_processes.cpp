@@ -28,7 +28,8 @@ void LogToFile(const char* path) {
 HOST_HELPER(HubServer) {
     if (const char* path = getenv("HUB_LOG_FILE")) LogToFile(path);
     ABinderProcess_startThreadPool();
-    const Hub hub;
+    // Never destroyed: clients may call until the process has ended.
+    static const Hub& hub = *new Hub;
     if (hub.Publish() != EX_NONE) return 1;
     channel.Serve([&](const std::string& command) {
         hub.Fence();
