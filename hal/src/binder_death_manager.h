@@ -1,7 +1,8 @@
 // Tells a handler when a remote binder dies, with the token under which the binder was tracked.
 //
-// Threads: all functions may be called from any thread, and with locks of the caller held; the
-// lock of the table is taken last and released before anything is called or destroyed.
+// Threads: all functions may be called from any thread, and but for AwaitUnlinked with locks of the
+// caller held; the lock of the table is taken last and released before anything is called or
+// destroyed.
 
 #pragma once
 

@@ -1,8 +1,10 @@
 // The addresses of the living tokens of one class: how a manager recognises its own tokens among
 // those it is handed, without looking into an object that may be anybody's.
 //
-// Threads: any. The lock is a leaf: readers share it, and nothing is called while it is held. An
-// address is only meaningful to somebody who keeps the object alive.
+// Threads: any. The lock is a leaf: readers share it, and nothing is called while it is held. It is
+// the one lock on an event's way to the worker, as a token cannot be recognised without: to read a
+// mark in the object would be to read an object that may be anybody's. An address is only
+// meaningful to somebody who keeps the object alive.
 
 #pragma once
 

@@ -62,9 +62,10 @@ VelmoraHubConsumerManager::Entries& VelmoraHubConsumerManager::EntriesOf(int sig
 }
 
 void VelmoraHubConsumerManager::LeaveToDispatches(Entries& entries) {
+    const Entry* const called = entries.data();
     std::shared_ptr<Entries> left;
     for (Dispatching* one : dispatching_) {
-        if (one->entries.data() != entries.data()) continue;
+        if (one->entries.data() != called) continue;
         if (left == nullptr) {
             left = std::make_shared<Entries>(std::move(entries));
             entries.clear();
@@ -200,7 +201,7 @@ void VelmoraHubConsumerManager::Dispatch(int signalId, const F& notify) {
     // hub.
     Dispatching dispatching;
     Begin(signalId, &dispatching);
-    for (const Entry& entry : std::span<const Entry>(dispatching.entries)) {
+    for (const Entry& entry : dispatching.entries) {
         if (entry.consumer == nullptr)
             __android_log_print(ANDROID_LOG_WARN, kLogTag,
                                 "Invalid consumer attached to subscription. Will not notify.");

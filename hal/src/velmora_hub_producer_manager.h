@@ -50,8 +50,9 @@ class VelmoraHubProducerManager : public BnVelmoraHubProducerManager, public Dea
 
     // Queues a copy of `event` for the consumers of the token's signal, whatever the event names,
     // also when the token's registration has ended. EX_ILLEGAL_ARGUMENT for a token that is null or
-    // not this manager's. Takes no lock of the manager. OK does not promise delivery: an event that
-    // finds the worker's queue full is lost.
+    // not this manager's. Takes no lock of the manager and looks at none of its tables; recognising
+    // the token takes the leaf lock of the living tokens, shared. OK does not promise delivery: an
+    // event that finds the worker's queue full is lost.
     ::ndk::ScopedAStatus updateSignal(const std::shared_ptr<IToken>& token,
                                       const VelmoraEvent& event) override;
 

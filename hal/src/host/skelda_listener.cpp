@@ -103,7 +103,7 @@ ScopedAStatus SkeldaProducer::ListenerImpl::onHandleNotification(const Message& 
 
 void SkeldaProducer::PushGesture(const std::vector<uint8_t>& bytes, PanelID panel) {
     // Decoded for the log, and once more for the event: a gesture is logged also when nobody can
-    // be told of it.
+    // be told of it, and bytes that hold none are reported each time that they are wanted.
     if (const auto packet = DeserializeBytesToGesturePacket(bytes)) LogGesture(*packet);
     const Link link = GetLink();
     if (link.manager == nullptr || link.token == nullptr) {

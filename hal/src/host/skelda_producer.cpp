@@ -18,7 +18,7 @@ namespace {
 using ::aidl::com::quorin::input::PanelInfo;
 using ::ndk::ScopedAStatus;
 
-// Every kind of notification that the service has.
+// The three kinds of notifications of which a listener is told, a bit each.
 constexpr int32_t kNotificationFlags = 7;
 
 class DeathToken : public BnToken {};
@@ -117,7 +117,8 @@ void SkeldaProducer::OnStop() {
 void SkeldaProducer::HandleBinderDeath(const std::shared_ptr<IToken>& /*token*/) {
     __android_log_print(ANDROID_LOG_WARN, LOG_TAG,
                         "skelda: service died, signaling for reconnection");
-    // Both go after the mutex is released.
+    // Both go after the mutex is released. The recipient is deleted, not just forgotten: it would
+    // be lost with every life of the service.
     std::shared_ptr<Service> service;
     ::ndk::ScopedAIBinder_DeathRecipient recipient;
     std::lock_guard lock(mutex_);
@@ -284,7 +285,8 @@ void SkeldaProducer::WaitForChange() NO_THREAD_SAFETY_ANALYSIS {
         });
     else
         // After a failure only stop cuts the wait short, so that a service that fails or dies again
-        // and again is not asked without a pause.
+        // and again is not asked without a pause; one that has died before this wait began has
+        // failed.
         cv_.wait_for(lock, retry_interval_, [this] { return !running_; });
 }
 

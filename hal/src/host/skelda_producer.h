@@ -67,7 +67,8 @@ class SkeldaProducer : public BnVelmoraHubProducer, public IHostedProducer, publ
     // the service is declared but not published until it is.
     void OnStop() override;
 
-    // The service has died. The argument is not looked at; there is one link at most.
+    // The service has died. The argument is not looked at. A link whose service is known to be dead
+    // may still have its death to tell when the next one stands: that costs the next one a search.
     void HandleBinderDeath(const std::shared_ptr<IToken>& token) override;
 
   private:

@@ -25,9 +25,10 @@ class VelmoraHubProducerHost {
     void AddProducer(const std::shared_ptr<IHostedProducer>& producer);
 
     // Queues the start of all producers added before: waits for the producer manager, then calls
-    // OnStart on each in turn. What fails is logged, and not tried again by itself. A further call
-    // tries again if no producer was started before; otherwise it does nothing, as a producer
-    // expects to be started once.
+    // OnStart on each in turn. A search that fails is logged, and not tried again by itself; a
+    // further call tries again. Once the manager was found it does nothing, as a producer expects
+    // to be started once. A queue that is full loses the call, as it does in AddProducer, and
+    // nobody is told.
     void StartAll();
 
   private:

@@ -73,7 +73,7 @@ class WorkerThread {
     std::vector<std::unique_ptr<Callable>> taken_;
     std::atomic<size_t> taken_count_{0};
 
-    // Held to push, to pop and to set the flag; never while a task runs or is destroyed.
+    // Held to push, to take and to set the flag; never while a task runs or is destroyed.
     std::mutex queue_mutex_;
     std::condition_variable queue_cv_;
 

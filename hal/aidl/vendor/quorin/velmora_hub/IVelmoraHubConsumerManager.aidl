@@ -13,7 +13,8 @@ interface IVelmoraHubConsumerManager {
      * @param signalId the signal
      * @param consumer called for every event
      * @return the handle of the subscription
-     * @throws EX_ILLEGAL_ARGUMENT if this consumer is subscribed to the signal already
+     * @throws EX_ILLEGAL_ARGUMENT if this consumer is subscribed to the signal already and lives in
+     *     the hub's own process; one of another process may subscribe more than once
      */
     IToken subscribe(int signalId, IVelmoraHubConsumer consumer);
 

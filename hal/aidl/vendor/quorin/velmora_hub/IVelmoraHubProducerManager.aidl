@@ -29,7 +29,8 @@ interface IVelmoraHubProducerManager {
     void updateSignal(IToken token, in VelmoraEvent event);
 
     /**
-     * Ends the registration of the token's signal; nothing happens if it has ended already.
+     * Ends the registration of the token's signal, whoever holds it by now, and tells the signal's
+     * consumers; they are told, too, if there is none.
      *
      * @param token what registerProducer returned
      * @throws EX_ILLEGAL_ARGUMENT if the token is not one of this manager

@@ -5,7 +5,7 @@ package vendor.quorin.velmora_hub;
 parcelable SignalDescriptor {
     /** The signal being registered. At most one producer is registered for an id at a time. */
     int signalId;
-    /** Free-form labels, agreed on between producers and those who read the hub's tables. */
+    /** Free-form labels. They are kept with the registration; nobody reads them yet. */
     String[] tags;
     /** For how many milliseconds an event of the signal is worth using; 0 if that is not limited. */
     long ttlMs;

@@ -12,7 +12,7 @@ interface ISkeldaNotificationService {
 
     /**
      * From now on the listener hears of the panel's notifications of the kinds in
-     * `notificationFlags`. Registering it again changes the flags.
+     * `notificationFlags`, a bit each. It may be registered again.
      */
     void registerListener(in PanelID panelId, int notificationFlags,
             ISkeldaNotificationListener listener);

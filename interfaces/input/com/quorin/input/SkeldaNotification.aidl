@@ -1,6 +1,9 @@
 package com.quorin.input;
 
-/** The content of a notification. */
+/**
+ * The content of a notification. One with a member that is not declared here cannot be read: the
+ * call that carries it fails at the service, and the listener does not hear of it.
+ */
 @VintfStability
 union SkeldaNotification {
     /** Whether an ear or a cheek lies on the panel. */
