@@ -21,15 +21,21 @@ class Greeter : public BnGreeter {
         if (name.empty()) {
             return ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, "who are you?");
         }
-        std::lock_guard<std::mutex> lock(mutex_);
+        // No watcher is called or let go of under the lock: it may be an object of this process,
+        // and call back.
+        Watchers watchers;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            greeting->count = ++count_;
+            watchers = watchers_;
+        }
         greeting->name = name;
         greeting->text = "Hello, " + name + "!";
-        greeting->count = ++count_;
-        // The interface is oneway: no call waits, not even for a watcher that hangs. A call that
-        // fails shows that the watcher has gone, or has not listened for very long.
-        std::erase_if(watchers_, [&](const std::shared_ptr<IWatcher>& watcher) {
-            return !watcher->onGreeted(*greeting).isOk();
-        });
+        for (const auto& watcher : watchers) {
+            // The interface is oneway: no call waits, not even for a watcher that hangs. A call
+            // that fails shows that the watcher has gone, or has not listened for very long.
+            if (!watcher->onGreeted(*greeting).isOk()) Forget(watcher);
+        }
         return ScopedAStatus::ok();
     }
 
@@ -40,9 +46,16 @@ class Greeter : public BnGreeter {
     }
 
   private:
+    using Watchers = std::vector<std::shared_ptr<IWatcher>>;
+
+    void Forget(const std::shared_ptr<IWatcher>& watcher) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::erase(watchers_, watcher);  // the caller has a reference, too
+    }
+
     std::mutex mutex_;
     int32_t count_ = 0;
-    std::vector<std::shared_ptr<IWatcher>> watchers_;
+    Watchers watchers_;
 };
 
 int main() {
