@@ -37,6 +37,7 @@ class Ctl {
     void Type(const std::string& line) { channel_.Write(line); }
     void EndInput() { child_->CloseInput(); }
     void Signal(int signal) { child_->Signal(signal); }
+    host::testing::Child& child() { return *child_; }
     // Whether so many lines of talk hold the text, now or soon.
     bool Says(const std::string& text, int times = 1) {
         return host::testing::Eventually([&] { return child_->log().Count(text) >= times; });
@@ -235,6 +236,35 @@ TEST(Push, MakesEventsUpAtARateOnceTheyAreWanted) {
     EXPECT_EQ(watch.Status(), 0);
 }
 
+TEST(Push, MakesUpForAPauseByOneEventAtMost) {
+    using Clock = std::chrono::steady_clock;
+    const HubProcess hub;
+    Ctl push({"push", "7", "--rate", "20", "--count", "4", "--wait", "--json"});
+    ASSERT_TRUE(push.Says("signal 7 is registered"));
+    for (const auto begin = Clock::now(); Clock::now() - begin < std::chrono::milliseconds(250);)
+        ASSERT_EQ(Ctl({"list"}).Status(), 0);
+    ASSERT_NE(Subscribe(*hub.consumers(), 7, MakeConsumer()), nullptr);
+    EXPECT_EQ(push.Line(), R"({"kind":"demand","signal":7,"clients":true})");
+    std::vector<int64_t> times;
+    const std::string key = "\"timestampMs\":";
+    for (const std::string& line : push.Rest())
+        times.push_back(std::stoll(line.substr(line.find(key) + key.size())));
+    ASSERT_EQ(times.size(), 4u);
+    EXPECT_GE(times.back() - times.front(), 2 * 50 - 1);
+}
+
+TEST(Watch, GoesOnAfterItWasStopped) {
+    const HubProcess hub;
+    Ctl watch({"watch", "7", "--timeout", "60"});
+    ASSERT_TRUE(watch.Says("watching signal 7"));
+    ASSERT_TRUE(watch.child().Stop());
+    ASSERT_TRUE(watch.child().Continue());
+    const Registered producer(hub, 7);
+    EXPECT_EQ(watch.Line(), "7  available");
+    watch.Signal(SIGINT);
+    EXPECT_EQ(watch.Status(), 0);
+}
+
 struct Ending {
     std::vector<std::string> arguments;
     int status;
@@ -279,6 +309,10 @@ TEST(ExitStatus, TellsHowARunEnded) {
                     "confidence: a number",
                     R"({"payload":{"type":"UserEngagementPayload",)"
                     R"("value":{"overall_confidence":1e300}}})"},
+                   {{"push", "9"},
+                    1,
+                    "regions: a list is wanted",
+                    R"({"payload":{"type":"UserEngagementPayload","value":{"regions":{}}}})"},
                    {{"push", "9"}, 1, "line 1: too long", std::string(10 << 20, 'x')},
                    {{"push", "9"}, 1, "\"paylod\" does not belong here", R"({"paylod":null})"},
                    {{"push", "9"}, 1, "needs \"bytes\"", R"({"payload":{"type":"x.Y","value":0}})"},

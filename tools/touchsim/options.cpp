@@ -28,6 +28,7 @@ constexpr char kFooter[] =
         "  {\"gesture\": \"zoom\", \"type\": \"in|out\", \"points\": [[0.4, 0.5], [0.6, 0.5]]}\n"
         "  {\"raw\": \"0a02ff\"}   {\"ear_cheek\": 1}\n"
         "\"delay\" is the pause before it, in milliseconds.\n"
+        "Exit status: 0 done, 1 error, 2 wrong usage.\n"
         "\n"
         "Examples:\n"
         "  touchsim tools/touchsim/samples/minute.jsonl\n"

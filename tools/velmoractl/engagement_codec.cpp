@@ -90,16 +90,23 @@ Evidence EvidenceFromJson(const Json& json) {
     return evidence;
 }
 
+// The field's elements, none if there is no such field. An object has values, too, but no order.
+Json ListField(const Json& object, const char* name) {
+    const Json list = object.value(name, Json::array());
+    if (list.is_array()) return list;
+    throw std::invalid_argument(std::string(name) + ": a list is wanted");
+}
+
 EngagementRegion RegionFromJson(const Json& json) {
     EngagementRegion region;
     RefuseOthers(json, {"confidence", "rects", "evidence"});
     ReadField(json, "confidence", &region.confidence);
     if (json.contains("rects") && !json.at("rects").is_null()) {
         region.rects.emplace();
-        for (const Json& rect : json.at("rects"))
+        for (const Json& rect : ListField(json, "rects"))
             region.rects->push_back(RectFromJson(rect));
     }
-    for (const Json& evidence : json.value("evidence", Json::array()))
+    for (const Json& evidence : ListField(json, "evidence"))
         region.evidence.push_back(EvidenceFromJson(evidence));
     return region;
 }
@@ -143,7 +150,7 @@ std::string ToText(const Engagement& payload) {
 void FromJson(const Json& json, Engagement* payload) {
     RefuseOthers(json, {"overall_confidence", "regions", "display"});
     ReadField(json, "overall_confidence", &payload->overall_confidence);
-    for (const Json& region : json.value("regions", Json::array()))
+    for (const Json& region : ListField(json, "regions"))
         payload->regions.push_back(RegionFromJson(region));
     ReadField(json, "display", &payload->display);
 }

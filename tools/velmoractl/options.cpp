@@ -15,6 +15,7 @@ namespace {
 constexpr char kFooter[] =
         "Data goes to standard output, one object per line with --json; talk to standard error.\n"
         "Exit status: 0 done, 1 error, 2 wrong usage, 3 timeout, 4 not found.\n"
+        "Every verb takes --json, and --timeout SECONDS after which it gives up.\n"
         "\n"
         "Examples:\n"
         "  velmoractl list\n"
@@ -87,9 +88,9 @@ void AddPush(CLI::App& app, Options& options) {
     push->footer(kPushFooter);
     AddSignals(push, options)->expected(1);
     AddCount(push, options);
-    push->add_option("--file", options.file, "Read the lines from there, not standard input")
+    push->add_option("--file", options.file, "Read the lines from there; - for standard input")
             ->type_name("PATH")
-            ->check(CLI::ExistingFile);
+            ->check(CLI::ExistingFile | CLI::IsMember({"-"}));
     push->add_option("--rate", options.rate, "Push at most so many events per second")
             ->type_name("N")
             ->check(Between(1e-3, 1e6));

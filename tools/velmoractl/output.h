@@ -21,7 +21,7 @@ class Output {
     bool json() const { return json_; }
 
     // One line of data in the form that was asked for. Ends the process with kError if nothing can
-    // be written any more.
+    // be written any more; a reader that has gone ends it by SIGPIPE, as it ends other filters.
     void Print(const Json& object, const std::string& text) const;
 
     // A sentence about what goes on.

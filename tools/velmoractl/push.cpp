@@ -4,6 +4,7 @@
 #include <aidl/vendor/quorin/velmora_hub/SignalDescriptor.h>
 #include <fcntl.h>
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -49,8 +50,9 @@ Push::Push(const Options& options, const Output& output, const std::shared_ptr<L
           loop_(loop),
           signal_(options.signals.front()),
           made_up_(options.rate && options.file.empty()),
-          lines_(options.file.empty() ? STDIN_FILENO
-                                      : open(options.file.c_str(), O_RDONLY | O_CLOEXEC)),
+          lines_(options.file.empty() || options.file == "-"
+                         ? STDIN_FILENO
+                         : open(options.file.c_str(), O_RDONLY | O_CLOEXEC)),
           next_(Loop::Clock::now()),
           wanted_(!options.wait) {}
 
@@ -77,6 +79,7 @@ bool Push::Register() {
             hub_.producers->registerProducer(descriptor, producer, &token_);
     if (!status.isOk()) output_.Talk("the hub refuses: " + status.getDescription());
     if (status.isOk()) output_.Talk("signal " + std::to_string(signal_) + " is registered");
+    if (status.isOk() && made_up_) output_.Talk("events are made up; --file - reads lines");
     return status.isOk();
 }
 
@@ -127,13 +130,17 @@ bool Push::PushEvent(const hub::VelmoraEvent& event) {
         return true;
     }
     PrintEvent(output_, signal_, event);
-    if (options_.rate) {
-        next_ += std::chrono::duration_cast<Loop::Clock::duration>(
-                std::chrono::duration<double>(1 / *options_.rate));
-    }
+    if (options_.rate) SetNext(1 / *options_.rate);
     ++events_;
     if (options_.count && events_ >= *options_.count) loop_->Stop(kDone);
     return true;
+}
+
+// What was late is made up for by one event at most: a pause is not followed by a burst.
+void Push::SetNext(double seconds) {
+    const auto period = std::chrono::duration_cast<Loop::Clock::duration>(
+            std::chrono::duration<double>(seconds));
+    next_ = std::max(next_, Loop::Clock::now() - period) + period;
 }
 
 void Push::OnDemand(bool clients) {

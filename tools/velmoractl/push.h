@@ -30,6 +30,7 @@ class Push {
     bool PushNext();
     bool PushLine();
     bool PushEvent(const hub::VelmoraEvent& event);
+    void SetNext(double seconds);
     void OnDemand(bool clients);
     void Fail(const std::string& reason);
 

@@ -3,6 +3,8 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <thread>
 
@@ -26,14 +28,20 @@ sigset_t BlockSignals() {
     return signals;
 }
 
-// The signal, or nothing when the time has passed.
+// The signal, or nothing when the time has passed. A process that was stopped and goes on goes on
+// waiting.
 std::optional<int> WaitForSignal(const sigset_t& signals, std::optional<Seconds> limit) {
+    using Clock = std::chrono::steady_clock;
     int signal = 0;
     if (!limit) return sigwait(&signals, &signal) == 0 ? std::optional(signal) : std::nullopt;
-    const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(*limit).count();
-    const timespec time{static_cast<time_t>(nanoseconds / 1'000'000'000),
-                        static_cast<long>(nanoseconds % 1'000'000'000)};
-    signal = sigtimedwait(&signals, nullptr, &time);
+    const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(*limit);
+    do {
+        const auto left = std::max(end - Clock::now(), Clock::duration::zero());
+        const int64_t nanoseconds = std::chrono::nanoseconds(left).count();
+        const timespec time{static_cast<time_t>(nanoseconds / 1'000'000'000),
+                            static_cast<long>(nanoseconds % 1'000'000'000)};
+        signal = sigtimedwait(&signals, nullptr, &time);
+    } while (signal < 0 && errno == EINTR);
     return signal > 0 ? std::optional(signal) : std::nullopt;
 }
 
