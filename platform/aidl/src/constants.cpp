@@ -286,9 +286,9 @@ class Evaluator {
         } else {
             return Mismatch(type, false, where);
         }
-        if (type.builtin == Builtin::kFloat && std::fabs(real) > 3.4028234663852886e38) {
-            return Fail(where, "the value does not fit 'float'");
-        }
+        // What is written down for a float must be one: its text rounds to the same value again.
+        if (type.builtin == Builtin::kFloat) real = static_cast<float>(real);
+        if (!std::isfinite(real)) return Fail(where, "the value does not fit 'float'");
         return Value{real, {}};
     }
 

@@ -84,6 +84,22 @@ TEST_F(FrozenTest, DoesNotMindCommentsSpacingAndWaysToWriteAValue) {
     EXPECT_EQ(Compile().output, "");
 }
 
+TEST_F(FrozenTest, ReadsBackTheExtremesOfRealNumbersAndCompilesThem) {
+    Write("r/p/T.aidl",
+          "package p;\nparcelable T {\n"
+          "float a = 3.4028234663852886e38; float b = -3.4028235e38f; float c = 3.4028235677e38;\n"
+          "float d = 1e-45; float e = 1e-50; float f = 0.1; float g = 1.17549435e-38f;\n"
+          "double h = 1.7976931348623157e308; double i = 5e-324; double j = 0.1;\n}");
+    ASSERT_EQ(Freeze().output, "");
+    EXPECT_EQ(Compile().output, "");
+    std::string header;
+    ASSERT_TRUE(DiskFiles().Read(folder_ + "/out/aidl/p/T.h", &header));
+    for (const char* field :
+         {"a = 3.4028235e+38f;", "b = -3.4028235e+38f;", "c = 3.4028235e+38f;", "d = 1e-45f;",
+          "e = 0.0f;", "f = 0.1f;", "h = 1.7976931348623157e+308;", "i = 5e-324;", "j = 0.1;"})
+        EXPECT_NE(header.find(field), std::string::npos) << field << header;
+}
+
 TEST_F(FrozenTest, RefusesAChangeAndSaysWhichAndHowToFreezeAnew) {
     Write("r/p/T.aidl", "package p;\nparcelable T { int x; }");
     ASSERT_EQ(Freeze().status, 0);
