@@ -70,15 +70,26 @@ class Checker {
     void DeclareMember(const TypeDecl& type, const Identifier& name, const char* what,
                        Names* names) {
         Declare(name, what, names);
-        if (IsTakenMember(type.kind, name.text) || name.text == type.name.text) {
-            Error(name.span, "'" + name.text + "' is used by the generated class");
-        }
+        if (IsTakenMember(type.kind, name.text) || name.text == type.name.text) RefuseTaken(name);
+    }
+
+    void RefuseTaken(const Identifier& name) {
+        Error(name.span, "'" + name.text + "' is used by the generated class");
+    }
+
+    // A class cannot have a member of its own name. Where a name is refused anyway, once is enough.
+    void CheckOwnName(const TypeDecl& type) {
+        const std::string& name = type.name.text;
+        const bool refused = !RefuseName(name).empty() ||
+                             (type.outer != nullptr && IsTakenMember(type.outer->kind, name));
+        if (!refused && IsTakenMember(type.kind, name)) RefuseTaken(type.name);
     }
 
     void CheckType(const TypeDecl& type, bool primary) {
         Names names;
         if (type.outer == nullptr) Declare(type.name, "type", &names);
         names.clear();
+        CheckOwnName(type);
         if (primary && vintf_ && !type.vintf) {
             Error(type.name.span, "'" + NestedName(type) +
                                           "' needs @VintfStability, as every type of a package of "

@@ -63,7 +63,7 @@ std::vector<Case> ReadCases() {
 
 TEST(Diagnostics, AreTheWholeMessage) {
     const std::vector<Case> cases = ReadCases();
-    EXPECT_EQ(cases.size(), 100u);
+    EXPECT_EQ(cases.size(), 101u);
     for (const auto& [name, source, message] : cases)
         EXPECT_EQ(CompileCase(source, name.find("[vintf]") != std::string::npos), message) << name;
 }
@@ -77,6 +77,10 @@ TEST(Diagnostics, TellOfFaultsOfWholeFiles) {
             {{{"r/p/new/T.aidl", "package p.new;\nparcelable T { }"}},
              {"r/p/new/T.aidl"},
              "r/p/new/T.aidl:1:9: error: 'new' is a keyword of C++\npackage p.new;\n        ^\n"},
+            {{{"r/p/version.aidl", "package p;\ninterface version { }"}},
+             {"r/p/version.aidl"},
+             "r/p/version.aidl:2:11: error: 'version' is used by the generated class\n"
+             "interface version { }\n          ^\n"},
             {{{"r/p/IFoo.aidl", "package p;\ninterface IFoo { }"},
               {"r/p/BnFoo.aidl", "package p;\nparcelable BnFoo { }"}},
              {"r/p/IFoo.aidl", "r/p/BnFoo.aidl"},
