@@ -70,7 +70,10 @@ class Checker {
     void DeclareMember(const TypeDecl& type, const Identifier& name, const char* what,
                        Names* names) {
         Declare(name, what, names);
-        if (IsTakenMember(type.kind, name.text) || name.text == type.name.text) RefuseTaken(name);
+        const bool proxy = type.kind == TypeDecl::Kind::kInterface && name.text == ProxyName(type);
+        if (IsTakenMember(type.kind, name.text) || name.text == type.name.text || proxy) {
+            RefuseTaken(name);
+        }
     }
 
     void RefuseTaken(const Identifier& name) {
@@ -245,7 +248,7 @@ class Checker {
         }
     }
 
-    // The files of a stub and a proxy must not be those of another type.
+    // The files of a stub and a proxy must not be those of another type, or of its stub and proxy.
     void CheckFileNames() {
         std::map<std::string, const TypeDecl*> types;
         for (const auto& document : program_->documents()) {
@@ -255,9 +258,17 @@ class Checker {
             const TypeDecl& type = *document->type;
             if (type.kind != TypeDecl::Kind::kInterface) continue;
             for (const std::string& name : {StubName(type), ProxyName(type)}) {
-                const auto taken = types.find(document->package + "." + name);
-                if (taken == types.end()) continue;
-                Error(taken->second->name.span,
+                const auto [taken, fresh] =
+                        types.emplace(document->package + "." + name, document->type.get());
+                if (fresh) continue;
+                const TypeDecl& other = *taken->second;
+                // Two interfaces that differ in the I only: both names clash, one message does.
+                if (other.name.text != name) {
+                    Error(type.name.span, "'" + name + "' is generated for '" + other.name.text +
+                                                  "' and for '" + type.name.text + "'");
+                    break;
+                }
+                Error(other.name.span,
                       "'" + name + "' is a class generated for '" + type.name.text + "'");
             }
         }

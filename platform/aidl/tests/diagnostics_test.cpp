@@ -63,7 +63,7 @@ std::vector<Case> ReadCases() {
 
 TEST(Diagnostics, AreTheWholeMessage) {
     const std::vector<Case> cases = ReadCases();
-    EXPECT_EQ(cases.size(), 101u);
+    EXPECT_EQ(cases.size(), 102u);
     for (const auto& [name, source, message] : cases)
         EXPECT_EQ(CompileCase(source, name.find("[vintf]") != std::string::npos), message) << name;
 }
@@ -86,6 +86,11 @@ TEST(Diagnostics, TellOfFaultsOfWholeFiles) {
              {"r/p/IFoo.aidl", "r/p/BnFoo.aidl"},
              "r/p/BnFoo.aidl:2:12: error: 'BnFoo' is a class generated for 'IFoo'\n"
              "parcelable BnFoo { }\n           ^\n"},
+            {{{"r/p/IFoo.aidl", "package p;\ninterface IFoo { }"},
+              {"r/p/Foo.aidl", "package p;\ninterface Foo { }"}},
+             {"r/p/IFoo.aidl", "r/p/Foo.aidl"},
+             "r/p/Foo.aidl:2:11: error: 'BnFoo' is generated for 'IFoo' and for 'Foo'\n"
+             "interface Foo { }\n          ^\n"},
             {{}, {"none.aidl"}, "aidl: error: cannot read 'none.aidl'\n"},
             {{{"r/p/T.aidl", "package p;\nparcelable T { }"}},
              {"r/p/T.aidl", "r/p/T.aidl"},
