@@ -29,6 +29,11 @@ std::string Indent(std::string_view prefix) {
 }  // namespace
 
 void Diagnostics::Error(Span where, const std::string& text) {
+    // To find the line takes as long as the file is: not for a message that nobody sees.
+    if (count_ >= kMaxErrors) {
+        ++count_;
+        return;
+    }
     const std::string_view source = sources_.Text(where.file);
     const size_t at = std::min<size_t>(where.begin, source.size());
     const size_t before = at == 0 ? std::string_view::npos : source.rfind('\n', at - 1);
