@@ -12,6 +12,7 @@
 #include "emit/ndk_emitter.h"
 #include "files.h"
 #include "front_end.h"
+#include "tests/map_files.h"
 
 namespace host::aidl {
 namespace {
@@ -49,6 +50,20 @@ TEST(GeneratedCode, IsTheGoldenFilesAndNoOthers) {
         if (entry.is_regular_file()) present.insert(entry.path().string());
     }
     EXPECT_EQ(present, expected);
+}
+
+// Whoever looks into each of them anew never finishes.
+TEST(GeneratedCode, ComparesTypesThatHoldTheNextOneTwice) {
+    std::string source = "package p; parcelable T { ";
+    for (int i = 0; i < 60; ++i) {
+        const std::string next = "P" + std::to_string(i + 1);
+        source += "parcelable P" + std::to_string(i) + " { " + next + " a; " + next + " b; } ";
+    }
+    const MapFiles files = {{"p/T.aidl", source + "parcelable P60 { int x; } P0 p; }"}};
+    const auto program = RunFrontEnd(&files, {"."}, {"p/T.aidl"}, false);
+    ASSERT_EQ(program->diagnostics().Render(), "");
+    const std::string header = EmitNdk(*program->documents()[0], {}).front().text;
+    EXPECT_NE(header.find("bool operator==(const T& _aidl_rhs)"), std::string::npos);
 }
 
 }  // namespace

@@ -1,16 +1,22 @@
 // Construction, comparison and printing, which depend on what the fields allow.
 
+#include <set>
+
 #include "ndk_names.h"
 #include "ndk_types.h"
 
 namespace host::aidl {
 namespace {
 
-bool IsComparable(const TypeDecl& type) {
+// `seen` holds the types that need no second look: one that is not comparable ends the search.
+bool IsComparable(const TypeDecl& type, std::set<const TypeDecl*>* seen) {
     if (type.kind == TypeDecl::Kind::kInterface || type.kind == TypeDecl::Kind::kEnum) return true;
+    if (!seen->insert(&type).second) return true;
     for (const Variable& field : type.fields) {
         if (field.type.builtin == Builtin::kParcelableHolder) return false;
-        if (field.type.declared != nullptr && !IsComparable(*field.type.declared)) return false;
+        if (field.type.declared != nullptr && !IsComparable(*field.type.declared, seen)) {
+            return false;
+        }
     }
     return true;
 }
@@ -86,7 +92,8 @@ void DefineConstructor(const TypeDecl& type, CodeWriter* out) {
 }
 
 void DeclareComparison(const TypeDecl& type, const std::string& tied, CodeWriter* out) {
-    if (!IsComparable(type)) return;
+    std::set<const TypeDecl*> seen;
+    if (!IsComparable(type, &seen)) return;
     const bool empty = type.fields.empty();
     out->Blank();
     if (!empty) {
