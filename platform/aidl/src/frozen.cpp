@@ -12,12 +12,16 @@ namespace {
 constexpr const char* kNotice =
         "// A frozen version. Its users have been built with it: it never changes.\n";
 
-std::string HowToFreeze(const FrozenVersion& where) {
-    return "If version " + std::to_string(where.version) +
-           " has not been released yet, freeze it anew with\n  aidl freeze --api " +
-           where.api_folder + " --version " + std::to_string(where.version) +
-           " --root <folder of the sources> [--stability vintf] <files>\n"
-           "else raise the version.\n";
+std::string HowToFreeze(const FrozenVersion& where, const std::vector<std::string>& import_roots) {
+    const std::string version = std::to_string(where.version);
+    std::string imports;
+    for (const std::string& root : import_roots)
+        imports += " --import " + root;
+    return "If version " + version +
+           " has not been released yet, freeze it anew with the build's target\n  " +
+           where.package + "-V" + version + "-freeze\nor with\n  aidl freeze --api " +
+           where.api_folder + " --version " + version + " --root <folder of the sources>" +
+           imports + " [--stability vintf] <files>\nelse raise the version.\n";
 }
 
 // The first line in which the texts differ.
@@ -81,7 +85,8 @@ bool CheckFrozen(const FrozenVersion& where, const std::map<std::string, std::st
     const DiskFiles files;
     std::string stored;
     if (!files.Read(where.Folder() + "/.hash", &stored)) {
-        *error = "there is no frozen version in '" + where.Folder() + "'\n" + HowToFreeze(where);
+        *error = "there is no frozen version in '" + where.Folder() + "'\n" +
+                 HowToFreeze(where, import_roots);
         return false;
     }
     std::vector<std::string> roots = {where.Folder()};
@@ -98,13 +103,13 @@ bool CheckFrozen(const FrozenVersion& where, const std::map<std::string, std::st
         *error = "the files in '" + where.Folder() +
                  "' do not have the hash in .hash there: a "
                  "frozen version never changes\n" +
-                 HowToFreeze(where);
+                 HowToFreeze(where, import_roots);
         return false;
     }
     const std::string differences = Compare(frozen, dumps);
     if (differences.empty()) return true;
     *error = "the sources of '" + where.package + "' differ from frozen version " +
-             std::to_string(where.version) + "\n" + differences + HowToFreeze(where);
+             std::to_string(where.version) + "\n" + differences + HowToFreeze(where, import_roots);
     return false;
 }
 

@@ -10,8 +10,10 @@ namespace host::aidl {
 const char* const kHelpText =
         "Usage: aidl [compile] --root DIR --out DIR --version N [--api DIR | --hash HASH]\n"
         "            [--import DIR]... [--stability vintf] FILE...\n"
-        "       aidl check  --root DIR --api DIR --version N [--import DIR]... FILE...\n"
-        "       aidl freeze --root DIR --api DIR --version N [--import DIR]... FILE...\n"
+        "       aidl check  --root DIR --api DIR --version N [--import DIR]...\n"
+        "            [--stability vintf] FILE...\n"
+        "       aidl freeze --root DIR --api DIR --version N [--import DIR]...\n"
+        "            [--stability vintf] FILE...\n"
         "\n"
         "compile  writes C++ for the binder NDK below --out: aidl/<package path>/<Type>.h,\n"
         "         Bn<Type>.h, Bp<Type>.h and <package path>/<Type>.cpp\n"

@@ -55,10 +55,13 @@ class FrozenTest : public testing::Test {
     std::string folder_;
 };
 
-constexpr const char* kHowTo =
-        "If version 1 has not been released yet, freeze it anew with\n"
-        "  aidl freeze --api api --version 1 --root <folder of the sources> [--stability vintf] "
-        "<files>\nelse raise the version.\n";
+std::string HowTo(const std::string& imports) {
+    return "If version 1 has not been released yet, freeze it anew with the build's target\n"
+           "  p-V1-freeze\nor with\n"
+           "  aidl freeze --api api --version 1 --root <folder of the sources>" +
+           imports + " [--stability vintf] <files>\nelse raise the version.\n";
+}
+const std::string kHowTo = HowTo("");
 
 TEST_F(FrozenTest, AcceptsWhatWasFrozenAndIsSilent) {
     Write("r/p/T.aidl", "package p;\ninterface T { void f(); }");
@@ -147,6 +150,8 @@ TEST_F(FrozenTest, FreezesTypesOfAnotherPackageByTheirQualifiedNames) {
     Write("i/o/Other.aidl", "package o;\nparcelable Other { int x; }");
     Write("r/p/T.aidl", "package p;\nimport o.Other;\nparcelable T { Other o; }");
     const std::string rest = " --root r --import i --api api --version 1 r/p/T.aidl";
+    EXPECT_EQ(Run("check" + rest).output,
+              "aidl: error: there is no frozen version in 'api/p/1'\n" + HowTo(" --import i"));
     ASSERT_EQ(Run("freeze" + rest).output, "");
     EXPECT_EQ(Run("check" + rest).output, "");
 }
