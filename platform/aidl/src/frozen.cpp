@@ -82,12 +82,14 @@ bool Freeze(const FrozenVersion& where, const std::map<std::string, std::string>
 bool CheckFrozen(const FrozenVersion& where, const std::map<std::string, std::string>& dumps,
                  const std::vector<std::string>& import_roots, std::string* hash,
                  std::string* error) {
+    const auto refuse = [&](const std::string& lines) {
+        *error = "aidl: error: " + lines + HowToFreeze(where, import_roots);
+        return false;
+    };
     const DiskFiles files;
     std::string stored;
     if (!files.Read(where.Folder() + "/.hash", &stored)) {
-        *error = "there is no frozen version in '" + where.Folder() + "'\n" +
-                 HowToFreeze(where, import_roots);
-        return false;
+        return refuse("there is no frozen version in '" + where.Folder() + "'\n");
     }
     std::vector<std::string> roots = {where.Folder()};
     roots.insert(roots.end(), import_roots.begin(), import_roots.end());
@@ -100,17 +102,13 @@ bool CheckFrozen(const FrozenVersion& where, const std::map<std::string, std::st
     const std::map<std::string, std::string> frozen = DumpPrimary(*program);
     *hash = HashOf(frozen, where.version);
     if (*hash != Trimmed(stored)) {
-        *error = "the files in '" + where.Folder() +
-                 "' do not have the hash in .hash there: a "
-                 "frozen version never changes\n" +
-                 HowToFreeze(where, import_roots);
-        return false;
+        return refuse("the files in '" + where.Folder() +
+                      "' do not have the hash in .hash there: a frozen version never changes\n");
     }
     const std::string differences = Compare(frozen, dumps);
     if (differences.empty()) return true;
-    *error = "the sources of '" + where.package + "' differ from frozen version " +
-             std::to_string(where.version) + "\n" + differences + HowToFreeze(where, import_roots);
-    return false;
+    return refuse("the sources of '" + where.package + "' differ from frozen version " +
+                  std::to_string(where.version) + "\n" + differences);
 }
 
 }  // namespace host::aidl

@@ -24,7 +24,8 @@ bool Freeze(const FrozenVersion& where, const std::map<std::string, std::string>
             std::string* error);
 
 // Compares the dumps of the sources with the frozen version; *hash becomes its hash. Comments and
-// spacing of either do not count. False with the differences, and how to freeze anew, in *error.
+// spacing of either do not count. False with all that is to be printed in *error: errors inside the
+// frozen files, or what differs and how to freeze anew.
 bool CheckFrozen(const FrozenVersion& where, const std::map<std::string, std::string>& dumps,
                  const std::vector<std::string>& import_roots, std::string* hash,
                  std::string* error);

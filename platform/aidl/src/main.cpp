@@ -65,7 +65,8 @@ int Run(const Options& options) {
     }
     std::string hash = options.hash.empty() ? kNotFrozen : options.hash;
     if (!options.api.empty() && !CheckFrozen(frozen, dumps, options.imports, &hash, &error)) {
-        return Fail(error);
+        std::fputs(error.c_str(), stderr);
+        return kErrors;
     }
     return options.mode == Options::Mode::kCheck ? kDone : Emit(*program, options, hash);
 }

@@ -144,6 +144,10 @@ TEST_F(FrozenTest, RefusesAFrozenVersionThatWasTouchedOrIsMissing) {
               std::string("aidl: error: the files in 'api/p/1' do not have the hash in .hash "
                           "there: a frozen version never changes\n") +
                       kHowTo);
+    Write("api/p/1/p/T.aidl", "package p;\nparcelable T { int }");
+    EXPECT_EQ(Compile().output,
+              "api/p/1/p/T.aidl:2:20: error: expected a name, found '}'\n"
+              "parcelable T { int }\n                   ^\n");
 }
 
 TEST_F(FrozenTest, FreezesTypesOfAnotherPackageByTheirQualifiedNames) {
