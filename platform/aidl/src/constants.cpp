@@ -42,6 +42,10 @@ class Evaluator {
         return std::nullopt;
     }
 
+    MaybeValue FailTooDeep(const Expr& expr) {
+        return Fail(expr.span, "the definition of '" + expr.text + "' is nested too deeply");
+    }
+
     // How many definitions are being computed in terms of each other.
     static constexpr int kMaxChain = 64;
 
@@ -152,9 +156,10 @@ class Evaluator {
     }
 
     MaybeValue ConstantValue(const Expr& expr, Variable* constant, const TypeDecl& scope) {
-        if (constant->state == Variable::State::kRunning || chain_ >= kMaxChain) {
+        if (constant->state == Variable::State::kRunning) {
             return Fail(expr.span, "'" + expr.text + "' is defined in terms of itself");
         }
+        if (chain_ >= kMaxChain) return FailTooDeep(expr);
         ++chain_;
         EvaluateVariable(constant, scope);
         --chain_;
@@ -169,7 +174,7 @@ class Evaluator {
             if (enumerator.done) return Value{enumerator.value, {}};
             return Fail(expr.span, "'" + expr.text + "' is defined in terms of itself");
         }
-        if (chain_ >= kMaxChain) return Fail(expr.span, "the constant is nested too deeply");
+        if (chain_ >= kMaxChain) return FailTooDeep(expr);
         ++chain_;
         EvaluateEnumerators(type);
         --chain_;

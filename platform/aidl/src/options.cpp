@@ -110,7 +110,7 @@ bool TakeOption(int id, const char* argument, Options* options, std::string* err
             options->mode = Options::Mode::kHelp;
             return true;
         default:
-            *error = "unknown option, or one without its argument";
+            *error = std::string("unknown option '") + argument + "', or one without its argument";
             return false;
     }
 }
@@ -134,6 +134,12 @@ bool CheckComplete(const Options& options, std::string* error) {
     return error->empty();
 }
 
+// What getopt_long does not take. We have no options of one letter: one of those it names by
+// itself.
+std::string Refused(char** argv) {
+    return optopt > kHelp ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
+}
+
 }  // namespace
 
 bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
@@ -141,7 +147,9 @@ bool ParseOptions(int argc, char** argv, Options* options, std::string* error) {
     opterr = 0;
     optind = 0;
     for (int id; (id = getopt_long(argc, argv, "", kLongOptions, nullptr)) != -1;) {
-        if (!TakeOption(id, optarg, options, error)) return false;
+        if (!TakeOption(id, id == '?' ? Refused(argv).c_str() : optarg, options, error)) {
+            return false;
+        }
     }
     const bool named = optind < argc && options->mode != Options::Mode::kHelp &&
                        TakeMode(argv[optind], options);

@@ -106,6 +106,7 @@ class Parser {
             }
         }
         tokens_.Expect("}");
+        if (tokens_.Is(";")) tokens_.Fail(tokens_.Peek().span, "no ';' after a type");
         return type;
     }
 

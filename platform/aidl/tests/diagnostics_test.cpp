@@ -63,7 +63,7 @@ std::vector<Case> ReadCases() {
 
 TEST(Diagnostics, AreTheWholeMessage) {
     const std::vector<Case> cases = ReadCases();
-    EXPECT_EQ(cases.size(), 104u);
+    EXPECT_EQ(cases.size(), 106u);
     for (const auto& [name, source, message] : cases)
         EXPECT_EQ(CompileCase(source, name.find("[vintf]") != std::string::npos), message) << name;
 }
@@ -118,28 +118,51 @@ std::string Repeat(const std::string& text, int times) {
     return out;
 }
 
-TEST(Nesting, IsAcceptedUpToItsBoundAndRefusedBeyond) {
-    const auto expression = [](const std::string& value) {
-        return CompileCase("parcelable T { int x = " + value + "; }", false);
+std::string TooDeep(const std::string& source, int column, const std::string& what) {
+    return "r/p/T.aidl:2:" + std::to_string(column) + ": error: " + what + " nested too deeply\n" +
+           source + "\n" + Repeat(" ", column - 1) + "^\n";
+}
+
+TEST(Nesting, OfExpressionsIsAcceptedUpToItsBoundAndRefusedBeyond) {
+    const auto source = [](const std::string& value) {
+        return "parcelable T { int x = " + value + "; }";
     };
     const int deepest = kMaxExpressionDepth - 1;
-    EXPECT_EQ(expression(Repeat("(", deepest) + "1" + Repeat(")", deepest)), "");
-    EXPECT_EQ(expression(Repeat("-", deepest) + "1"), "");
-    EXPECT_EQ(expression("1" + Repeat("+1", kMaxOperators)), "");
-    for (const std::string& value :
-         {Repeat("(", 100000) + "1", Repeat("-", 100000) + "1", "1" + Repeat("+1", 100000)}) {
-        EXPECT_NE(expression(value).find("error: the expression is nested too deeply"),
-                  std::string::npos);
+    for (const std::string& value : {Repeat("(", deepest) + "1" + Repeat(")", deepest),
+                                     Repeat("-", deepest) + "1", "1" + Repeat("+1", kMaxOperators)})
+        EXPECT_EQ(CompileCase(source(value), false), "");
+    const struct {
+        std::string value;
+        int column;
+    } refused[] = {{Repeat("(", 100000) + "1", 24 + kMaxExpressionDepth},
+                   {Repeat("-", 100000) + "1", 24 + kMaxExpressionDepth},
+                   {"1" + Repeat("+1", 100000), 25 + 2 * kMaxOperators}};
+    for (const auto& [value, column] : refused) {
+        EXPECT_EQ(CompileCase(source(value), false),
+                  TooDeep(source(value), column, "the expression is"));
     }
+}
+
+TEST(Nesting, OfTypesAndConstantsIsAcceptedUpToItsBoundAndRefusedBeyond) {
     const auto nested = [](int depth) {
         std::string source = "parcelable T {";
         for (int i = 1; i < depth; ++i)
             source += " parcelable N" + std::to_string(i) + " {";
-        return CompileCase(source + Repeat(" }", depth), false);
+        return source + Repeat(" }", depth);
     };
-    EXPECT_EQ(nested(kMaxTypeDepth), "");
-    EXPECT_NE(nested(kMaxTypeDepth + 1).find("error: types are nested too deeply"),
-              std::string::npos);
+    EXPECT_EQ(CompileCase(nested(kMaxTypeDepth), false), "");
+    EXPECT_EQ(CompileCase(nested(kMaxTypeDepth + 1), false),
+              TooDeep(nested(kMaxTypeDepth + 1), 128, "types are"));
+    const auto chain = [](int last) {
+        std::string source = "interface T {";
+        for (int i = 0; i < last; ++i)
+            source += " const int C" + std::to_string(i) + " = C" + std::to_string(i + 1) + ";";
+        return source + " const int C" + std::to_string(last) + " = 1; }";
+    };
+    EXPECT_EQ(CompileCase(chain(64), false), "");
+    EXPECT_EQ(CompileCase(chain(65), false),
+              TooDeep(chain(65), static_cast<int>(chain(65).find("C65")) + 1,
+                      "the definition of 'C65' is"));
 }
 
 TEST(Constants, HaveTheValuesThatTheirExpressionsSay) {

@@ -187,7 +187,9 @@ TEST_F(FrozenTest, CommandLinesThatMakeNoSenseAreUsageErrors) {
              "--hash and --api exclude each other"},
             {"--root r --version 1 --out o --hash '\"' x", "--hash takes digits and small letters"},
             {"--stability strong", "--stability takes 'vintf' or 'none'"},
-            {"--nothing", "unknown option, or one without its argument"},
+            {"x --nothing y", "unknown option '--nothing', or one without its argument"},
+            {"-xy", "unknown option '-x', or one without its argument"},
+            {"x --root", "unknown option '--root', or one without its argument"},
     };
     for (const auto& one : kCases) {
         const Outcome outcome = Run(one.arguments);
