@@ -63,7 +63,7 @@ std::vector<Case> ReadCases() {
 
 TEST(Diagnostics, AreTheWholeMessage) {
     const std::vector<Case> cases = ReadCases();
-    EXPECT_EQ(cases.size(), 106u);
+    EXPECT_EQ(cases.size(), 119u);
     for (const auto& [name, source, message] : cases)
         EXPECT_EQ(CompileCase(source, name.find("[vintf]") != std::string::npos), message) << name;
 }
@@ -91,6 +91,10 @@ TEST(Diagnostics, TellOfFaultsOfWholeFiles) {
              {"r/p/IFoo.aidl", "r/p/Foo.aidl"},
              "r/p/Foo.aidl:2:11: error: 'BnFoo' is generated for 'IFoo' and for 'Foo'\n"
              "interface Foo { }\n          ^\n"},
+            {{{"r/p/T.aidl", "package ;"}},
+             {"r/p/T.aidl"},
+             "r/p/T.aidl:1:9: error: expected the name of a package, found ';'\npackage ;\n"
+             "        ^\n"},
             {{}, {"none.aidl"}, "aidl: error: cannot read 'none.aidl'\n"},
             {{{"r/p/T.aidl", "package p;\nparcelable T { }"}},
              {"r/p/T.aidl", "r/p/T.aidl"},

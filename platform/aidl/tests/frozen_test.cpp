@@ -160,6 +160,16 @@ TEST_F(FrozenTest, FreezesTypesOfAnotherPackageByTheirQualifiedNames) {
     EXPECT_EQ(Run("check" + rest).output, "");
 }
 
+TEST_F(FrozenTest, SaysWhatCannotBeWritten) {
+    Write("r/p/T.aidl", "package p;\nparcelable T { }");
+    Write("out", "in the way");
+    EXPECT_EQ(Run("--root r --version 1 --out out r/p/T.aidl").output,
+              "aidl: error: cannot write 'out/aidl/p/T.h'\n");
+    const std::string api(300, 'x');
+    EXPECT_EQ(Run("freeze --root r --version 1 r/p/T.aidl --api " + api).output,
+              "aidl: error: cannot replace '" + api + "/p/1'\n");
+}
+
 TEST_F(FrozenTest, FilesThatDoNotChangeKeepTheirTimeStamp) {
     Write("r/p/T.aidl", "package p;\nparcelable T { }");
     ASSERT_EQ(Freeze().status, 0);
