@@ -1,7 +1,5 @@
 #include "front_end.h"
 
-#include <algorithm>
-
 #include "checks.h"
 #include "constants.h"
 #include "dump.h"
@@ -26,10 +24,8 @@ std::unique_ptr<Program> RunFrontEnd(const FileProvider* files,
 std::map<std::string, std::string> DumpPrimary(const Program& program) {
     std::map<std::string, std::string> dumps;
     for (const auto& document : program.documents()) {
-        if (!document->primary) continue;
-        std::string path = QualifiedName(*document->type);
-        std::replace(path.begin(), path.end(), '.', '/');
-        dumps[path + ".aidl"] = Dump(*document);
+        if (document->primary)
+            dumps[RelativePath(QualifiedName(*document->type))] = Dump(*document);
     }
     return dumps;
 }

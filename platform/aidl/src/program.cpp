@@ -8,16 +8,16 @@
 namespace host::aidl {
 namespace {
 
-std::string RelativePath(std::string qualified_name) {
-    std::replace(qualified_name.begin(), qualified_name.end(), '.', '/');
-    return qualified_name + ".aidl";
-}
-
 bool EndsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
 }  // namespace
+
+std::string RelativePath(std::string qualified_name) {
+    std::replace(qualified_name.begin(), qualified_name.end(), '.', '/');
+    return qualified_name + ".aidl";
+}
 
 void Program::AddPrimary(const std::string& path) {
     std::string text;

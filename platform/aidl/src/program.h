@@ -14,6 +14,9 @@
 
 namespace host::aidl {
 
+// "a/b/C.aidl" for a.b.C: where a type is declared below its root.
+std::string RelativePath(std::string qualified_name);
+
 // Loads files, on demand too: a type that is named and not known yet is looked for in the roots,
 // at <root>/<package path>/<Type>.aidl.
 class Program {

@@ -136,6 +136,13 @@ void ReturnIfFailed(CodeWriter* out) {
     out->Line("if (_aidl_status != STATUS_OK) return _aidl_status;");
 }
 
+Method Question(const std::string& name, Builtin result) {
+    Method method;
+    method.name.text = name;
+    method.result.builtin = result;
+    return method;
+}
+
 void DeclareType(const TypeDecl& type, const EmitOptions& options, CodeWriter* out) {
     switch (type.kind) {
         case TypeDecl::Kind::kInterface:

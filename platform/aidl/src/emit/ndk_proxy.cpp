@@ -57,14 +57,6 @@ void DefineMethod(const std::string& proxy, const Method& method, const std::str
     out->Blank();
 }
 
-// The two questions that every interface answers, seen as methods.
-Method Question(const std::string& name, Builtin result) {
-    Method method;
-    method.name.text = name;
-    method.result.builtin = result;
-    return method;
-}
-
 }  // namespace
 
 void DefineProxy(const TypeDecl& type, CodeWriter* out) {

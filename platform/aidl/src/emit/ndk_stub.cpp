@@ -76,13 +76,6 @@ void DefineHandler(const TypeDecl& type, const Method& method, CodeWriter* out) 
     out->Blank();
 }
 
-Method Question(const std::string& name, Builtin result) {
-    Method method;
-    method.name.text = name;
-    method.result.builtin = result;
-    return method;
-}
-
 void Case(const std::string& code, const std::string& method, CodeWriter* out) {
     out->Line("case " + code + ":");
     out->Line("    return _aidl_call_" + method + "(*_aidl_impl, _aidl_in, _aidl_out);");

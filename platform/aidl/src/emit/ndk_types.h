@@ -52,7 +52,9 @@ void PrintValue(const TypeRef& type, const std::string& value, CodeWriter* out);
 // `if (status != STATUS_OK) return status;` for what a statement put into _aidl_status.
 void ReturnIfFailed(CodeWriter* out);
 
-// The two codes after all that methods can have.
+// The two questions that every interface answers, seen as methods.
+Method Question(const std::string& name, Builtin result);
+// Their codes, after all that methods can have.
 inline constexpr int kVersionCode = 16777214;
 inline constexpr int kHashCode = 16777213;
 
