@@ -149,6 +149,15 @@ TEST_F(Calls, PassNoNullOnWhereNoneMayBeInEitherDirection) {
     EXPECT_EQ(proxy_->exchange(token, nullptr, {}, &back).getStatus(), STATUS_UNEXPECTED_NULL);
 }
 
+TEST_F(Calls, TellTheVersionAndTheHash) {
+    int32_t version = 0;
+    std::string hash;
+    EXPECT_TRUE(proxy_->getInterfaceVersion(&version).isOk());
+    EXPECT_TRUE(proxy_->getInterfaceHash(&hash).isOk());
+    EXPECT_EQ(version, 3);
+    EXPECT_EQ(hash, ISample::hash);
+}
+
 // As two processes do that were built with different versions of a package.
 TEST(Versions, ReadWhatTheyKnowSkipWhatIsNewAndKeepDefaultsOfWhatIsNotThere) {
     InnerNext newer;
