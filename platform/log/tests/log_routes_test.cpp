@@ -5,61 +5,24 @@
 #include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <host_testing.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string>
-#include <vector>
 
 namespace {
 
-using android::base::LogSeverity;
+using host::testing::LogRoute;
 using testing::ElementsAre;
+using testing::FieldsAre;
 
-struct Record {
-    std::string route;
-    int priority;
-    std::string tag;
-    std::string text;
-    pid_t thread;
-    bool operator==(const Record&) const = default;
-};
-
-std::vector<Record>& Records() {
-    static std::vector<Record>& records = *new std::vector<Record>;
-    return records;
-}
-
-std::vector<std::string> Texts() {
-    std::vector<std::string> texts;
-    for (const Record& record : Records())
-        texts.push_back(record.route + " " + record.text);
-    return texts;
-}
-
-void RecordBase(android::base::LogId, LogSeverity severity, const char* tag, const char*,
-                unsigned int, const char* message) {
-    Records().push_back({"base", severity, tag, message, gettid()});
-}
-
-// Both routes end in Records() while it lives.
 class LogRoutes : public testing::Test {
   protected:
-    LogRoutes() {
-        Records().clear();
-        __android_log_set_logger([](const __android_log_message* line) {
-            Records().push_back({"print", line->priority, line->tag, line->message, gettid()});
-        });
-        former_logger_ = android::base::SetLogger(&RecordBase);
-    }
-    ~LogRoutes() override {
-        __android_log_set_logger(&__android_log_stderr_logger);
-        android::base::SetLogger(std::move(former_logger_));
-        android::base::SetMinimumLogSeverity(android::base::INFO);
-    }
+    ~LogRoutes() override { android::base::SetMinimumLogSeverity(android::base::INFO); }
 
-    android::base::LogFunction former_logger_;
+    host::testing::LogCapture log_;
 };
 
 TEST_F(LogRoutes, EachLoggerGetsItsOwnRouteInTheOrderWrittenOnTheLoggingThread) {
@@ -67,10 +30,11 @@ TEST_F(LogRoutes, EachLoggerGetsItsOwnRouteInTheOrderWrittenOnTheLoggingThread) 
     LOG(WARNING) << "b=" << 2;
     __android_log_write(ANDROID_LOG_ERROR, "printed", "two\nlines %d");
     const pid_t self = gettid();
-    EXPECT_THAT(Records(),
-                ElementsAre(Record{"print", ANDROID_LOG_DEBUG, "printed", "a=1", self},
-                            Record{"base", android::base::WARNING, "routes_test", "b=2", self},
-                            Record{"print", ANDROID_LOG_ERROR, "printed", "two\nlines %d", self}));
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(FieldsAre(ANDROID_LOG_DEBUG, LogRoute::kPrint, "printed", "a=1", self),
+                            FieldsAre(ANDROID_LOG_WARN, LogRoute::kBase, LOG_TAG, "b=2", self),
+                            FieldsAre(ANDROID_LOG_ERROR, LogRoute::kPrint, "printed",
+                                      "two\nlines %d", self)));
 }
 
 TEST_F(LogRoutes, TheBaseMinimumStartsAtInfoSkipsOperandsAndNeverFiltersThePrintRoute) {
@@ -84,19 +48,17 @@ TEST_F(LogRoutes, TheBaseMinimumStartsAtInfoSkipsOperandsAndNeverFiltersThePrint
     EXPECT_EQ(android::base::SetMinimumLogSeverity(android::base::FATAL), android::base::DEBUG);
     LOG(FATAL_WITHOUT_ABORT) << "below";
     __android_log_print(ANDROID_LOG_VERBOSE, LOG_TAG, "passes");
-    EXPECT_THAT(Texts(), ElementsAre("print passes", "base at 1", "print passes"));
+    EXPECT_THAT(log_.Texts(), ElementsAre("passes", "at 1", "passes"));
 }
 
 TEST_F(LogRoutes, LongTextsArriveWholeOnBothRoutes) {
     for (size_t size : {382U, 383U, 384U, 511U, 512U, 100'000U}) {
         const std::string text(size, 'x');
-        Records().clear();
+        log_.Clear();
         __android_log_print(ANDROID_LOG_INFO, "tag", "%s", text.c_str());
         LOG(INFO) << text;
         LOG(INFO) << 'y' << text << 7 << text;
-        EXPECT_EQ(Records().at(0).text, text);
-        EXPECT_EQ(Records().at(1).text, text);
-        EXPECT_EQ(Records().at(2).text, "y" + text + "7" + text);
+        EXPECT_THAT(log_.Texts(), ElementsAre(text, text, "y" + text + "7" + text));
     }
 }
 
@@ -106,18 +68,19 @@ TEST_F(LogRoutes, ErrnoSurvivesALineAndIsAppendedByPlog) {
     LOG(INFO) << "text";
     PLOG(ERROR) << "open";
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(Records().back().text, "open: No such file or directory");
+    EXPECT_EQ(log_.Texts().back(), "open: No such file or directory");
 }
 
 TEST_F(LogRoutes, ALoggerMayLogAndReplaceItself) {
-    android::base::SetLogger([](auto, auto severity, auto tag, auto file, auto line, auto text) {
-        android::base::SetLogger(&RecordBase);
+    android::base::LogFunction former;
+    former = android::base::SetLogger([&](auto... line) {
+        android::base::SetLogger(android::base::LogFunction(former));
         LOG(INFO) << "from inside";
-        RecordBase({}, severity, tag, file, line, text);
+        former(line...);
     });
     LOG(INFO) << "outer";
     LOG(INFO) << "next";
-    EXPECT_THAT(Texts(), ElementsAre("base from inside", "base outer", "base next"));
+    EXPECT_THAT(log_.Texts(), ElementsAre("from inside", "outer", "next"));
 }
 
 TEST_F(LogRoutes, ChecksThatHoldEvaluateOnceAndLogNothing) {
@@ -130,7 +93,7 @@ TEST_F(LogRoutes, ChecksThatHoldEvaluateOnceAndLogNothing) {
     CHECK(calls == 1) << ++calls;
     CHECK_LT(calls, 2);
     EXPECT_EQ(calls, 1);
-    EXPECT_TRUE(Records().empty());
+    EXPECT_THAT(log_.Texts(), ElementsAre());
 }
 
 TEST(FatalLines, AbortAfterLoggingTheFailedCheckWithItsValues) {
