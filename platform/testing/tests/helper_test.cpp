@@ -1,10 +1,8 @@
 // Labels: processes threads
-#include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <host_testing.h>
 #include <signal.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -12,16 +10,9 @@ using host::testing::Eventually;
 using host::testing::ExitStatus;
 using host::testing::Helper;
 using std::chrono::milliseconds;
-using testing::ElementsAre;
 
 HOST_HELPER(Talker) {
     channel.Serve([](const std::string& command) -> std::string {
-        if (command == "print") {
-            printf("on standard output\n");
-            fflush(stdout);
-            fprintf(stderr, "one\ntwo");
-            return "printed";
-        }
         if (command == "silence") pause();
         if (command == "exit") _exit(7);
         return "heard " + command;
@@ -34,16 +25,6 @@ HOST_HELPER(Parent) {
     Helper child("Talker");
     channel.Serve([&child](const std::string&) { return std::to_string(child.pid()); });
     return 0;
-}
-
-TEST(Helper, PrintsIntoItsLogAndNotIntoItsAnswers) {
-    Helper helper("Talker");
-    EXPECT_EQ(helper.Command("print"), "printed");
-    helper.Finish();
-    ASSERT_TRUE(helper.log().WaitForEnd());
-    EXPECT_THAT(helper.log().lines(), ElementsAre("on standard output", "one", "two"));
-    EXPECT_EQ(helper.log().Count("o"), 3);
-    EXPECT_FALSE(helper.log().WaitForLine("three"));
 }
 
 TEST(Helper, FailsTheTestIfNoAnswerComes) {
