@@ -13,8 +13,8 @@
 
 namespace velmora_test {
 
-// By signal id, the token numbers that a dump of either manager lists. Fails the test if the dump
-// is not exactly in the manager's format, or lists a number twice.
+// By signal id, the token numbers that a dump of either manager lists. Fails the test if there is
+// none, or if it lists a signal or a number twice.
 using Table = std::map<int32_t, std::set<int32_t>>;
 Table TableOf(hub::IVelmoraHubProducerManager& manager);
 Table TableOf(hub::IVelmoraHubConsumerManager& manager);
