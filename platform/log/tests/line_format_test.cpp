@@ -1,36 +1,14 @@
 #include "line_format.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <vector>
 
 namespace host {
 namespace {
-
-using testing::ElementsAre;
-
-std::vector<std::string> Lines(std::string_view text) {
-    std::vector<std::string> lines;
-    do {
-        lines.emplace_back(TakeLine(&text));
-    } while (!text.empty());
-    return lines;
-}
 
 std::string Printable(std::string_view text) {
     std::string out;
     AppendPrintable(text, &out);
     return out;
-}
-
-TEST(LineFormat, CutsATextAtEveryKindOfLineEnd) {
-    EXPECT_THAT(Lines(""), ElementsAre(""));
-    EXPECT_THAT(Lines("one"), ElementsAre("one"));
-    EXPECT_THAT(Lines("one\n"), ElementsAre("one"));
-    EXPECT_THAT(Lines("one\ntwo"), ElementsAre("one", "two"));
-    EXPECT_THAT(Lines("one\r\ntwo\rthree\n"), ElementsAre("one", "two", "three"));
-    EXPECT_THAT(Lines("\n\none\n\r"), ElementsAre("", "", "one", ""));
 }
 
 TEST(LineFormat, WritesOutWhatCouldForgeALineOrReachTheTerminal) {
