@@ -119,43 +119,21 @@ TEST(StderrLog, ABadFilterIsOneWarningAndIgnored) {
                             EndsWith("V velmora_hal: first"), EndsWith("V velmora_hal: second")));
 }
 
-// Standard error of this process is a pipe that nobody else reads, while it lives.
-class UnreadStderr {
-  public:
-    UnreadStderr() : former_(dup(STDERR_FILENO)) {
-        int both[2] = {-1, -1};
-        EXPECT_EQ(pipe2(both, O_CLOEXEC), 0);
-        dup2(both[1], STDERR_FILENO);
-        close(both[1]);
-        reader_ = both[0];
-        fcntl(reader_, F_SETFL, O_NONBLOCK);
-    }
-    ~UnreadStderr() {
-        dup2(former_, STDERR_FILENO);
-        close(former_);
-        close(reader_);
-    }
-    std::vector<std::string> Read() { return ReadLines(reader_); }
-
-  private:
-    const int former_;
-    int reader_ = -1;
-};
-
 TEST(StderrLog, AFullPipeDropsWholeLinesAndTheNumberIsLoggedLater) {
     constexpr size_t kLines = 5'000;
     const std::vector<std::string> lines = LinesOfChild(nullptr, [] {
-        std::vector<std::string> kept;
-        std::vector<std::string> later;
-        {
-            UnreadStderr unread;
-            for (size_t i = 0; i < kLines; ++i)
-                LOG(INFO) << "number " << i;
-            kept = unread.Read();
-            LOG(INFO) << "after";
-            LOG(INFO) << "and on";
-            later = unread.Read();
-        }
+        const int former = dup(STDERR_FILENO);
+        int unread[2];
+        if (pipe2(unread, O_CLOEXEC) != 0) _exit(1);
+        fcntl(unread[0], F_SETFL, O_NONBLOCK);
+        dup2(unread[1], STDERR_FILENO);
+        for (size_t i = 0; i < kLines; ++i)
+            LOG(INFO) << "number " << i;
+        const std::vector<std::string> kept = ReadLines(unread[0]);
+        LOG(INFO) << "after";
+        LOG(INFO) << "and on";
+        const std::vector<std::string> later = ReadLines(unread[0]);
+        dup2(former, STDERR_FILENO);
         dprintf(STDERR_FILENO, "%zu\n%s\n", kept.size(), kept.back().c_str());
         for (const std::string& line : later)
             dprintf(STDERR_FILENO, "%s\n", line.c_str());
