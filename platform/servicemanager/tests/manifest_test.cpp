@@ -2,14 +2,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
+#include <host_testing.h>
 #include <sys/stat.h>
 
-#include <filesystem>
 #include <fstream>
 
 namespace host {
 namespace {
+
+using ::testing::ElementsAre;
 
 std::string Hal(const std::string& inside) {
     return "<manifest version=\"1.0\" type=\"device\">\n<hal format=\"aidl\">\n<name>a.b</name>\n" +
@@ -23,24 +24,6 @@ std::vector<std::string> Names(const Manifest& manifest) {
     return names;
 }
 
-class ManifestFiles : public testing::Test {
-  protected:
-    ManifestFiles() {
-        char folder[] = "/tmp/manifest-XXXXXX";
-        folder_ = mkdtemp(folder);
-    }
-    ~ManifestFiles() override { std::filesystem::remove_all(folder_); }
-
-    std::string Write(const std::string& name, const std::string& text) {
-        std::ofstream(folder_ + "/" + name) << text;
-        return folder_ + "/" + name;
-    }
-
-    std::string folder_;
-    Manifest manifest_;
-    std::string error_;
-};
-
 TEST(Manifest, ReadsBothWaysOfDeclaringAnInstance) {
     Manifest manifest;
     std::string error;
@@ -50,8 +33,8 @@ TEST(Manifest, ReadsBothWaysOfDeclaringAnInstance) {
                                      "<instance>x</instance><instance>y</instance></interface>"),
                                  &error))
             << error;
-    EXPECT_THAT(Names(manifest), testing::ElementsAre("a.b.IBar/x", "a.b.IBar/y",
-                                                      "a.b.IFoo/default", "a.b.IFoo/second"));
+    EXPECT_THAT(Names(manifest),
+                ElementsAre("a.b.IBar/x", "a.b.IBar/y", "a.b.IFoo/default", "a.b.IFoo/second"));
     EXPECT_TRUE(manifest.IsDeclared("a.b.IFoo/default"));
     EXPECT_FALSE(manifest.IsDeclared("a.b.IFoo"));
 }
@@ -96,22 +79,25 @@ TEST(Manifest, NamesFileLineAndReasonOfABadFragment) {
     }
 }
 
-TEST_F(ManifestFiles, ReadsTheXmlFilesOfAFolderInOrderAndNothingElse) {
-    Write("b.xml", Hal("<fqname>I/b</fqname>"));
-    Write("a.xml", Hal("<fqname>I/a</fqname>"));
-    Write("notes.txt", "not XML");
-    ASSERT_TRUE(manifest_.AddPath(folder_, &error_)) << error_;
-    EXPECT_THAT(Names(manifest_), testing::ElementsAre("a.b.I/a", "a.b.I/b"));
-}
+TEST(Manifest, ReadsTheXmlFilesOfAFolderInOrderAndNothingThatIsNoReadableFile) {
+    const testing::ScopedHost folder({.start = false});
+    const auto write = [&](const char* name, const std::string& text) {
+        std::ofstream(folder.path() + name) << text;
+    };
+    write("/b.xml", Hal("<fqname>I/b</fqname>"));
+    write("/a.xml", Hal("<fqname>I/a</fqname>"));
+    write("/notes.txt", "not XML");
+    Manifest manifest;
+    std::string error;
+    ASSERT_TRUE(manifest.AddPath(folder.path(), &error)) << error;
+    EXPECT_THAT(Names(manifest), ElementsAre("a.b.I/a", "a.b.I/b"));
 
-TEST_F(ManifestFiles, RefusesWhatIsNoReadableFile) {
-    ASSERT_EQ(mkfifo((folder_ + "/pipe").c_str(), 0600), 0);
-    EXPECT_FALSE(manifest_.AddPath(folder_ + "/pipe", &error_));
-    EXPECT_EQ(error_, folder_ + "/pipe: is not a file of at most 1 MiB");
-
-    const std::string large = Write("large.xml", std::string(1024 * 1024 + 1, ' '));
-    EXPECT_FALSE(manifest_.AddPath(large, &error_));
-    EXPECT_EQ(error_, large + ": is not a file of at most 1 MiB");
+    write("/large.xml", std::string(1024 * 1024 + 1, ' '));
+    ASSERT_EQ(mkfifo((folder.path() + "/pipe").c_str(), 0600), 0);
+    for (const char* bad : {"/large.xml", "/pipe"}) {
+        EXPECT_FALSE(manifest.AddPath(folder.path() + bad, &error));
+        EXPECT_EQ(error, folder.path() + bad + ": is not a file of at most 1 MiB");
+    }
 }
 
 }  // namespace
