@@ -2,14 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/hosted_producer_registry.h"
 #include "host/velmora_hub_producer_host.h"
 #include "host_parts.h"
 
 namespace velmora_test {
 namespace {
 
-using hub::host::HostedProducerRegistry;
 using hub::host::IHostedProducer;
 using hub::host::VelmoraHubProducerHost;
 using ::testing::ElementsAre;
@@ -86,16 +84,6 @@ TEST(ProducerHost, StartsNothingWhileTheManagerIsNotDeclared) {
                 ElementsAre("I base Adding producer for signal 5",
                             "E base Producer manager service not declared: "
                             "vendor.quorin.velmora_hub.IVelmoraHubProducerManager/default"));
-}
-
-TEST(HostedProducers, AreTheSameForEveryCaller) {
-    const auto& producers = HostedProducerRegistry::CreateHostedProducers();
-    ASSERT_EQ(producers.size(), 1u);
-    EXPECT_EQ(producers[0]->GetDescriptor(), MakeDescriptor(2));
-    EXPECT_EQ(android::base::GetMinimumLogSeverity(), android::base::DEBUG);
-    const std::shared_ptr<IHostedProducer> first = producers[0];
-    EXPECT_EQ(&HostedProducerRegistry::CreateHostedProducers(), &producers);
-    EXPECT_EQ(HostedProducerRegistry::CreateHostedProducers(), std::vector{first});
 }
 
 }  // namespace
