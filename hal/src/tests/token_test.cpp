@@ -47,15 +47,8 @@ std::string KindOf(const std::shared_ptr<hub::IToken>& token) {
 }
 
 TEST(Tokens, AreRecognisedByTheirClassAlone) {
-    const Hub hub;
-    const auto ended = Register(*hub.producers, MakeDescriptor(1), MakeProducer());
-    EXPECT_TRUE(hub.producers->unregisterProducer(ended).isOk());
-    EXPECT_EQ(KindOf(ended), "producer") << "a token is not revoked with its registration";
     EXPECT_EQ(KindOf(nullptr), "");
-    const auto extreme = ConsumerToken::From(Make<ConsumerToken>());
-    EXPECT_EQ(extreme->signal_id, -1);
-    EXPECT_EQ(extreme->token_id, INT32_MIN);
-    // Nor are they mistaken for a dead one at the same address.
+    // They are not mistaken for a dead one at the same address.
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(KindOf(Make<Placed<ProducerToken>>()), "producer");
         EXPECT_EQ(KindOf(Make<Placed<Stranger>>()), "");
