@@ -32,27 +32,6 @@ TEST(Daemon, RestartedServesTheClientsAndTheTouchServiceOfTheKilledOne) {
     }
 }
 
-TEST(Daemon, IsWatchedFromBeforeItsStartAndAcrossItsRestart) {
-    const auto watch = host::testing::LaunchProgram({VELMORACTL_PROGRAM, "watch", "2"},
-                                                    {.pipe_output = true, .echo_log = false});
-    host::testing::LineChannel events(watch->output(), -1);
-    const auto touchsim = StartTouchsim();
-    for (int life = 1; life <= 2; ++life) {
-        ASSERT_TRUE(Eventually([&] { return watch->log().Count("waiting for the hub") == life; }));
-        const auto daemon = StartDaemon();
-        ASSERT_TRUE(Eventually(
-                [&] { return touchsim->log().Count("panel 1 has a listener") == life; }));
-        // A watch that was there before the signal subscribes twice.
-        ASSERT_TRUE(daemon->log().WaitForLine("SkeldaProducer clients updated: 1"));
-        ASSERT_TRUE(host::testing::WaitForRest({daemon->pid(), watch->pid()}));
-        Touch(*touchsim, TapLine(life));
-        std::optional<std::string> line = events.Read(host::testing::kTestLimit);
-        while (line && line->find("SINGLE_TAP") == std::string::npos)
-            line = events.Read(host::testing::kTestLimit);
-        EXPECT_TRUE(line) << "no event in life " << life;
-    }
-}
-
 TEST(Daemon, StartedASecondTimeEndsAndTakesNothingFromTheFirst) {
     const auto daemon = StartDaemon();
     const auto touchsim = StartTouchsim();
