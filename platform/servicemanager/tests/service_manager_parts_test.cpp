@@ -1,8 +1,11 @@
+// What the service manager goes by: names, tables, waiters and the states of processes.
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 
+#include "process_state.h"
 #include "service_name.h"
 #include "service_table.h"
 #include "waiter_list.h"
@@ -79,6 +82,23 @@ TEST(WaiterList, HandsOutThoseWhoseTimeIsUpOrWhoAreGone) {
     EXPECT_EQ(list.NextDeadline(), now + seconds(2));
     EXPECT_THAT(list.TakeGone([](int waiter) { return waiter == 1; }), ElementsAre(1));
     EXPECT_EQ(list.size(), 1u);
+}
+
+TEST(ProcessState, ReadsDeathFromTheStatusText) {
+    const struct {
+        const char* status;
+        bool dead;
+    } cases[] = {
+            {"Name:\tx\nState:\tS (sleeping)\nSigPnd:\t0\nShdPnd:\t0000000000000000\n", false},
+            {"Name:\tx\nState:\tT (stopped)\nSigPnd:\t0\nShdPnd:\tfffffffffffffeff\n", false},
+            {"Name:\tx\nState:\tS (sleeping)\nSigPnd:\t0\nShdPnd:\t0000000000000100\n", true},
+            {"Name:\tx\nState:\tS (sleeping)\nSigPnd:\t0000000000000100\nShdPnd:\t0\n", true},
+            {"Name:\tx\nState:\tZ (zombie)\n", true},
+            {"Name:\tx\nState:\tX (dead)\n", true},
+            {"", true},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(IsDeadStatus(c.status), c.dead) << c.status;
 }
 
 }  // namespace
