@@ -102,7 +102,7 @@ Client::Client()
           gestures_(std::make_shared<Record>()),
           fences_(std::make_shared<Record>()),
           consumer_(ndk::SharedRefBase::make<Consumer>(gestures_, fences_)) {
-    const auto producer = ndk::SharedRefBase::make<RecordingProducer>(std::make_shared<Record>());
+    const auto producer = MakeProducer();
     EXPECT_TRUE(producers_->registerProducer(MakeDescriptor(getpid()), producer, &own_producer_)
                         .isOk());
     std::shared_ptr<hub::IToken> own_consumer;

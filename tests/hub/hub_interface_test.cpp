@@ -65,9 +65,7 @@ TEST_F(HubInterface, MayBeCalledFromInsideACallback) {
                 answers->Add(Answer(consumers_.unsubscribe(token)));
         }
     };
-    const auto consumer =
-            ndk::SharedRefBase::make<RecordingConsumer>(first_, "consumer", reentrant);
-    first = velmora_test::Subscribe(consumers_, 5, consumer);
+    first = velmora_test::Subscribe(consumers_, 5, MakeConsumer(first_, "consumer", reentrant));
     hub_.Fence();  // a producer that comes before is told of the consumer
     const auto token = Register(5, second_);
     EXPECT_THAT(answers->WaitFor(1), ElementsAre("OK"));

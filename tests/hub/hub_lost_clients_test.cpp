@@ -143,8 +143,7 @@ class StoppedConsumer : public HubTest {
     }
 
     HubClient stopped_;
-    const std::shared_ptr<RecordingConsumer> healthy_ =
-            ndk::SharedRefBase::make<RecordingConsumer>(first_, "a");
+    const std::shared_ptr<RecordingConsumer> healthy_ = MakeConsumer(first_, "a");
     std::shared_ptr<hub::IToken> token_;
 };
 

@@ -65,8 +65,7 @@ class ManagerAnswers : public ::testing::Test {
     const std::shared_ptr<hub::VelmoraHubConsumerManager> consumers_ =
             ndk::SharedRefBase::make<hub::VelmoraHubConsumerManager>(worker_);
     const std::shared_ptr<Record> record_ = std::make_shared<Record>();
-    const std::shared_ptr<RecordingProducer> producer_ =
-            ndk::SharedRefBase::make<RecordingProducer>(record_);
+    const std::shared_ptr<RecordingProducer> producer_ = MakeProducer(record_);
     LogCapture log_;
 };
 
@@ -112,8 +111,8 @@ TEST_F(ManagerAnswers, OfTheProducerSideAreAsDefined) {
 }
 
 TEST_F(ManagerAnswers, OfTheConsumerSideAreAsDefined) {
-    const auto one = ndk::SharedRefBase::make<RecordingConsumer>(record_);
-    const auto two = ndk::SharedRefBase::make<RecordingConsumer>(record_);
+    const auto one = MakeConsumer(record_);
+    const auto two = MakeConsumer(record_);
     const std::string bad_state = "-3 Invalid token state.";
     const auto request = [&](const Token& token) { return consumers_->requestSignalUpdate(token); };
     const auto remove = [&](const Token& token) { return consumers_->unsubscribe(token); };
