@@ -54,6 +54,9 @@ std::string InChild(const Body& body) {
 std::string Fork(const std::string& command, const ndk::SpAIBinder& other) {
     if (command == "descriptors") return std::to_string(Descriptors());
     if (command == "descriptors of a child") return InChild([] { return Descriptors(); });
+    if (command == "descriptors of a child's child") {
+        return InChild([] { return atoi(InChild([] { return Descriptors(); }).c_str()); });
+    }
     if (command == "call in a child") {
         return InChild([&] {
             // Descriptors of the child's own may have the numbers that the layer's had.
@@ -115,6 +118,7 @@ TEST_F(Forks, LeaveTheChildNoDescriptorOfTheLayer) {
     EXPECT_GE(Number("descriptors"), at_start + 8)
             << "listener, epoll and event files, connections, a ring";
     EXPECT_EQ(Number("descriptors of a child"), at_start);
+    EXPECT_EQ(Number("descriptors of a child's child"), at_start);
     EXPECT_EQ(Number("descriptors of a program"), at_start);
     EXPECT_EQ(forker_.helper().Command("call"), "0");
 }

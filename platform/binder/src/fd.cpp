@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 
 namespace host {
 namespace {
@@ -44,15 +45,18 @@ void CloseAllInChild() {
     }
 }
 
-void LetFork() {
-    ForkMutex().unlock();
+// The lock was taken by a thread of the parent, and a thread of the child cannot give it back: the
+// mutex would take that for a reader's, and the child's own fork would wait for ever.
+void FreeForkMutexInChild() {
+    new (&ForkMutex()) std::shared_mutex;
 }
 
-[[maybe_unused]] const int g_registered = pthread_atfork([] { ForkMutex().lock(); }, LetFork,
-                                                         [] {
-                                                             LetFork();
-                                                             CloseAllInChild();
-                                                         });
+[[maybe_unused]] const int g_registered =
+        pthread_atfork([] { ForkMutex().lock(); }, [] { ForkMutex().unlock(); },
+                       [] {
+                           FreeForkMutexInChild();
+                           CloseAllInChild();
+                       });
 
 }  // namespace
 
