@@ -47,8 +47,10 @@ bool AParcel::Assign(const uint8_t* data, size_t size, std::vector<Object>&& obj
     Reset();
     // From here on the parcel releases them.
     std::vector<Object> taken = std::move(objects);
-    const bool good = AreInPlace(data, size, taken) && Reserve(size);
+    bool good = Reserve(size);
     if (good && size > 0) memcpy(data_, data, size);
+    // The copy is checked: what it was made of may be shared with whoever sent it.
+    good = good && AreInPlace(data_, size, taken);
     size_ = good ? size : 0;
     objects_ = std::move(taken);
     if (!good) {

@@ -41,7 +41,7 @@ struct AParcel {
     // Replaces the content by a copy of these bytes and takes over the references, position 0.
     // False, with the parcel empty and the references released: no memory, more than kMaxSize, or
     // an object that is not where the bytes have its index (aligned to 4, within the bytes,
-    // ascending, never null).
+    // ascending, never null). The bytes are read once and may change meanwhile.
     bool Assign(const uint8_t* data, size_t size, std::vector<Object>&& objects);
     // Empties, releases the references, keeps a buffer of up to 64 KiB. The position is 0.
     void Reset();
