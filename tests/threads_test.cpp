@@ -8,6 +8,9 @@
 #include <functional>
 #include <thread>
 
+#include "binder.h"
+#include "host.h"
+#include "raw_peer.h"
 #include "test_object.h"
 
 namespace host::testing {
@@ -23,6 +26,7 @@ enum Code {
     kDescend,   // calls the binder with itself and one less, down to zero
     kChain,     // has the one that was kept call the binder
     kKeep,
+    kOutlast,  // returns when the process has begun to leave
 };
 
 // Runs calls that call on; serves in this process and in helpers alike.
@@ -133,6 +137,11 @@ struct Leaving {
 
     binder_status_t Behave(int code, const Letter& in) {
         if (exiting) channel.Write("a call began");
+        if (code == kMeet) return began.WaitFor(1) ? STATUS_OK : STATUS_TIMED_OUT;
+        if (code == kOutlast) {
+            began.Add();
+            return left.WaitFor(1) ? STATUS_OK : STATUS_TIMED_OUT;
+        }
         std::lock_guard lock(mutex);
         if (code == kKeep) kept.push_back(in.binder);
         return STATUS_OK;
@@ -144,6 +153,7 @@ struct Leaving {
 
     HelperChannel channel;
     std::atomic<bool> exiting{false};
+    Counter began, left;
     std::mutex mutex;
     std::vector<ndk::SpAIBinder> kept;
     AIBinder_DeathRecipient* recipient = AIBinder_DeathRecipient_new(&OnDied);
@@ -157,6 +167,7 @@ struct Leftovers {
 
     ~Leftovers() {
         leaving->exiting = true;
+        leaving->left.Add();
         ndk::SpAIBinder& driver = leaving->kept[0];
         const bool called = Call(driver, kEcho) == STATUS_OK && Post(driver, kEcho) == STATUS_OK;
         deleted.set(nullptr);
@@ -185,12 +196,33 @@ HOST_HELPER(Leaver) {
             });
 }
 
+// Sends several calls at once, which no caller of the layer does. Arguments: the victim, the
+// object's name.
+HOST_HELPER(Pipeliner) {
+    std::string folder, error;
+    if (RuntimeFolder(&folder, &error) != STATUS_OK) return 1;
+    RawPeer peer(folder, std::stoi(channel.arguments()[0]));
+    if (!peer.Begin()) return 1;
+    RawConnection connection = peer.Open(ConnectionKind::kCall);
+    const RefId target = NameFrom(channel.arguments()[1]);
+    channel.Serve([&](const std::string&) -> std::string {
+        const std::string calls =
+                RawCall{target, kOutlast}.Frame() + RawCall{target, kEcho}.Frame();
+        return connection.Send(calls) ? "sent" : "cut";
+    });
+    return 0;
+}
+
 TEST(Threads, StartNothingNewOnceTheProcessHasBegunToExitWhileItsOwnCallsStillWork) {
     RemoteObject leaver("Leaver"), victim("Caller");
     Own own;
     ASSERT_EQ(Call(leaver.object(), kKeep, {0, own.object, {}}), STATUS_OK);
     ASSERT_EQ(Call(leaver.object(), kKeep, {0, victim.object(), {}}), STATUS_OK);
     own.object.set(nullptr);
+    Helper pipeliner("Pipeliner",
+                     {std::to_string(leaver.pid()), WordsOf(AsProxy(leaver.object().get())->id)});
+    ASSERT_EQ(pipeliner.Command("send"), "sent");
+    ASSERT_EQ(Call(leaver.object(), kMeet), STATUS_OK) << "the first of them runs";
     leaver.helper().Send("leave");
     ASSERT_EQ(leaver.helper().WaitForAnswer(), "called");
     EXPECT_TRUE(own.called.WaitFor(2)) << "a two-way and a oneway call";

@@ -339,6 +339,7 @@ bool CallConnection::ServeFrames() {
 }
 
 Served CallConnection::ServeFrame(FrameType type, Bytes body) {
+    Pool::StayIfExiting();
     if (type == FrameType::kMailbox) return TakeMailbox() ? Served::kAnswered : Served::kMalformed;
     if (type != FrameType::kCall || offered_.ok()) return Served::kMalformed;
     mailbox_.Prepare();
@@ -373,7 +374,6 @@ CallConnection::Result CallConnection::ReadNext(FrameType* type, Bytes* body) {
                                        : CallCame::kOften);
     // Each side then has a processor of its own, and neither has to give way to the other.
     if (result == Result::kFrame && at_once) away_from_caller_.MoveFrom(mailbox_.OtherRunsOn());
-    Pool::StayIfExiting();
     return result;
 }
 
