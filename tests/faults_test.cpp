@@ -1,7 +1,8 @@
 // Labels: memory processes
 // Timeout: 300
-// Every system call of the transport fails once, at each place of its first uses: what was asked
-// for fails with a status or succeeds, nothing hangs, and afterwards everything works.
+// Every system call of the transport fails once, at each place of its first uses, and so does the
+// start of a thread: what was asked for fails with a status or succeeds, nothing hangs, and
+// afterwards everything works.
 
 #include <android/binder_manager.h>
 #include <unistd.h>
@@ -89,6 +90,14 @@ HOST_HELPER(FaultyServer) {
     return Serve(channel, Behave, [&fault](const std::string& line) { return fault.Obey(line); });
 }
 
+// Does not get the thread that is to serve: the housekeeper's, which is the first, is there.
+HOST_HELPER(ThreadlessServer) {
+    const ndk::SpAIBinder none(AServiceManager_checkService(kService));
+    Switch fault;
+    fault.Obey("fail pthread_create 1 " + std::to_string(EAGAIN));
+    return Serve(channel, Behave, [&fault](const std::string& line) { return fault.Obey(line); });
+}
+
 // The fault is armed before the first binder call of the process: connecting meets it, too.
 HOST_HELPER(FaultyClient) {
     Switch fault;
@@ -133,6 +142,7 @@ const std::vector<Fault>& Faults() {
             {"recvmsg", {EINTR, ENOMEM, ECONNRESET}, 6},
             {"poll", {EINTR}},
             {"send", {EINTR, ENOBUFS}, 3},
+            {"pthread_create", {EAGAIN}, 2},
     };
     return *faults;
 }
@@ -206,6 +216,16 @@ TEST_F(FaultTest, AServerSurvivesTheFailureOfEachSystemCall) {
     for (const char* name : {"accept4", "epoll_ctl", "epoll_wait", "fcntl", "getsockopt",
                              "memfd_create", "mmap", "recvmsg", "send", "sendmsg"})
         EXPECT_EQ(fired.count(name), 1U) << name;
+}
+
+TEST_F(FaultTest, AServerThatGetsNoThreadAtFirstServesAllTheSame) {
+    Helper server("ThreadlessServer", {kService}, {.echo_log = false});
+    EXPECT_TRUE(server.log().WaitForLine("A thread to serve cannot be started"));
+    EXPECT_EQ(server.Command("clear"), "fired");
+    Helper client("FaultyClient", {kService, "none"}, {.echo_log = false});
+    EXPECT_TRUE(Recovers(&client));
+    EXPECT_EQ(client.Finish(), ExitStatus({0, 0}));
+    EXPECT_EQ(server.Finish(), ExitStatus({0, 0}));
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ Housekeeper& Housekeeper::Get() {
 
 bool Housekeeper::Start() {
     std::lock_guard lock(mutex_);
-    if (thread_.joinable()) return true;
+    if (thread_) return true;
     UniqueFd epoll(sys::EpollCreate1(EPOLL_CLOEXEC));
     UniqueFd nudge(sys::EventFd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!epoll.ok() || !nudge.ok()) return false;
@@ -30,8 +30,14 @@ bool Housekeeper::Start() {
     if (sys::EpollCtl(epoll.get(), EPOLL_CTL_ADD, nudge.get(), &event) != 0) return false;
     epoll_ = std::move(epoll);
     nudge_ = std::move(nudge);
-    thread_ = std::thread([this] { Loop(); });
-    return true;
+    const auto body = [](void* keeper) -> void* {
+        static_cast<Housekeeper*>(keeper)->Loop();
+        return nullptr;
+    };
+    pthread_t thread;
+    errno = sys::PthreadCreate(&thread, body, this);
+    if (errno == 0) thread_ = thread;
+    return errno == 0;
 }
 
 void Housekeeper::Nudge() {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <android-base/thread_annotations.h>
+#include <pthread.h>
 
 #include <chrono>
 #include <cstdint>
@@ -11,7 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <thread>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -34,7 +35,7 @@ class Housekeeper {
 
     static Housekeeper& Get();
 
-    // Starts the thread, once. False with errno if its descriptors cannot be had.
+    // Starts the thread, once. False with errno if it or its descriptors cannot be had.
     bool Start() EXCLUDES(mutex_);
 
     // Level-triggered. 0 on failure, else a key.
@@ -57,7 +58,7 @@ class Housekeeper {
     UniqueFd nudge_;
 
     std::mutex mutex_;
-    std::thread thread_ GUARDED_BY(mutex_);
+    std::optional<pthread_t> thread_ GUARDED_BY(mutex_);
     uint64_t next_key_ GUARDED_BY(mutex_) = 1;
     std::unordered_map<uint64_t, std::shared_ptr<Watched>> watched_ GUARDED_BY(mutex_);
     std::vector<Job> jobs_ GUARDED_BY(mutex_);

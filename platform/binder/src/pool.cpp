@@ -1,11 +1,14 @@
 #include "pool.h"
 
 #include <android-base/logging.h>
+#include <android/log.h>
 #include <malloc.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
+#include "housekeeper.h"
 #include "sys.h"
 
 namespace host {
@@ -17,6 +20,8 @@ constexpr uint64_t kNudgeKey = 0;
 constexpr int kMaxLingering = kDefaultPoolThreads / 2;
 
 constexpr int kHeaps = 4;
+
+constexpr int kStartAgainMs = 50;
 
 std::atomic<bool> g_exiting{false};
 
@@ -89,9 +94,7 @@ void Pool::StayIfExiting() {
 
 void Pool::Start() {
     WatchForExit();
-    std::lock_guard lock(mutex_);
-    if (started_.exchange(true) || max_threads_.load() == 0) return;
-    threads_.emplace_back([this] { Loop(/*joined=*/false); });
+    if (!started_.exchange(true)) SpawnIfNoneIdle();
 }
 
 void Pool::Join() {
@@ -113,19 +116,22 @@ void Pool::Nudge() {
 }
 
 void Pool::Post(Task task) {
+    int error = 0;
+    bool served = true;
+    bool newly_short = false;
     {
         std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
         queued_.store(tasks_.size());
-        if (!started_.load() || ended_.load()) {
-            if (!has_task_thread_) {
-                has_task_thread_ = true;
-                threads_.emplace_back([this] { TaskLoop(); });
-            }
+        served = started_.load() && !ended_.load();
+        if (!served) {
+            error = TryTaskThread();
+            newly_short = IsNewlyShort(error);
             task_posted_.notify_one();
-            return;
         }
     }
+    if (newly_short) TryAgainLater(error);
+    if (!served) return;
     if (idle_.load() > 0) {
         Nudge();
     } else {
@@ -169,15 +175,70 @@ void Pool::TaskLoop() NO_THREAD_SAFETY_ANALYSIS {
 
 void Pool::SpawnIfNoneIdle() {
     if (idle_.load() > 0 || !started_.load()) return;
-    std::lock_guard lock(mutex_);
+    int error = 0;
+    {
+        std::lock_guard lock(mutex_);
+        error = TrySpawn();
+        if (!IsNewlyShort(error)) return;
+    }
+    TryAgainLater(error);
+}
+
+int Pool::TrySpawn() {
     size_t limit = max_threads_.load() + (has_task_thread_ ? 1 : 0);
-    if (ended_.load() || idle_.load() > 0 || threads_.size() >= limit) return;
+    if (ended_.load() || idle_.load() > 0 || threads_.size() >= limit) return 0;
     // Counted as idle at once, so that a burst of work does not start more than it needs.
     idle_.fetch_add(1);
-    threads_.emplace_back([this] {
-        idle_.fetch_sub(1);
-        Loop(/*joined=*/false);
+    const int error = StartThread([](void* pool) -> void* {
+        static_cast<Pool*>(pool)->idle_.fetch_sub(1);
+        static_cast<Pool*>(pool)->Loop(/*joined=*/false);
+        return nullptr;
     });
+    if (error != 0) idle_.fetch_sub(1);
+    return error;
+}
+
+int Pool::TryTaskThread() {
+    if (has_task_thread_) return 0;
+    const int error = StartThread([](void* pool) -> void* {
+        static_cast<Pool*>(pool)->TaskLoop();
+        return nullptr;
+    });
+    has_task_thread_ = error == 0;
+    return error;
+}
+
+int Pool::StartThread(void* (*body)(void*)) {
+    pthread_t thread;
+    const int error = sys::PthreadCreate(&thread, body, this);
+    if (error == 0) threads_.push_back(thread);
+    return error;
+}
+
+bool Pool::IsNewlyShort(int error) {
+    return error != 0 && !std::exchange(is_short_, true);
+}
+
+void Pool::TryAgainLater(int error) {
+    __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                        "A thread to serve cannot be started, and is tried again: %s.",
+                        strerror(error));
+    Housekeeper::Get().RunLater(kStartAgainMs, [this] { TryAgain(); });
+}
+
+// Whatever is queued: who saw the thread counted that did not start has left its work to it.
+void Pool::TryAgain() {
+    {
+        std::lock_guard lock(mutex_);
+        int error = 0;
+        if (started_.load() && !ended_.load())
+            error = TrySpawn();
+        else if (!tasks_.empty())
+            error = TryTaskThread();
+        is_short_ = error != 0;
+        if (!is_short_) return;
+    }
+    Housekeeper::Get().RunLater(kStartAgainMs, [this] { TryAgain(); });
 }
 
 void Pool::Loop(bool joined) {

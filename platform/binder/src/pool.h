@@ -1,9 +1,11 @@
 // The threads that serve: calls that arrive, oneway calls, releases and death notices. Threads are
-// started on demand up to a bound and sleep in one wait for connections and tasks alike. Never
-// destroyed. Any thread may call everything here; nothing blocks except Join.
+// started on demand up to a bound and sleep in one wait for connections and tasks alike. While the
+// system gives no thread, those that are there serve, and it is asked again. Never destroyed. Any
+// thread may call everything here; nothing blocks except Join.
 #pragma once
 
 #include <android-base/thread_annotations.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -12,7 +14,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -83,6 +84,14 @@ class Pool {
     bool RunTask() EXCLUDES(mutex_);
     void Nudge();
     void SpawnIfNoneIdle() EXCLUDES(mutex_);
+    // These answer an error number: 0 also if no thread is to be started.
+    int TrySpawn() REQUIRES(mutex_);
+    int TryTaskThread() REQUIRES(mutex_);
+    int StartThread(void* (*body)(void*)) REQUIRES(mutex_);
+    // Whether a start has failed that is to be followed by TryAgainLater, unlocked.
+    bool IsNewlyShort(int error) REQUIRES(mutex_);
+    void TryAgainLater(int error);
+    void TryAgain() EXCLUDES(mutex_);
     void TaskLoop() EXCLUDES(mutex_);
     std::shared_ptr<PoolSource> FindSource(uint64_t key) EXCLUDES(sources_mutex_);
 
@@ -98,8 +107,9 @@ class Pool {
     std::mutex mutex_;
     std::condition_variable task_posted_;
     std::deque<Task> tasks_ GUARDED_BY(mutex_);
-    std::vector<std::thread> threads_ GUARDED_BY(mutex_);
+    std::vector<pthread_t> threads_ GUARDED_BY(mutex_);
     bool has_task_thread_ GUARDED_BY(mutex_) = false;
+    bool is_short_ GUARDED_BY(mutex_) = false;  // of a thread, which is tried again
 
     std::mutex sources_mutex_;
     uint64_t next_key_ GUARDED_BY(sources_mutex_) = 1;

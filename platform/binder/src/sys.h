@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <linux/futex.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
@@ -95,6 +96,10 @@ inline int Fcntl(int fd, int command, int argument) {
 }
 inline ssize_t GetRandom(void* data, size_t size) {
     return Fails("getrandom") ? -1 : ::getrandom(data, size, 0);
+}
+// Answers the error itself.
+inline int PthreadCreate(pthread_t* thread, void* (*body)(void*), void* argument) {
+    return Fails("pthread_create") ? errno : ::pthread_create(thread, nullptr, body, argument);
 }
 
 // On a word that processes share. Both return for no reason, too, and never fail in a way that
