@@ -228,5 +228,19 @@ TEST_F(FaultTest, AServerThatGetsNoThreadAtFirstServesAllTheSame) {
     EXPECT_EQ(server.Finish(), ExitStatus({0, 0}));
 }
 
+TEST_F(FaultTest, AServerWithoutMemoryForAMailboxServesThroughTheSocket) {
+    Helper server("FaultyServer", {kService}, {.echo_log = false});
+    Helper client("FaultyClient", {kService, "none"}, {.echo_log = false});
+    ASSERT_TRUE(Recovers(&client));
+    const std::string arm = "fail mmap 1 " + std::to_string(ENOMEM);
+    server.Command(arm);
+    int rounds = 0;
+    do {
+        ASSERT_EQ(client.Command("go"), "0");
+        ASSERT_LT(++rounds, 1000) << "no mailbox has been offered";
+    } while (server.Command(arm) != "fired");
+    EXPECT_EQ(client.Command("go"), "0");
+}
+
 }  // namespace
 }  // namespace host::testing

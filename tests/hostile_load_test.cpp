@@ -4,6 +4,8 @@
 // is. The others are served as if they were not there.
 
 #include <android/binder_manager.h>
+#include <fcntl.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,13 +54,23 @@ HOST_HELPER(RawProcess) {
     return 0;
 }
 
-// Calls by the layer: the median of so many, in microseconds; a oneway call; a fresh connection.
+// Does not oversleep.
+void Await(std::chrono::microseconds delay) {
+    const auto due = Clock::now() + delay;
+    while (Clock::now() < due)
+        sched_yield();
+}
+
+// Calls by the layer: the median of so many, in microseconds, at once or one by one; a single call;
+// a oneway call; a fresh connection.
 HOST_HELPER(LoadCaller) {
     const ndk::SpAIBinder victim(AServiceManager_waitForService("siege/victim"));
     channel.Serve([&](const std::string& command) {
         if (command == "post") return std::to_string(Post(victim, kPosted));
+        if (command == "once") return std::to_string(Call(victim, kEcho));
         std::vector<int64_t> times;
         for (int i = 0; i < kCalls; ++i) {
+            if (command == "lone") Await(std::chrono::microseconds(300));
             const auto start = Clock::now();
             if (Call(victim, kEcho) != STATUS_OK) return std::string("-1");
             times.push_back(Since(start));
@@ -136,19 +148,25 @@ TEST_F(Load, FifteenUnreadRepliesDoNotSlowASixteenthAndAreDeliveredWhenRead) {
 class Starved : public Load {
   protected:
     Starved() : Load({"64"}) {}
+
+    // Connections of the peer that leave the victim no descriptor.
+    std::vector<RawConnection> TakeAllDescriptors(const RawPeer& peer) {
+        std::vector<RawConnection> silent;
+        while (Warnings() == 0 && silent.size() < kMaxNewcomers) {
+            const int used = OpenDescriptors(victim_.pid());
+            silent.push_back(peer.Connect());
+            EXPECT_TRUE(Eventually(
+                    [&] { return Warnings() > 0 || OpenDescriptors(victim_.pid()) > used; }));
+        }
+        EXPECT_TRUE(silent.back().WaitForEnd());
+        return silent;
+    }
 };
 
 TEST_F(Starved, WithoutADescriptorLeftItServesWhoIsThereAndLaterWhoComes) {
     EXPECT_GE(std::stoll(caller_.Command("median")), 0);
     RawPeer peer(host_.path(), victim_.pid());
-    std::vector<RawConnection> silent;
-    while (Warnings() == 0 && silent.size() < kMaxNewcomers) {
-        const int used = OpenDescriptors(victim_.pid());
-        silent.push_back(peer.Connect());
-        EXPECT_TRUE(Eventually(
-                [&] { return Warnings() > 0 || OpenDescriptors(victim_.pid()) > used; }));
-    }
-    EXPECT_TRUE(silent.back().WaitForEnd());
+    std::vector<RawConnection> silent = TakeAllDescriptors(peer);
     ExpectServing(1);
     ExpectNoSpinning();
     // A oneway call for which there is no connection yet is accepted all the same.
@@ -158,6 +176,41 @@ TEST_F(Starved, WithoutADescriptorLeftItServesWhoIsThereAndLaterWhoComes) {
     EXPECT_TRUE(Eventually([&] { return victim_.Command("posted") == "1"; }));
     ASSERT_TRUE(peer.Begin());
     EXPECT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
+    peer.control().Close();
+    EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
+    ExpectUnhurt(1);
+}
+
+TEST_F(Starved, WithoutADescriptorLeftForAMailboxCallsGoOnThroughTheSocket) {
+    ASSERT_EQ(caller_.Command("once"), "0");
+    RawPeer peer(host_.path(), victim_.pid());
+    std::vector<RawConnection> silent = TakeAllDescriptors(peer);
+    // Dense calls and then lone ones: each kind offers a mailbox, or would wait at one.
+    EXPECT_GE(std::stoll(caller_.Command("median")), 0);
+    const int64_t lone = std::stoll(caller_.Command("lone"));
+    EXPECT_GE(lone, 0);
+    EXPECT_LT(lone, 5000) << "who waits at a mailbox that nobody has sleeps for 10 ms";
+    silent.clear();
+    EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
+    ExpectUnhurt(1);
+}
+
+TEST_F(Starved, WithoutADescriptorLeftForADumpItFailsAndTheDumpedProcessStays) {
+    RawPeer peer = NewPeer();
+    RawConnection connection = peer.Open(ConnectionKind::kCall);
+    connection.Send(
+            RawCall{target_, kDumpIt, LetterData(0, true), ObjectEntry({{1, 2}}), 1}.Frame());
+    ASSERT_TRUE(connection.Receive()) << "it asks for the dump";
+    std::vector<RawConnection> silent = TakeAllDescriptors(peer);
+    const UniqueFd dump = MemoryFile(100, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE);
+    connection.Send(RawReply(STATUS_OK, RawBytes(uint64_t{100}), kReplyCarriesMemory),
+                    {dump.get()});
+    const auto answer = connection.Receive();
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->body.substr(sizeof(ReplyBody), sizeof(int32_t)),
+              RawBytes(int32_t{STATUS_NO_MEMORY}));
+    silent.clear();
+    connection.Close();
     peer.control().Close();
     EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
     ExpectUnhurt(1);

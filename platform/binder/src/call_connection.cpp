@@ -120,7 +120,9 @@ bool CallConnection::Receive(Wait wait, UniqueFd* received, Result* failure) {
     if (got <= 0) return false;
     in_.Advance(static_cast<size_t>(got));
     *failure = Result::kMalformed;
-    if (received != nullptr) return space.Take(message, received);
+    const bool lost = received != nullptr && space.IsLost(message);
+    if (lost) lost_descriptor_ = true;
+    if (received != nullptr) return lost || space.Take(message, received);
     return (message.msg_flags & MSG_CTRUNC) == 0;
 }
 
@@ -163,7 +165,8 @@ bool CallConnection::OfferMailbox() {
 
 bool CallConnection::TakeMailbox() {
     const UniqueFd file = std::move(offered_);
-    return file.ok() && mailbox_.Map(file.get());
+    if (!file.ok()) return HasLostDescriptor();
+    return mailbox_.Map(file.get()) || errno == ENOMEM;
 }
 
 void CallConnection::LookForNextCall() {
@@ -341,7 +344,7 @@ bool CallConnection::ServeFrames() {
 Served CallConnection::ServeFrame(FrameType type, Bytes body) {
     Pool::StayIfExiting();
     if (type == FrameType::kMailbox) return TakeMailbox() ? Served::kAnswered : Served::kMalformed;
-    if (type != FrameType::kCall || offered_.ok()) return Served::kMalformed;
+    if (type != FrameType::kCall || offered_.ok() || lost_descriptor_) return Served::kMalformed;
     mailbox_.Prepare();
     return ServeCall(this, body, /*nested=*/false);
 }
@@ -349,7 +352,8 @@ Served CallConnection::ServeFrame(FrameType type, Bytes body) {
 CallConnection::Result CallConnection::ReadCall(Wait wait, FrameType* type, Bytes* body) {
     const Result result = Read(wait, type, body, mailbox_.ok() ? nullptr : &offered_);
     // The offer of a mailbox is too short to come in parts.
-    return result == Result::kIncomplete && offered_.ok() ? Result::kMalformed : result;
+    const bool in_part = result == Result::kIncomplete && (offered_.ok() || lost_descriptor_);
+    return in_part ? Result::kMalformed : result;
 }
 
 CallConnection::Result CallConnection::ReadNext(FrameType* type, Bytes* body) {

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 #include "buffer.h"
 #include "fd.h"
@@ -42,8 +43,13 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     void NoteCaller(ProcessorNote processor) { caller_runs_on_ = processor; }
 
     // The next frame; its body is valid until the next read. With kUntilThere never kIncomplete.
-    // `received` takes a descriptor that comes with it; without it one is malformed.
+    // `received` takes a descriptor that comes with it; without it one is malformed. It stays empty
+    // if this process has no room for one: HasLostDescriptor.
     Result Read(Wait wait, FrameType* type, Bytes* body, UniqueFd* received = nullptr);
+
+    // Whether a descriptor that was to be received has been lost since the last time. Both sides
+    // have done what they should.
+    bool HasLostDescriptor() { return std::exchange(lost_descriptor_, false); }
 
     struct Parts {
         FrameType type;
@@ -79,6 +85,7 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
 
   private:
     bool OfferMailbox();
+    // False: malformed. Without room for it every call goes through the socket.
     bool TakeMailbox();
     bool SendToSocket(const Parts& parts, bool wait);
     bool SendToMailbox(const Parts& parts, bool wait);
@@ -112,7 +119,8 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     WakeUpPlace away_from_caller_;  // while calls are dense
     Mailbox mailbox_;
     bool mailbox_was_offered_ = false;
-    UniqueFd offered_;  // what came with a frame that should be the offer of a mailbox
+    UniqueFd offered_;              // what came with a frame that should be the offer of a mailbox
+    bool lost_descriptor_ = false;  // or came, and there was no room for it
     Lookout lookout_{&mailbox_};
 };
 

@@ -57,7 +57,8 @@ Outcome AwaitReply(CallConnection* connection, AParcel* out, UniqueFd* memory) {
         if (result == CallConnection::Result::kClosed) return {STATUS_DEAD_OBJECT, false};
         if (result == CallConnection::Result::kFrame && type == FrameType::kReply) {
             binder_status_t status;
-            if (Unpack(connection, body, out, &status)) return {status, true};
+            if (Unpack(connection, body, out, &status))
+                return {connection->HasLostDescriptor() ? STATUS_NO_MEMORY : status, true};
             result = CallConnection::Result::kMalformed;
         }
         if (result == CallConnection::Result::kFrame && type == FrameType::kCall) {

@@ -49,6 +49,12 @@ class DescriptorSpace {
         return wanted;
     }
 
+    // A descriptor that came with `message` is gone, as this process has no room for it: neither
+    // side has done anything wrong. Ahead of Take.
+    bool IsLost(const msghdr& message) const {
+        return (message.msg_flags & MSG_CTRUNC) != 0 && CMSG_FIRSTHDR(&message) == nullptr;
+    }
+
   private:
     alignas(cmsghdr) char space_[CMSG_SPACE(4 * sizeof(int))];
 };

@@ -61,7 +61,7 @@ void Lookout::Begin() {
 }
 
 void Lookout::BeginAsOfNote() {
-    if (looking_ || !mailbox_->ok() || begun_ < rests_until_) return;
+    if (looking_ || !mailbox_->IsShared() || begun_ < rests_until_) return;
     looking_ = g_looking.fetch_add(1) < MostLooking();
     if (looking_)
         mailbox_->Look(Mailbox::Watch::kAwake);
@@ -70,7 +70,7 @@ void Lookout::BeginAsOfNote() {
 }
 
 void Lookout::BeginDozing() {
-    if (looking_ || !mailbox_->ok()) return;
+    if (looking_ || !mailbox_->IsShared()) return;
     looking_ = dozing_ = true;
     mailbox_->Look(Mailbox::Watch::kDozing);
 }

@@ -40,8 +40,9 @@ class Lookout {
     bool IsMailboxWorthIt() const { return dense_calls_ >= kMany || close_calls_ >= kVeryMany; }
 
     // Ahead of sending what the awaited frame answers: from now on the other side may put that into
-    // the mailbox, and Await or End must follow. Does nothing without a mailbox, while as many
-    // threads look as may, or for some time after others had the processor for long.
+    // the mailbox, and Await or End must follow. Does nothing without a mailbox that both sides
+    // have, while as many threads look as may, or for some time after others had the processor for
+    // long.
     void Begin();
     // The same, straight after NoteCall.
     void BeginAsOfNote();

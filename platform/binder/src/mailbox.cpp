@@ -28,7 +28,14 @@ bool Mailbox::Create(UniqueFd* file) {
 bool Mailbox::Map(int file) {
     if (!memory_.Map(file, kTotalBytes)) return false;
     SetSides(/*creator=*/false);
+    mine_->is_mapped.store(1, std::memory_order_relaxed);
+    is_shared_ = true;
     return true;
+}
+
+bool Mailbox::IsShared() {
+    if (!is_shared_ && ok()) is_shared_ = other_->is_mapped.load(std::memory_order_relaxed) != 0;
+    return is_shared_;
 }
 
 void Mailbox::SetSides(bool creator) {

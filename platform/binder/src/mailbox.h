@@ -29,9 +29,12 @@ class Mailbox {
 
     // A new one, and the file to be sent to the other side; false with errno.
     bool Create(UniqueFd* file);
-    // The one that the other side has created; false unless the file is one of a mailbox.
+    // The one that the other side has created; false unless the file is one of a mailbox, and with
+    // errno ENOMEM if it is.
     bool Map(int file);
     bool ok() const { return memory_.ok(); }
+    // The other side has it, too: it may have had no room for it.
+    bool IsShared();
 
     // How a side waits for what the other one puts: not here; here and awake; here and asleep, so
     // that it is to be woken.
@@ -70,6 +73,7 @@ class Mailbox {
         std::atomic<ProcessorNote> processor;
         alignas(16) uint8_t frame[kMaxFrame];
         alignas(64) std::atomic<Watch> watch;  // for what the other side puts
+        std::atomic<uint32_t> is_mapped;       // by the side that writes here
     };
     static_assert(sizeof(Side) == 4096);  // a page each
     static constexpr size_t kTotalBytes = 2 * sizeof(Side);
@@ -79,6 +83,7 @@ class Mailbox {
     SharedMemory memory_;
     Side* mine_ = nullptr;
     Side* other_ = nullptr;
+    bool is_shared_ = false;
     Watch watch_ = Watch::kAway;
     size_t last_size_ = 0;  // of the frame that was put
     uint64_t frames_put_ = 0;

@@ -36,6 +36,7 @@ bool SharedMemory::Create(const char* name, size_t size, UniqueFd* file) {
 }
 
 bool SharedMemory::Map(int file, size_t size) {
+    errno = EINVAL;
     struct stat facts {};
     if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
     if (facts.st_size != static_cast<off_t>(size)) return false;

@@ -19,7 +19,8 @@ class SharedMemory {
 
     // New memory, all zeros, and the file behind it; false with errno. `size` in bytes.
     bool Create(const char* name, size_t size, UniqueFd* file);
-    // Maps a file that a peer sent; false unless it has exactly the size and the seals of ours.
+    // Maps a file that a peer sent; false unless it has exactly the size and the seals of ours, and
+    // with errno ENOMEM if it has.
     bool Map(int file, size_t size);
 
     bool ok() const { return base_ != nullptr; }
