@@ -1,16 +1,21 @@
 // Labels: memory processes
 // Timeout: 300
-// Peers that take and do not give: half messages, replies that nobody reads, every descriptor there
-// is. The others are served as if they were not there.
+// Peers that take and do not give: half messages, replies that nobody reads, calls without a pause,
+// every descriptor there is. The others are served as if they were not there.
 
 #include <android/binder_manager.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sched.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <sstream>
+#include <thread>
+#include <utility>
 
 #include "pool.h"
 #include "siege.h"
@@ -116,6 +121,19 @@ class Load : public Siege {
         ExpectServing(0);
     }
 
+    // Calls sent one behind the other, whichever threads serve them.
+    void ExpectAnsweredInOrder(RawConnection* connection) {
+        std::string calls;
+        for (int32_t i = 0; i < kCalls; ++i)
+            calls += RawCall{target_, kEcho, LetterData(i)}.Frame();
+        EXPECT_TRUE(connection->Send(calls));
+        for (int32_t i = 0; i < kCalls; ++i) {
+            const auto answer = connection->Receive();
+            ASSERT_TRUE(answer) << i;
+            ASSERT_EQ(answer->body.substr(sizeof(ReplyBody), sizeof(i)), RawBytes(i));
+        }
+    }
+
     // The victim's share of the processor while the caller makes its calls.
     void ExpectNoSpinning() {
         EXPECT_TRUE(client_.process().Stop());
@@ -144,6 +162,62 @@ TEST_F(Load, FifteenUnreadRepliesDoNotSlowASixteenthAndAreDeliveredWhenRead) {
     EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
     ExpectUnhurt(0);
 }
+
+// So many connections that never pause: each has more to read as soon as something is read. A
+// thread each, as one alone would not keep up.
+class Flood {
+  public:
+    Flood(const RawPeer& peer, const RefId& target, const std::string& frame) {
+        while (bytes_.size() < 65'536)
+            bytes_ += frame;
+        const UniqueFd mailbox = MemoryFile(2 * 4096, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL);
+        // After a large call very many frames are read at a time.
+        const std::string large = RawCall{target, kEcho, LetterData(0, false, 15'000)}.Frame();
+        for (int i = 0; i < kPeers; ++i) {
+            RawConnection connection = peer.Open(ConnectionKind::kCall);
+            connection.Send(RawFrame(FrameType::kMailbox, ""), {mailbox.get()});
+            connection.Send(large);
+            EXPECT_TRUE(connection.Receive());
+            connections_.push_back(std::move(connection));
+        }
+        for (RawConnection& connection : connections_)
+            threads_.emplace_back([this, &connection] { Run(connection.fd()); });
+    }
+    ~Flood() {
+        done_ = true;
+        for (std::thread& thread : threads_)
+            thread.join();
+    }
+
+    // Each has found its socket full.
+    bool IsUnderWay() const {
+        return Eventually([this] { return full_.value() == kPeers; });
+    }
+
+  private:
+    void Run(int fd) {
+        std::vector<char> answers(65'536);
+        bool was_full = false;
+        for (size_t sent = 0; !done_;) {
+            while (recv(fd, answers.data(), answers.size(), MSG_DONTWAIT) > 0) {
+            }
+            const size_t at = sent % bytes_.size();
+            const ssize_t taken =
+                    send(fd, bytes_.data() + at, bytes_.size() - at, MSG_DONTWAIT | MSG_NOSIGNAL);
+            if (taken > 0) sent += static_cast<size_t>(taken);
+            if (taken > 0) continue;
+            if (!std::exchange(was_full, true)) full_.Add();
+            pollfd wait{fd, POLLIN | POLLOUT, 0};
+            poll(&wait, 1, 10);
+        }
+    }
+
+    std::string bytes_;
+    std::vector<RawConnection> connections_;
+    std::atomic<bool> done_{false};
+    Counter full_;
+    std::vector<std::thread> threads_;
+};
 
 class Starved : public Load {
   protected:
@@ -214,6 +288,27 @@ TEST_F(Starved, WithoutADescriptorLeftForADumpItFailsAndTheDumpedProcessStays) {
     peer.control().Close();
     EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
     ExpectUnhurt(1);
+}
+
+TEST_F(Load, ConnectionsThatNeverPauseLeaveATurnToOthers) {
+    RawPeer peer = NewPeer();
+    RawConnection one_more = peer.Open(ConnectionKind::kCall);
+    const std::string calls = RawCall{target_, kDawdle}.Frame();
+    const std::string knock = RawFrame(FrameType::kKnock, "");
+    for (const std::string& frame : {calls, knock}) {
+        SCOPED_TRACE(frame == knock ? "knocks" : "calls");
+        const Flood flood(peer, target_, frame);
+        EXPECT_TRUE(flood.IsUnderWay());
+        EXPECT_EQ(caller_.Command("once"), "0");
+        EXPECT_EQ(caller_.Command("post"), "0");
+        ExpectServing(0);
+        ExpectAnsweredInOrder(&one_more);
+    }
+    EXPECT_TRUE(Eventually([&] { return victim_.Command("posted") == "2"; }));
+    one_more.Close();
+    peer.control().Close();
+    EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
+    ExpectUnhurt(0);
 }
 
 TEST_F(Load, AProcessOfAnotherUserIsRefusedByWhatTheKernelSaysOfIt) {

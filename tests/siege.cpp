@@ -59,6 +59,9 @@ binder_status_t Behave(int code, const Letter& in, Letter* out) {
         case kMet:
             g_met.store(true);
             return STATUS_OK;
+        case kDawdle:
+            poll(nullptr, 0, 1);
+            return STATUS_OK;
         case kFlood:
             out->value = CallWithObjects(in.binder, static_cast<size_t>(in.value));
             return STATUS_OK;

@@ -25,6 +25,7 @@ enum VictimCode : uint32_t {
     kBlock = 8,     // returns after the command "unblock"
     kFlood = 9,     // hands so many new objects to the object it got, in one call; the status
     kMet = 10,      // notes that the client's oneway calls arrive
+    kDawdle = 11,   // takes a millisecond
 };
 
 // One kEcho call that carries so many new objects and numbers beside.

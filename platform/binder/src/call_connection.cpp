@@ -23,6 +23,11 @@ constexpr size_t kFirstReadBytes = 4096;
 // How long it looks into the mailbox, awake, before it waits at the socket.
 constexpr std::chrono::microseconds kLookOut{50};
 
+// So many frames are served, or knocks taken, in a row while all threads of the pool are busy: a
+// caller that sends on and on would otherwise keep a thread from everybody else, as one that knocks
+// does without waiting for any answer.
+constexpr uint32_t kFramesPerTurn = 64;
+
 constexpr int kMaxParts = 5;
 
 // A message as pieces for one system call.
@@ -81,6 +86,7 @@ CallConnection::Result CallConnection::Read(Wait wait, FrameType* type, Bytes* b
             size_t size = sizeof(FrameHeader) + header->body_size;
             if (header->type == static_cast<uint16_t>(FrameType::kKnock)) {
                 if (!OnKnock()) return Result::kMalformed;
+                if (wait != Wait::kUntilThere && IsTurnOver()) return Result::kTurnIsOver;
                 continue;
             }
             if (there.size() >= size) {
@@ -317,11 +323,17 @@ void CallConnection::OnReady(uint32_t) {
 }
 
 bool CallConnection::ServeFrames() {
+    frames_left_ = kFramesPerTurn;
     FrameType type;
     Bytes body;
     Result result = ReadCall(Wait::kNot, &type, &body);
     while (result != Result::kIncomplete) {
         if (result == Result::kClosed) return false;
+        if (result == Result::kTurnIsOver) {
+            // Not armed meanwhile, so that no second thread comes.
+            Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
+            return true;
+        }
         const Served served =
                 result == Result::kFrame ? ServeFrame(type, body) : Served::kMalformed;
         if (served == Served::kDeferred) return true;
@@ -356,7 +368,14 @@ CallConnection::Result CallConnection::ReadCall(Wait wait, FrameType* type, Byte
     return in_part ? Result::kMalformed : result;
 }
 
+bool CallConnection::IsTurnOver() {
+    if (--frames_left_ != 0) return false;
+    frames_left_ = kFramesPerTurn;
+    return !Pool::Get().HasIdleThread();
+}
+
 CallConnection::Result CallConnection::ReadNext(FrameType* type, Bytes* body) {
+    if (IsTurnOver()) return Result::kTurnIsOver;
     if (in_.size() > frame_size_) return ReadCall(Wait::kNot, type, body);
     // Who has just called often calls again: the thread that stays here saves both sides the way
     // through the pool.

@@ -34,7 +34,8 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     // This process opened it.
     bool ours() const { return ours_; }
 
-    enum class Result { kFrame, kIncomplete, kClosed, kMalformed };
+    // kTurnIsOver: frames go on coming while other work waits for a thread.
+    enum class Result { kFrame, kIncomplete, kClosed, kMalformed, kTurnIsOver };
 
     // kBriefly: a few milliseconds, and only for the first byte of a frame.
     enum class Wait { kNot, kBriefly, kUntilThere };
@@ -42,7 +43,8 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     // Where the thread runs that has called here last, as its process says.
     void NoteCaller(ProcessorNote processor) { caller_runs_on_ = processor; }
 
-    // The next frame; its body is valid until the next read. With kUntilThere never kIncomplete.
+    // The next frame; its body is valid until the next read. With kUntilThere neither kIncomplete
+    // nor kTurnIsOver.
     // `received` takes a descriptor that comes with it; without it one is malformed. It stays empty
     // if this process has no room for one: HasLostDescriptor.
     Result Read(Wait wait, FrameType* type, Bytes* body, UniqueFd* received = nullptr);
@@ -98,7 +100,10 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     // Serves what has come in and what follows soon; false when the connection is to be dropped.
     bool ServeFrames();
     Served ServeFrame(FrameType type, Bytes body);
-    // What has come in behind the last frame, or comes while this thread may stay.
+    // Counts one frame; whether the thread is to look after others first.
+    bool IsTurnOver();
+    // What has come in behind the last frame, or comes while this thread may stay and its turn
+    // lasts.
     Result ReadNext(FrameType* type, Bytes* body);
     Result ReadWhereCallerRuns(FrameType* type, Bytes* body);
     Result ReadCall(Wait wait, FrameType* type, Bytes* body);
@@ -119,6 +124,7 @@ class CallConnection : public PoolSource, public std::enable_shared_from_this<Ca
     WakeUpPlace away_from_caller_;  // while calls are dense
     Mailbox mailbox_;
     bool mailbox_was_offered_ = false;
+    uint32_t frames_left_ = 0;      // of the turn
     UniqueFd offered_;              // what came with a frame that should be the offer of a mailbox
     bool lost_descriptor_ = false;  // or came, and there was no room for it
     Lookout lookout_{&mailbox_};

@@ -23,6 +23,10 @@ constexpr int kHeaps = 4;
 
 constexpr int kStartAgainMs = 50;
 
+// Tasks that a thread runs before it looks whether a connection is ready: what goes on by posting
+// another task must not keep connections waiting.
+constexpr int kTasksInARow = 4;
+
 std::atomic<bool> g_exiting{false};
 
 void NoteExit() {
@@ -243,7 +247,7 @@ void Pool::TryAgain() {
 
 void Pool::Loop(bool joined) {
     while (!ended_.load()) {
-        while (!ended_.load() && RunTask()) {
+        for (int i = 0; i < kTasksInARow && !ended_.load() && RunTask(); ++i) {
         }
         if (!ServeOnce()) break;
     }
@@ -263,7 +267,8 @@ bool Pool::ServeOnce() {
     idle_.fetch_add(1);
     int count = 0;
     // A task posted before this thread was seen as idle has nudged nobody.
-    if (queued_.load() == 0 && !ended_.load()) count = sys::EpollWait(epoll_.get(), &event, 1, -1);
+    const int wait_ms = queued_.load() == 0 ? -1 : 0;
+    if (!ended_.load()) count = sys::EpollWait(epoll_.get(), &event, 1, wait_ms);
     idle_.fetch_sub(1);
     if (ended_.load()) return false;
     if (count <= 0 || event.data.u64 == kNudgeKey) return true;

@@ -41,6 +41,8 @@ class Pool {
     void Join() EXCLUDES(mutex_);
     void SetMaxThreads(uint32_t count) { max_threads_.store(count); }
     bool IsStarted() const { return started_.load(); }
+    // Whether some thread waits for work. A hint: who goes on by it asks again before long.
+    bool HasIdleThread() const { return idle_.load(std::memory_order_relaxed) > 0; }
     // The threads that joined come back, the others take nothing new.
     void End() EXCLUDES(mutex_);
 
