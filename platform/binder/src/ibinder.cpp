@@ -242,9 +242,9 @@ binder_status_t GetContextObject(AIBinder** out, std::string* error) {
         return *out == nullptr ? STATUS_NAME_NOT_FOUND : STATUS_OK;
     }
     std::shared_ptr<Peer> peer = endpoint.GetPeer(name);
-    BinderRef proxy = peer->proxies.Arrive(kContextObjectId, [&peer] {
-        return new ProxyBinder(peer, kContextObjectId, "servicemanager");
-    });
+    constexpr ProxyKey kManager{kContextObjectId, "servicemanager"};
+    BinderRef proxy = peer->proxies.Arrive(
+            kManager, [&] { return new ProxyBinder(peer, kManager.id, kManager.descriptor); });
     if (proxy == nullptr || peer->IsDead()) return STATUS_NAME_NOT_FOUND;
     *out = proxy.release();
     return STATUS_OK;

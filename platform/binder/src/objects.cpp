@@ -27,7 +27,7 @@ BinderRef DeadProxy(const RefId& id, std::string_view descriptor) {
 }
 
 BinderRef ArriveFrom(const std::shared_ptr<Peer>& owner, const ObjectView& view) {
-    BinderRef proxy = owner->proxies.Arrive(view.entry.id, [&] {
+    BinderRef proxy = owner->proxies.Arrive({view.entry.id, view.descriptor}, [&] {
         auto* made = new ProxyBinder(owner, view.entry.id, view.descriptor);
         made->vintf_stable.store((view.entry.flags & kObjectIsVintf) != 0);
         return made;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -25,6 +26,10 @@ Halves DrawSecret() {
     return secret;
 }
 
+ProxyKey KeyOf(const ProxyBinder& proxy) {
+    return {proxy.id, proxy.descriptor};
+}
+
 }  // namespace
 
 size_t RefIdHash::operator()(const RefId& id) const {
@@ -36,6 +41,19 @@ size_t RefIdHash::operator()(const RefId& id) const {
     mixed ^= mixed >> 32;
     mixed = (mixed + id.place) * 0x9e3779b97f4a7c15U;
     return static_cast<size_t>(mixed ^ (mixed >> 32));
+}
+
+size_t ProxyKeyHash::operator()(const ProxyKey& key) const {
+    uint64_t mixed = RefIdHash()(key.id);  // which the secret is part of
+    for (std::string_view rest = key.descriptor; !rest.empty();) {
+        uint64_t piece = 0;
+        const size_t size = std::min(rest.size(), sizeof(piece));
+        memcpy(&piece, rest.data(), size);
+        rest.remove_prefix(size);
+        mixed = (mixed ^ piece) * 0x9e3779b97f4a7c15U;
+        mixed ^= mixed >> 32;
+    }
+    return mixed;
 }
 
 ExportTable& ExportTable::Get() {
@@ -210,27 +228,34 @@ std::vector<DelayedReleases::Release> DelayedReleases::Close() {
     return Reach(std::numeric_limits<uint64_t>::max());
 }
 
-BinderRef ProxyTable::Arrive(const RefId& id, const Maker& make) {
+BinderRef ProxyTable::Arrive(const ProxyKey& key, const Maker& make) {
     std::lock_guard lock(mutex_);
     if (closed_) return nullptr;
-    ProxyBinder*& slot = proxies_[id];
+    auto slot = proxies_.find(key);
     // One that is losing its last reference stays out of the way: its own release settles its own
     // arrivals.
-    if (slot == nullptr || !slot->TryIncStrong()) slot = make();
-    ++slot->arrivals;
-    return BinderRef(slot);
+    if (slot != proxies_.end() && !slot->second->TryIncStrong()) {
+        proxies_.erase(slot);
+        slot = proxies_.end();
+    }
+    if (slot == proxies_.end()) {
+        ProxyBinder* const made = make();
+        slot = proxies_.emplace(KeyOf(*made), made).first;
+    }
+    ++slot->second->arrivals;
+    return BinderRef(slot->second);
 }
 
-BinderRef ProxyTable::Find(const RefId& id) {
+BinderRef ProxyTable::Find(const ProxyKey& key) {
     std::lock_guard lock(mutex_);
-    auto slot = proxies_.find(id);
+    auto slot = proxies_.find(key);
     if (slot == proxies_.end() || !slot->second->TryIncStrong()) return nullptr;
     return BinderRef(slot->second);
 }
 
 uint32_t ProxyTable::Leave(ProxyBinder* proxy) {
     std::lock_guard lock(mutex_);
-    auto slot = proxies_.find(proxy->id);
+    auto slot = proxies_.find(KeyOf(*proxy));
     if (slot != proxies_.end() && slot->second == proxy) proxies_.erase(slot);
     return proxy->arrivals;
 }
@@ -239,7 +264,7 @@ std::vector<BinderRef> ProxyTable::Close() {
     std::lock_guard lock(mutex_);
     closed_ = true;
     std::vector<BinderRef> alive;
-    for (auto& [id, proxy] : proxies_) {
+    for (auto& [key, proxy] : proxies_) {
         if (proxy->TryIncStrong()) alive.emplace_back(proxy);
     }
     proxies_.clear();

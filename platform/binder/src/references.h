@@ -124,16 +124,31 @@ class DelayedReleases {
     std::deque<Release> waiting_ GUARDED_BY(mutex_);
 };
 
-// The stand-ins for one peer's objects: at most one per object.
+// An object of another process, and the interface that it came with. Whoever passes an object on
+// can say what it likes of it: what it says falsely must not stick to the object as others pass it.
+struct ProxyKey {
+    RefId id;
+    std::string_view descriptor;
+
+    bool operator==(const ProxyKey& other) const {
+        return id == other.id && descriptor == other.descriptor;
+    }
+};
+struct ProxyKeyHash {
+    size_t operator()(const ProxyKey& key) const;
+};
+
+// The stand-ins for one peer's objects: at most one per object, as long as nobody lies about its
+// interface.
 class ProxyTable {
   public:
+    // Makes one with the descriptor that it arrives with.
     using Maker = std::function<ProxyBinder*()>;
 
-    // The stand-in for `id`, made if there is none, with one more arrival counted. Null if the peer
-    // is dead.
-    BinderRef Arrive(const RefId& id, const Maker& make) EXCLUDES(mutex_);
+    // The stand-in, made if there is none, with one more arrival counted. Null if the peer is dead.
+    BinderRef Arrive(const ProxyKey& key, const Maker& make) EXCLUDES(mutex_);
     // The one there is, or null.
-    BinderRef Find(const RefId& id) EXCLUDES(mutex_);
+    BinderRef Find(const ProxyKey& key) EXCLUDES(mutex_);
     // `proxy` has lost its last reference; the arrivals that its release settles.
     uint32_t Leave(ProxyBinder* proxy) EXCLUDES(mutex_);
     // All that are still referenced; none can arrive any more.
@@ -142,7 +157,8 @@ class ProxyTable {
   private:
     std::mutex mutex_;
     bool closed_ GUARDED_BY(mutex_) = false;
-    std::unordered_map<RefId, ProxyBinder*, RefIdHash> proxies_ GUARDED_BY(mutex_);
+    // The descriptor of each key is that of its stand-in, which leaves before it goes.
+    std::unordered_map<ProxyKey, ProxyBinder*, ProxyKeyHash> proxies_ GUARDED_BY(mutex_);
 };
 
 }  // namespace host

@@ -85,25 +85,41 @@ TEST(DelayedReleases, WaitForTheRingToBeReadThatFar) {
 
 TEST(ProxyTable, HasOneStandInWhileItIsReferencedAndCountsItsArrivals) {
     ProxyTable table;
+    const ProxyKey key{Id(1), "test.IObject"};
     int made = 0;
     const auto make = [&made] {
         ++made;
         return new ProxyBinder(nullptr, Id(1), "test.IObject");
     };
-    BinderRef first = table.Arrive(Id(1), make);
-    BinderRef second = table.Arrive(Id(1), make);
+    BinderRef first = table.Arrive(key, make);
+    BinderRef second = table.Arrive(key, make);
     EXPECT_EQ(first.get(), second.get());
     EXPECT_EQ(made, 1);
-    EXPECT_EQ(table.Find(Id(1)).get(), first.get());
+    EXPECT_EQ(table.Find(key).get(), first.get());
     EXPECT_EQ(table.Leave(AsProxy(first.get())), 2U);
-    EXPECT_EQ(table.Find(Id(1)), nullptr);
-    BinderRef third = table.Arrive(Id(1), make);
+    EXPECT_EQ(table.Find(key), nullptr);
+    BinderRef third = table.Arrive(key, make);
     EXPECT_NE(third.get(), first.get()) << "the one that left settles its own arrivals only";
     EXPECT_EQ(AsProxy(third.get())->arrivals, 1U);
     EXPECT_EQ(table.Leave(AsProxy(first.get())), 2U);
-    EXPECT_EQ(table.Find(Id(1)).get(), third.get()) << "and does not take the new one along";
+    EXPECT_EQ(table.Find(key).get(), third.get()) << "and does not take the new one along";
     EXPECT_EQ(table.Close().size(), 1U);
-    EXPECT_EQ(table.Arrive(Id(1), make), nullptr);
+    EXPECT_EQ(table.Arrive(key, make), nullptr);
+}
+
+TEST(ProxyTable, KeepsApartWhatIsSaidToBeOfDifferentInterfaces) {
+    ProxyTable table;
+    std::vector<BinderRef> held;
+    for (const char* said : {"test.IObject", "test.IObjectOfALongerName", "test.IObject", ""}) {
+        held.push_back(
+                table.Arrive({Id(1), said}, [&] { return new ProxyBinder(nullptr, Id(1), said); }));
+        EXPECT_EQ(AsProxy(held.back().get())->descriptor, said);
+    }
+    EXPECT_EQ(held[0].get(), held[2].get());
+    EXPECT_EQ(AsProxy(held[0].get())->arrivals, 2U);
+    EXPECT_EQ(table.Leave(AsProxy(held[1].get())), 1U);
+    EXPECT_EQ(table.Find({Id(1), "test.IObject"}).get(), held[0].get());
+    EXPECT_EQ(table.Close().size(), 2U);
 }
 
 }  // namespace
