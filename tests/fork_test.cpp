@@ -8,7 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <set>
+#include <thread>
 
 #include "launcher.h"
 #include "test_object.h"
@@ -99,6 +101,17 @@ HOST_HELPER(Forker) {
     });
 }
 
+// Waits for a service manager that never comes.
+HOST_HELPER(ForkingWaiter) {
+    const std::string at_start = std::to_string(Descriptors());
+    std::thread waiting([] { ndk::SpAIBinder(AServiceManager_waitForService("nobody")); });
+    channel.Serve([&](const std::string& command) {
+        return command == "descriptors at the start" ? at_start : Fork(command, {});
+    });
+    waiting.join();
+    return 0;
+}
+
 HOST_HELPER(CountInherited) {
     return Descriptors();
 }
@@ -121,6 +134,23 @@ TEST_F(Forks, LeaveTheChildNoDescriptorOfTheLayer) {
     EXPECT_EQ(Number("descriptors of a child's child"), at_start);
     EXPECT_EQ(Number("descriptors of a program"), at_start);
     EXPECT_EQ(forker_.helper().Command("call"), "0");
+}
+
+TEST(ForksOfAProcessThatWaits, LeaveTheChildNoDescriptorOfTheLayer) {
+    char folder[] = "/tmp/vh-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    {
+        LaunchOptions options;
+        options.environment["BINDER_HOST_DIR"] = folder;
+        Helper waiter("ForkingWaiter", {}, options);
+        ASSERT_TRUE(waiter.log().WaitForLine("waitForService(nobody) waits"));
+        const int at_start = atoi(waiter.Command("descriptors at the start").c_str());
+        EXPECT_GE(atoi(waiter.Command("descriptors").c_str()), at_start + 4)
+                << "listener, epoll and event files, a watch";
+        EXPECT_EQ(atoi(waiter.Command("descriptors of a child").c_str()), at_start);
+        waiter.process().Kill();
+    }
+    std::filesystem::remove_all(folder);
 }
 
 TEST_F(Forks, MakeCallsOfTheChildFailAndThoseOfTheParentGoOn) {

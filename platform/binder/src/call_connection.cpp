@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <mutex>
+#include <shared_mutex>
 #include <utility>
 
 #include "descriptors.h"
@@ -118,6 +120,9 @@ bool CallConnection::Receive(Wait wait, UniqueFd* received, Result* failure) {
     if (wait == Wait::kUntilThere) sys::Poll(&readable, -1);
     const bool in_vain = wait == Wait::kBriefly &&
                          sys::Poll(&readable, kBriefWait / std::chrono::milliseconds(1)) == 0;
+    // Once there is a mailbox nothing is received but bytes: frequent callers take no lock.
+    std::shared_lock until_owned(ForkMutex(), std::defer_lock);
+    if (received != nullptr) until_owned.lock();
     ssize_t got = in_vain ? -1 : sys::RecvMsg(fd_.get(), &message, MSG_DONTWAIT);
     if (!in_vain && got < 0 && errno == EINTR) return true;
     const bool nothing_yet = in_vain || (got < 0 && errno == EAGAIN);

@@ -15,26 +15,20 @@ constexpr std::chrono::milliseconds kStep{250};
 
 }  // namespace
 
-FolderWatch::FolderWatch(const std::string& folder) {
-    watch_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    if (watch_ < 0) return;
+FolderWatch::FolderWatch(const std::string& folder)
+        : watch_(NewFd([] { return inotify_init1(IN_CLOEXEC | IN_NONBLOCK); })) {
+    if (!watch_.ok()) return;
     const uint32_t events = IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
-    if (inotify_add_watch(watch_, folder.c_str(), events) >= 0) return;
-    close(watch_);
-    watch_ = -1;
-}
-
-FolderWatch::~FolderWatch() {
-    if (watch_ >= 0) close(watch_);
+    if (inotify_add_watch(watch_.get(), folder.c_str(), events) < 0) watch_.Reset();
 }
 
 void FolderWatch::Wait(std::chrono::milliseconds limit) {
-    pollfd wait{watch_, POLLIN, 0};
-    limit = std::min(limit, watch_ < 0 ? kBlindStep : kStep);
+    pollfd wait{watch_.get(), POLLIN, 0};
+    limit = std::min(limit, watch_.ok() ? kStep : kBlindStep);
     if (poll(&wait, 1, static_cast<int>(limit.count())) <= 0) return;
     // What has happened does not matter: the caller looks again.
     char events[4096];
-    while (read(watch_, events, sizeof(events)) > 0) {
+    while (read(watch_.get(), events, sizeof(events)) > 0) {
     }
 }
 

@@ -5,22 +5,21 @@
 #include <chrono>
 #include <string>
 
+#include "fd.h"
+
 namespace host {
 
 class FolderWatch {
   public:
     // Watches from now on. Where the system gives no watch, Wait() only waits.
     explicit FolderWatch(const std::string& folder);
-    ~FolderWatch();
-    FolderWatch(const FolderWatch&) = delete;
-    FolderWatch& operator=(const FolderWatch&) = delete;
 
     // Returns when something has appeared since the watch began or since the last return, or after
     // `limit`, or for no reason.
     void Wait(std::chrono::milliseconds limit);
 
   private:
-    int watch_ = -1;
+    UniqueFd watch_;
 };
 
 }  // namespace host
