@@ -1,5 +1,5 @@
 // Labels: memory processes
-// Timeout: 300
+// Timeout: 450
 // Every system call of the transport fails once, at each place of its first uses, and so does the
 // start of a thread: what was asked for fails with a status or succeeds, nothing hangs, and
 // afterwards everything works.
@@ -124,11 +124,12 @@ struct Fault {
 
 const std::vector<Fault>& Faults() {
     static const auto* faults = new std::vector<Fault>{
-            {"socket", {EMFILE, ENOMEM}},
-            {"connect", {EAGAIN, ECONNREFUSED}},
+            {"socket", {EMFILE, ENOMEM}, 6},
+            {"connect", {EAGAIN, ECONNREFUSED}, 5},
             {"bind", {EADDRINUSE}, 1},
             {"listen", {EADDRINUSE}, 1},
             {"accept4", {EMFILE, EINTR, ENOMEM}},
+            {"epoll_create1", {EMFILE}, 1},
             {"epoll_ctl", {ENOMEM}, 6},
             {"epoll_wait", {EINTR}},
             {"eventfd", {EMFILE}, 1},
@@ -137,8 +138,8 @@ const std::vector<Fault>& Faults() {
             {"mmap", {ENOMEM}, 2},
             {"fcntl", {EINVAL}, 4},
             {"getrandom", {EINTR}, 2},
-            {"getsockopt", {ENOBUFS}, 4},
-            {"sendmsg", {EINTR, ENOBUFS, EPIPE}, 6},
+            {"getsockopt", {ENOBUFS}, 5},
+            {"sendmsg", {EINTR, ENOBUFS, EPIPE}, 7},
             {"recvmsg", {EINTR, ENOMEM, ECONNRESET}, 6},
             {"poll", {EINTR}},
             {"send", {EINTR, ENOBUFS}, 3},

@@ -17,6 +17,8 @@
 namespace host {
 namespace {
 
+constexpr int kRetryWhenRefusedMs = 50;
+
 // Wake-ups of this process in a span of time, of which receivers are told.
 class WakeUpMeter {
   public:
@@ -172,12 +174,14 @@ void OnewaySender::TryConnect() {
                 std::make_shared<ConnectionEnd>(peer_->shared_from_this()));
         return;
     }
-    // A refusal is a death, of which the control connection tells.
-    if (connected.result != ConnectResult::kRefused) ConnectLater();
+    // A refusal is a death, of which the control connection tells, or something that passes: what
+    // has been accepted is not given up before the death is known.
+    const bool refused = connected.result == ConnectResult::kRefused;
+    ConnectLater(refused ? kRetryWhenRefusedMs : kConnectRetryMs);
 }
 
-void OnewaySender::ConnectLater() {
-    Housekeeper::Get().RunLater(kConnectRetryMs,
+void OnewaySender::ConnectLater(int delay_ms) {
+    Housekeeper::Get().RunLater(delay_ms,
                                 [peer = peer_->shared_from_this()] { peer->oneway.OnReachable(); });
 }
 
@@ -192,7 +196,7 @@ void OnewaySender::OnConnectionEnd() {
     // The peer had no descriptor left for the ring: it gets it again, with what was written
     // meanwhile.
     Disconnect();
-    if (!closed_ && !peer_->IsDead()) ConnectLater();
+    if (!closed_ && !peer_->IsDead()) ConnectLater(kConnectRetryMs);
 }
 
 void OnewaySender::OnReachable() {

@@ -60,7 +60,7 @@ class OnewaySender {
     bool OpenRing() REQUIRES(mutex_);
     void TryConnect() REQUIRES(mutex_);
     void Disconnect() REQUIRES(mutex_);
-    void ConnectLater();
+    void ConnectLater(int delay_ms);
     void SendWakeUp() REQUIRES(mutex_);
 
     Peer* const peer_;
