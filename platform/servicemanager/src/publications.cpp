@@ -100,38 +100,47 @@ void Publications::WaitForWork(bool failed) NO_THREAD_SAFETY_ANALYSIS {
 bool Publications::AnnounceAll(std::string* error) {
     Connection::Manager manager;
     if (connection_.WaitForManager("", &manager, error) != STATUS_OK) return false;
+    binder_status_t status = STATUS_OK;
+    for (bool more = true; more && status == STATUS_OK;)
+        status = AnnounceNext(manager, &more);
     // A service manager that dies meanwhile leaves new work behind.
-    for (bool more = true; more && AnnounceNext(manager, &more);) {
-    }
-    return true;
+    if (status == STATUS_OK || status == STATUS_DEAD_OBJECT) return true;
+    *error = "the service manager's answer was status " + std::to_string(status);
+    return false;
 }
 
-bool Publications::AnnounceNext(const Connection::Manager& manager, bool* more) {
+binder_status_t Publications::AnnounceNext(const Connection::Manager& manager, bool* more) {
     std::lock_guard order(order_);
     std::string name;
-    ndk::SpAIBinder service;
-    {
-        std::lock_guard lock(mutex_);
-        for (auto& [key, publication] : published_) {
-            if (publication.generation == manager.generation) continue;
-            publication.generation = manager.generation;
-            name = key;
-            service = publication.service;
-            break;
-        }
-    }
+    const ndk::SpAIBinder service = FindUnknown(manager.generation, &name);
     *more = service != nullptr;
-    if (!*more) return true;
+    if (!*more) return STATUS_OK;
     AddReply reply;
     const binder_status_t status = Send(manager, name, service, &reply);
-    if (status == STATUS_DEAD_OBJECT) return false;
-    if (status != STATUS_OK) {
-        LOG(WARNING) << name << " is not published again: status " << status;
-    } else if (reply.exception != EX_NONE) {
+    if (status != STATUS_OK) return status;
+    if (reply.exception == EX_NONE) {
+        NoteKnown(name, manager.generation);
+    } else {
         LOG(WARNING) << name << " is not published again: " << reply.reason;
         Forget(name);
     }
-    return true;
+    return STATUS_OK;
+}
+
+ndk::SpAIBinder Publications::FindUnknown(uint64_t generation, std::string* name) {
+    std::lock_guard lock(mutex_);
+    for (const auto& [key, publication] : published_) {
+        if (publication.generation == generation) continue;
+        *name = key;
+        return publication.service;
+    }
+    return {};
+}
+
+void Publications::NoteKnown(const std::string& name, uint64_t generation) {
+    std::lock_guard lock(mutex_);
+    const auto found = published_.find(name);
+    if (found != published_.end()) found->second.generation = generation;
 }
 
 void Publications::Forget(const std::string& name) {

@@ -43,10 +43,14 @@ class Publications {
     // Until there is work; not longer than a second if the last attempt failed.
     void WaitForWork(bool failed) EXCLUDES(mutex_);
     void Wake() EXCLUDES(mutex_);
-    // False, with a sentence that says why: the runtime folder cannot be used.
+    // False, with a sentence that says why: it has to be tried again.
     bool AnnounceAll(std::string* error) EXCLUDES(order_, mutex_);
-    // False if this service manager is dead.
-    bool AnnounceNext(const Connection::Manager& manager, bool* more) EXCLUDES(order_, mutex_);
+    // As Connection::Transact; what has failed is still to be announced.
+    binder_status_t AnnounceNext(const Connection::Manager& manager, bool* more)
+            EXCLUDES(order_, mutex_);
+    // One that the service manager of this generation does not know yet; null if there is none.
+    ndk::SpAIBinder FindUnknown(uint64_t generation, std::string* name) EXCLUDES(mutex_);
+    void NoteKnown(const std::string& name, uint64_t generation) EXCLUDES(mutex_);
     void Forget(const std::string& name) EXCLUDES(mutex_);
 
     // A forked child has no announcer, and may have been made while that held the mutex.

@@ -7,6 +7,8 @@
 #include <android/binder_stability.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -70,6 +72,11 @@ class Client {
             return Ask(kept_);
         }
         if (command == "ask") return Ask(kept_);
+        if (command == "fail") {
+            fault_ = std::make_unique<testing::FailNthCall>(name.c_str(), std::stoi(text), EMFILE);
+            return "armed";
+        }
+        if (command == "failed") return fault_->fired() ? "yes" : "no";
         if (command == "declared") return AServiceManager_isDeclared(name.c_str()) ? "yes" : "no";
         if (command == "list") return List();
         return LookUp(command, name);
@@ -107,6 +114,7 @@ class Client {
     }
 
     ndk::SpAIBinder kept_;
+    std::unique_ptr<testing::FailNthCall> fault_;
     std::thread thread_;
     std::string outcome_;
 };

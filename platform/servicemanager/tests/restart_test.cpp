@@ -103,6 +103,22 @@ TEST(ARestartedServiceManager, KeepsANameForWhoeverCameFirst) {
     EXPECT_EQ(slow.log().Count("not published again"), 1);
 }
 
+TEST(ARestartedServiceManager, LearnsLaterFromAPublisherThatHasNoDescriptorForItNow) {
+    ScopedHost host;
+    Helper publisher("Client"), client("Client");
+    ASSERT_EQ(publisher.Command("publish n x"), "0");
+    // The control connection is made, the one for the call is not.
+    ASSERT_EQ(publisher.Command("fail socket 2"), "armed");
+    ASSERT_TRUE(publisher.process().Stop());
+    host.KillServiceManager();
+    host.StartServiceManager();
+    ASSERT_EQ(client.Command("check n"), "null");
+    ASSERT_TRUE(publisher.process().Continue());
+    EXPECT_EQ(client.Command("wait n"), Says(publisher, "x"));
+    EXPECT_EQ(publisher.Command("failed"), "yes");
+    EXPECT_EQ(publisher.log().Count("services stay unpublished: "), 1);
+}
+
 TEST(ARestartedServiceManager, IsFoundAgainInAFolderThatWasUnusableForAWhile) {
     ScopedHost host;
     Helper publisher("Client"), client("Client");
