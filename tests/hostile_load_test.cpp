@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -309,6 +310,54 @@ TEST_F(Load, ConnectionsThatNeverPauseLeaveATurnToOthers) {
     peer.control().Close();
     EXPECT_EQ(caller_.Finish(), ExitStatus({0, 0}));
     ExpectUnhurt(0);
+}
+
+// Publishes; its commands: "wait" has a thread wait for what nobody publishes, "check" looks for
+// it.
+HOST_HELPER(Seeker) {
+    const ndk::SpAIBinder object =
+            MakeObject([](int, const Letter&, Letter*) { return STATUS_OK; });
+    if (AServiceManager_addService(object.get(), "seeker") != EX_NONE) return 1;
+    std::thread waiting;
+    channel.Serve([&waiting](const std::string& command) {
+        if (command == "wait")
+            waiting =
+                    std::thread([] { ndk::SpAIBinder(AServiceManager_waitForService("nobody")); });
+        else if (ndk::SpAIBinder(AServiceManager_checkService("nobody")) != nullptr)
+            return "found";
+        return "done";
+    });
+    waiting.join();
+    return 0;
+}
+
+TEST(AFullServiceManager, IsAskedAgainAfterAWhileAndIsNotTakenForDead) {
+    constexpr int kRefusals = 11;
+    ScopedHost host({.echo_log = false});
+    Helper seeker("Seeker");
+    ASSERT_EQ(seeker.Command("check"), "done");
+    Child& manager = *host.service_manager();
+    // The connection that there is stays with the thread that waits.
+    seeker.Command("wait");
+    ASSERT_TRUE(WaitForRest({seeker.pid(), manager.pid()}));
+    const rlimit few{64, 64};
+    ASSERT_EQ(prlimit(manager.pid(), RLIMIT_NOFILE, &few, nullptr), 0);
+    RawPeer peer(host.path(), manager.pid());
+    std::vector<RawConnection> silent;
+    while (silent.size() < kMaxNewcomers)
+        silent.push_back(peer.Connect());
+    const auto refused = [&manager](pid_t pid) {
+        return manager.log().Count("pid " + std::to_string(pid) + " uid " +
+                                   std::to_string(getuid()) + ": no descriptor is left");
+    };
+    ASSERT_TRUE(Eventually([&] { return refused(getpid()) > 0; }));
+    const auto start = Clock::now();
+    seeker.Send("check");
+    EXPECT_TRUE(Eventually([&] { return refused(seeker.pid()) >= kRefusals; }));
+    EXPECT_GE(Since(start), (kRefusals - 1) * 50'000);
+    silent.clear();
+    EXPECT_EQ(seeker.WaitForAnswer(), "done");
+    seeker.process().Kill();
 }
 
 TEST_F(Load, AProcessOfAnotherUserIsRefusedByWhatTheKernelSaysOfIt) {

@@ -3,11 +3,13 @@
 #include "connection.h"
 
 #include <android-base/logging.h>
+#include <poll.h>
 
 #include <chrono>
 #include <memory>
 #include <utility>
 
+#include "fd.h"
 #include "folder_watch.h"
 #include "host.h"
 
@@ -15,6 +17,9 @@ namespace host {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
+
+// Also how much longer a death takes whose notice comes behind the end of a call.
+constexpr int kTryAgainMs = 50;
 
 struct Connection::DeathCookie {
     Connection* connection;
@@ -128,8 +133,17 @@ binder_status_t Connection::Transact(const Manager& manager, transaction_code_t 
         AParcel* request = in.release();
         status = AIBinder_transact(manager.binder.get(), code, &request, out.getR(), 0);
     }
-    if (status == STATUS_DEAD_OBJECT) Lose(manager.generation);
-    return status == STATUS_OK ? read(out.get()) : status;
+    if (status == STATUS_OK) return read(out.get());
+    if (status != STATUS_DEAD_OBJECT) return status;
+    // Its connections end before its death is known: a moment later it is. A forked child has none.
+    if (AIBinder_isAlive(manager.binder.get()) && !IsForkedChild()) return STATUS_WOULD_BLOCK;
+    Lose(manager.generation);
+    return status;
+}
+
+bool Connection::ShallTryAgain(binder_status_t status) {
+    if (status == STATUS_WOULD_BLOCK) poll(nullptr, 0, kTryAgainMs);
+    return status == STATUS_WOULD_BLOCK || status == STATUS_DEAD_OBJECT;
 }
 
 binder_status_t Connection::Call(const std::string& purpose, transaction_code_t code,
@@ -140,7 +154,7 @@ binder_status_t Connection::Call(const std::string& purpose, transaction_code_t 
         binder_status_t status = WaitForManager(&patience, &manager, error);
         if (status == STATUS_OK) {
             status = Transact(manager, code, write, read);
-            if (status == STATUS_DEAD_OBJECT) continue;
+            if (ShallTryAgain(status)) continue;
             *error = "the service manager's answer was status " + std::to_string(status);
         }
         if (status != STATUS_OK) LOG(ERROR) << purpose << " fails: " << *error;

@@ -36,9 +36,13 @@ class Connection {
             EXCLUDES(mutex_);
 
     // One two-way call. STATUS_DEAD_OBJECT: this service manager is dead, and the connection has
-    // noticed.
+    // noticed. STATUS_WOULD_BLOCK: it has ended a connection, and lives as far as is known.
     binder_status_t Transact(const Manager& manager, transaction_code_t code, const Write& write,
                              const Read& read) EXCLUDES(mutex_);
+
+    // Whether that status of Transact asks for another attempt, for which it is time now: waits a
+    // moment if the same service manager is asked again.
+    static bool ShallTryAgain(binder_status_t status);
 
     // WaitForManager and Transact until a service manager has lived through the call. Logs
     // failures.

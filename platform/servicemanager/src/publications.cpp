@@ -35,7 +35,7 @@ binder_exception_t Publications::Publish(const std::string& name, const ndk::SpA
         if (status == STATUS_OK && reply.exception == EX_NONE) {
             Remember(name, service, manager.generation);
         }
-    } while (status == STATUS_DEAD_OBJECT);
+    } while (Connection::ShallTryAgain(status));
     if (status != STATUS_OK) {
         LOG(ERROR) << purpose << " fails: the service manager's answer was status " << status;
         return EX_TRANSACTION_FAILED;
