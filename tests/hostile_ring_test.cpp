@@ -189,7 +189,7 @@ TEST_F(Siege, AReaderWithImpossiblePositionsIsCut) {
         const RawCall post{target_, kPostTo, LetterData(0, true), ObjectEntry({{1, 2}}), 1};
         ASSERT_EQ(peer.CallOnce(post)->status, STATUS_OK);
         UniqueFd file;
-        RawConnection wake_up = listener.AcceptOneway(&file);
+        RawConnection wake_up = listener.Accept(&file);
         RingMemory memory;
         ASSERT_TRUE(memory.Map(file.get()));
         EXPECT_GT(memory.control().produced.load(), 0U);

@@ -244,7 +244,12 @@ RawListener::~RawListener() {
     unlink(path_.c_str());
 }
 
-RawConnection RawListener::AcceptOneway(UniqueFd* ring) {
+RawConnection RawListener::Accept() {
+    UniqueFd nothing;
+    return Accept(&nothing);
+}
+
+RawConnection RawListener::Accept(UniqueFd* received) {
     EXPECT_TRUE(WaitFor(fd_.get(), POLLIN, Clock::now() + kTestLimit));
     RawConnection connection(UniqueFd(accept4(fd_.get(), nullptr, nullptr, SOCK_CLOEXEC)));
     char hello[sizeof(FrameHeader) + sizeof(HelloBody)];
@@ -256,7 +261,7 @@ RawConnection RawListener::AcceptOneway(UniqueFd* ring) {
     space.Attach(&message);
     EXPECT_TRUE(WaitFor(connection.fd(), POLLIN, Clock::now() + kTestLimit));
     EXPECT_EQ(recvmsg(connection.fd(), &message, 0), static_cast<ssize_t>(sizeof(hello)));
-    EXPECT_TRUE(space.Take(message, ring));
+    EXPECT_TRUE(space.Take(message, received));
     return connection;
 }
 

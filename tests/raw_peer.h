@@ -128,8 +128,10 @@ class RawListener {
     RawListener& operator=(const RawListener&) = delete;
 
     const std::string& name() const { return name_; }
-    // The next connection, which must be one for oneway calls; `*ring` is the file that came along.
-    RawConnection AcceptOneway(UniqueFd* ring);
+    // The next connection, its hello taken; what came along goes to `*received`.
+    RawConnection Accept(UniqueFd* received);
+    // The same for one that brings nothing.
+    RawConnection Accept();
 
   private:
     const std::string name_;

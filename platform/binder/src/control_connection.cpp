@@ -114,8 +114,7 @@ bool ControlConnection::HandleFrame(FrameType type, Bytes body) {
             peer_->OnWelcome(this);
             return true;
         case FrameType::kYield:
-            peer_->OnYield(this);
-            return true;
+            return peer_->OnYield(this);
         case FrameType::kAcquire:
             return HandleAcquire(peer_.get(), CopyOut<AcquireBody>(body.data()));
         case FrameType::kAcquired: {

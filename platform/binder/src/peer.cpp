@@ -21,6 +21,8 @@ namespace {
 // Connections that this process opens towards the peer beside those for calls: control and oneway.
 constexpr size_t kOtherConnections = 2;
 constexpr int kRetryWhenShortMs = 50;
+// A peer that yields has said hello before: this is long for taking that in.
+constexpr int kAdoptWithinMs = 1000;
 // Attempts at a control connection that a living process may leave unanswered: 5 seconds of them.
 constexpr int kMaxAttempts = 100;
 
@@ -141,17 +143,32 @@ void Peer::OnWelcome(ControlConnection* control) {
     FlushControl();
 }
 
-void Peer::OnYield(ControlConnection* control) {
+bool Peer::OnYield(ControlConnection* control) {
     std::shared_ptr<ControlConnection> ended;
     {
         std::lock_guard lock(control_mutex_);
-        if (control_.get() != control || control_open_) return;
+        if (control_.get() != control || control_open_) return true;
+        if (Endpoint::Get().name() < name) return false;
         ended = std::move(control_);
         control_ = nullptr;
         // The peer's own attempt is in our queue of new connections: nothing to connect any more.
         yielded_ = true;
     }
     ended->StopWatching();
+    Housekeeper::Get().RunLater(kAdoptWithinMs,
+                                [self = shared_from_this()] { self->ConnectUnlessAdopted(); });
+    return true;
+}
+
+// Without a connection that ends nobody would hear of the death of a peer which died on the way, or
+// never meant to come.
+void Peer::ConnectUnlessAdopted() {
+    {
+        std::lock_guard lock(control_mutex_);
+        if (control_ != nullptr) return;
+        yielded_ = false;
+    }
+    Connect();
 }
 
 void Peer::OnControlWritable() {

@@ -56,7 +56,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
             EXCLUDES(control_mutex_);
     // Housekeeper: the peer has answered our attempt.
     void OnWelcome(ControlConnection* control) EXCLUDES(control_mutex_);
-    void OnYield(ControlConnection* control) EXCLUDES(control_mutex_);
+    // False if the peer's own attempt is not the one that stays.
+    bool OnYield(ControlConnection* control) EXCLUDES(control_mutex_);
     // Housekeeper: `control` can take bytes again.
     void OnControlWritable() EXCLUDES(control_mutex_);
     // Housekeeper: `control` has ended. Nothing happens if it is not the one that counts.
@@ -123,6 +124,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void FlushControl() REQUIRES(control_mutex_);
     Connected TryConnect() REQUIRES(control_mutex_);
     void ConnectLater(int delay_ms);
+    // The peer has yielded: if its own attempt has not come in, it is asked again.
+    void ConnectUnlessAdopted() EXCLUDES(mutex_, control_mutex_);
     void BecomeReachable(pid_t pid, uid_t uid) EXCLUDES(mutex_, control_mutex_);
     void GiveUp() EXCLUDES(mutex_);
     bool MayTakeConnection() const REQUIRES(mutex_);
