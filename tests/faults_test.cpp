@@ -139,6 +139,7 @@ const std::vector<Fault>& Faults() {
             {"fcntl", {EINVAL}, 4},
             {"getrandom", {EINTR}, 2},
             {"getsockopt", {ENOBUFS}, 5},
+            {"getpeername", {ENOBUFS}},
             {"sendmsg", {EINTR, ENOBUFS, EPIPE}, 7},
             {"recvmsg", {EINTR, ENOMEM, ECONNRESET}, 6},
             {"poll", {EINTR}},

@@ -244,14 +244,22 @@ RawListener::~RawListener() {
     unlink(path_.c_str());
 }
 
+bool RawListener::IsConnectedTo() const {
+    return WaitFor(fd_.get(), POLLIN, Clock::now());
+}
+
+RawConnection RawListener::AcceptUnread() {
+    EXPECT_TRUE(WaitFor(fd_.get(), POLLIN, Clock::now() + kTestLimit));
+    return RawConnection(UniqueFd(accept4(fd_.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+}
+
 RawConnection RawListener::Accept() {
     UniqueFd nothing;
     return Accept(&nothing);
 }
 
 RawConnection RawListener::Accept(UniqueFd* received) {
-    EXPECT_TRUE(WaitFor(fd_.get(), POLLIN, Clock::now() + kTestLimit));
-    RawConnection connection(UniqueFd(accept4(fd_.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+    RawConnection connection = AcceptUnread();
     char hello[sizeof(FrameHeader) + sizeof(HelloBody)];
     iovec part{hello, sizeof(hello)};
     DescriptorSpace space;

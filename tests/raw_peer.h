@@ -128,6 +128,10 @@ class RawListener {
     RawListener& operator=(const RawListener&) = delete;
 
     const std::string& name() const { return name_; }
+    // Whether somebody has connected who was not accepted.
+    bool IsConnectedTo() const;
+    // The next connection, whatever it says.
+    RawConnection AcceptUnread();
     // The next connection, its hello taken; what came along goes to `*received`.
     RawConnection Accept(UniqueFd* received);
     // The same for one that brings nothing.

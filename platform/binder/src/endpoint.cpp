@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -41,6 +42,15 @@ bool PeerCredentials(int fd, pid_t* pid, uid_t* uid) {
     *pid = who.pid;
     *uid = who.uid;
     return who.uid == geteuid() || who.uid == 0;
+}
+
+// What the other end was bound to. A link in the folder gives a socket as many names as one likes.
+bool ListensUnder(int fd, std::string_view name) {
+    sockaddr_un address{};
+    socklen_t size = sizeof(address);
+    if (sys::GetPeerName(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) return false;
+    std::string_view path(address.sun_path, strnlen(address.sun_path, sizeof(address.sun_path)));
+    return path.ends_with("/" + std::string(name));
 }
 
 sockaddr_un SocketAddress(const std::string& path) {
@@ -128,7 +138,7 @@ std::shared_ptr<Peer> Endpoint::FindPeer(std::string_view name) {
     return found == peers_.end() ? nullptr : found->second;
 }
 
-std::shared_ptr<Peer> Endpoint::GetPeer(std::string_view name) {
+std::shared_ptr<Peer> Endpoint::GetPeer(std::string_view name, Peer* named_by) {
     std::shared_ptr<Peer> peer;
     {
         std::lock_guard lock(mutex_);
@@ -137,8 +147,26 @@ std::shared_ptr<Peer> Endpoint::GetPeer(std::string_view name) {
         slot = std::make_shared<Peer>(std::string(name));
         peer = slot;
     }
-    peer->Connect();
+    if (!peer->Connect() && named_by != nullptr && named_by->IsFirst(Peer::Trouble::kBadOwners)) {
+        __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                            "References from pid %d uid %d name owners that are not looked for: "
+                            "second names of a process, or too many that do not answer.",
+                            named_by->pid(), named_by->uid());
+    }
     return peer;
+}
+
+bool Endpoint::HasAnotherName(const std::string& name) {
+    std::lock_guard lock(mutex_);
+    return HasAnotherName(name, PidOfEndpointName(name).value_or(-1));
+}
+
+// A number that has come round again belongs to a new process: the old one's connection has ended.
+bool Endpoint::HasAnotherName(const std::string& name, pid_t pid) {
+    return std::any_of(peers_.begin(), peers_.end(), [&](const auto& one) {
+        const auto& [other, known] = one;
+        return other != name && known->pid() == pid && known->IsConnectionOpen();
+    });
 }
 
 void Endpoint::Forget(Peer* peer) {
@@ -168,13 +196,15 @@ Connected Endpoint::ConnectTo(std::string_view name) {
     sockaddr_un address = SocketAddress(folder_ + "/" + std::string(name));
     if (sys::Connect(connected.fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) !=
         0) {
-        bool gone =
-                errno == ECONNREFUSED || errno == ENOENT || errno == EACCES || errno == ENOTSOCK;
-        connected.result = gone ? ConnectResult::kRefused : ConnectResult::kBusy;
+        // Whatever else it is, a socket of ours is not there, and no patience brings one.
+        connected.result = ConnectResult::kRefused;
+        if (errno == EAGAIN || errno == EINTR) connected.result = ConnectResult::kBusy;
+        if (errno == ENOMEM || errno == ENOBUFS) connected.result = ConnectResult::kShort;
         return connected;
     }
     bool allowed = PeerCredentials(connected.fd.get(), &connected.pid, &connected.uid);
-    bool itself = PidOfEndpointName(name) == connected.pid;
+    bool itself =
+            PidOfEndpointName(name) == connected.pid && ListensUnder(connected.fd.get(), name);
     connected.result = allowed && itself ? ConnectResult::kConnected : ConnectResult::kRefused;
     return connected;
 }
@@ -309,12 +339,7 @@ void Endpoint::OnControl(Newcomer* newcomer, const std::string& name) {
     bool second_name = false;
     {
         std::lock_guard lock(mutex_);
-        for (auto& [other, known] : peers_) {
-            // A number that has come round again belongs to a new process: the old one's connection
-            // has ended.
-            second_name |=
-                    other != name && known->pid() == newcomer->pid() && known->IsConnectionOpen();
-        }
+        second_name = HasAnotherName(name, newcomer->pid());
         std::shared_ptr<Peer>& slot = peers_[name];
         if (slot == nullptr && !second_name) slot = std::make_shared<Peer>(name);
         peer = slot;

@@ -50,10 +50,13 @@ class Endpoint {
     const std::string& folder() const { return folder_; }
 
     // The peer of that name, made and connected to if need be. Never null; may be dead. Does not
-    // wait.
-    std::shared_ptr<Peer> GetPeer(std::string_view name) EXCLUDES(mutex_);
+    // wait. `named_by`, if any, has passed on a reference to it: if the name is refused, one WARN
+    // line says so.
+    std::shared_ptr<Peer> GetPeer(std::string_view name, Peer* named_by = nullptr) EXCLUDES(mutex_);
     std::shared_ptr<Peer> FindPeer(std::string_view name) EXCLUDES(mutex_);
     void Forget(Peer* peer) EXCLUDES(mutex_);
+    // Whether the process which that name names lives here under another one.
+    bool HasAnotherName(const std::string& name) EXCLUDES(mutex_);
 
     // One attempt to connect, without waiting; checks whose the other end is.
     Connected ConnectTo(std::string_view name);
@@ -77,6 +80,7 @@ class Endpoint {
     bool RefuseOne();
     void PauseListening();
     void MakeRoomForOneMore();
+    bool HasAnotherName(const std::string& name, pid_t pid) REQUIRES(mutex_);
     void OnControl(Newcomer* newcomer, const std::string& name);
     void OnCall(Newcomer* newcomer, const std::shared_ptr<Peer>& peer);
     void OnOneway(Newcomer* newcomer, const std::shared_ptr<Peer>& peer, const HelloBody& hello);

@@ -42,8 +42,12 @@ inline constexpr size_t kMaxIdleConnections = 16;
 // A dump whose reader takes nothing for so long is given up. Milliseconds.
 inline constexpr int kDumpStallMs = 5000;
 
-// How often a connection is tried again while the other side's queue of new connections is full.
-// Milliseconds.
+// When a connection is tried again while the other side's queue of new connections is full. The
+// pause of a control connection doubles up to the second one. Milliseconds.
 inline constexpr int kConnectRetryMs = 5;
+inline constexpr int kMaxConnectRetryMs = 640;
+
+// Peers that are tried again so, or for want of a descriptor. One more is taken to be dead.
+inline constexpr size_t kMaxPeersAwaited = 256;
 
 }  // namespace host

@@ -36,7 +36,7 @@ BinderRef ArriveFrom(const std::shared_ptr<Peer>& owner, const ObjectView& view)
 }
 
 BinderRef ArriveThroughThird(const std::shared_ptr<Peer>& from, const ObjectView& view) {
-    auto owner = Endpoint::Get().GetPeer(view.owner);
+    auto owner = Endpoint::Get().GetPeer(view.owner, from.get());
     BinderRef proxy = ArriveFrom(owner, view);
     owner->SendAcquire(AsProxy(proxy.get()), from);
     return proxy;

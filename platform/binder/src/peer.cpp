@@ -3,6 +3,7 @@
 #include <android/log.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -26,6 +27,8 @@ constexpr int kAdoptWithinMs = 1000;
 // Attempts at a control connection that a living process may leave unanswered: 5 seconds of them.
 constexpr int kMaxAttempts = 100;
 
+std::atomic<size_t> g_awaited{0};
+
 }  // namespace
 
 void DropOnPool(BinderRef ref) {
@@ -37,25 +40,30 @@ Peer::Peer(std::string endpoint_name) : name(std::move(endpoint_name)), oneway(t
 
 Peer::~Peer() = default;
 
-void Peer::Connect() {
+bool Peer::Connect() {
+    bool in_bounds = !Endpoint::Get().HasAnotherName(name);
     Connected connected;
-    {
+    if (in_bounds) {
         // The lock is held from the look at control_ to the hello, so that a connection which the
         // peer opens at the same moment is weighed against this one by both sides alike.
         std::lock_guard lock(control_mutex_);
-        if (IsDead() || control_ != nullptr || yielded_) return;
+        if (IsDead() || control_ != nullptr || yielded_) return true;
         connected = TryConnect();
     }
     switch (connected.result) {
         case ConnectResult::kConnected:
-            return BecomeReachable(connected.pid, connected.uid);
+            BecomeReachable(connected.pid, connected.uid);
+            return true;
         case ConnectResult::kRefused:
-            return GiveUp();
+            GiveUp();
+            return in_bounds;
         case ConnectResult::kBusy:
-            return ConnectLater(kConnectRetryMs);
         case ConnectResult::kShort:
-            return ConnectLater(kRetryWhenShortMs);
+            in_bounds = BeAwaited();
+            in_bounds ? ConnectLater(NextPauseMs()) : GiveUp();
+            return in_bounds;
     }
+    return true;
 }
 
 Connected Peer::TryConnect() {
@@ -78,6 +86,22 @@ void Peer::ConnectLater(int delay_ms) {
     Housekeeper::Get().RunLater(delay_ms, [self = shared_from_this()] { self->Connect(); });
 }
 
+int Peer::NextPauseMs() {
+    return std::exchange(pause_ms_, std::min(2 * pause_ms_, kMaxConnectRetryMs));
+}
+
+bool Peer::BeAwaited() {
+    std::lock_guard lock(mutex_);
+    if (awaited_ || IsDead()) return true;
+    awaited_ = g_awaited.fetch_add(1) < kMaxPeersAwaited;
+    if (!awaited_) g_awaited.fetch_sub(1);
+    return awaited_;
+}
+
+void Peer::BeAwaitedNoMore() {
+    if (std::exchange(awaited_, false)) g_awaited.fetch_sub(1);
+}
+
 void Peer::GiveUp() {
     dead_.store(true, std::memory_order_release);
     {
@@ -93,6 +117,7 @@ void Peer::BecomeReachable(pid_t pid, uid_t uid) {
     {
         std::lock_guard lock(mutex_);
         reachable_ = true;
+        BeAwaitedNoMore();
         changed_.notify_all();
     }
     oneway.OnReachable();
@@ -192,7 +217,8 @@ void Peer::OnControlEnd(ControlConnection* control) {
 
 bool Peer::IsConnectionOpen() {
     std::lock_guard lock(control_mutex_);
-    if (IsDead() || control_ == nullptr) return false;
+    if (IsDead()) return false;
+    if (control_ == nullptr) return yielded_;
     pollfd state{control_->fd(), POLLRDHUP, 0};
     return poll(&state, 1, 0) == 0;
 }
@@ -446,6 +472,7 @@ void Peer::Die() {
         for (auto& connection : idle)
             in_use_.erase(connection);
         receiver = std::move(receiver_);
+        BeAwaitedNoMore();
     }
     for (auto& connection : accepted)
         connection->LeavePool();

@@ -18,6 +18,7 @@
 #include "buffer.h"
 #include "endpoint.h"
 #include "frame.h"
+#include "limits.h"
 #include "oneway_sender.h"
 #include "references.h"
 
@@ -40,7 +41,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
     pid_t pid() const { return pid_.load(); }
     uid_t uid() const { return uid_.load(); }
     bool IsDead() const { return dead_.load(std::memory_order_acquire); }
-    // What the kernel sees now: false also for a death that has not been noticed yet.
+    // What the kernel sees now: false also for a death that has not been noticed yet. True while
+    // the peer's own attempt is awaited.
     bool IsConnectionOpen() EXCLUDES(control_mutex_);
 
     Holdings holdings;
@@ -49,8 +51,10 @@ class Peer : public std::enable_shared_from_this<Peer> {
     ProxyTable proxies;
     OnewaySender oneway;
 
-    // Begins to connect. Does not wait: what is said meanwhile is kept.
-    void Connect() EXCLUDES(control_mutex_, mutex_);
+    // Begins to connect. Does not wait: what is said meanwhile is kept. False if the name is
+    // refused, and with it the peer dead: its process has another one, or too many peers are
+    // awaited.
+    bool Connect() EXCLUDES(control_mutex_, mutex_);
     // Housekeeper: the peer's own control connection has come in.
     void Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t uid)
             EXCLUDES(control_mutex_);
@@ -105,6 +109,13 @@ class Peer : public std::enable_shared_from_this<Peer> {
     // The peer's oneway ring has been read up to there, and the objects called are referenced.
     void OnOnewayRead(uint64_t position);
 
+    // What a line in the log says once of each peer. True for the first who asks.
+    enum class Trouble : uint32_t { kBadOwners = 1 };
+    bool IsFirst(Trouble trouble) {
+        const auto bit = static_cast<uint32_t>(trouble);
+        return (troubles_.fetch_or(bit) & bit) == 0;
+    }
+
     // Whether call and oneway connections may follow the control connection by now.
     bool IsReachable() EXCLUDES(mutex_);
 
@@ -124,6 +135,10 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void FlushControl() REQUIRES(control_mutex_);
     Connected TryConnect() REQUIRES(control_mutex_);
     void ConnectLater(int delay_ms);
+    int NextPauseMs();
+    // False if too many are awaited already.
+    bool BeAwaited() EXCLUDES(mutex_);
+    void BeAwaitedNoMore() REQUIRES(mutex_);
     // The peer has yielded: if its own attempt has not come in, it is asked again.
     void ConnectUnlessAdopted() EXCLUDES(mutex_, control_mutex_);
     void BecomeReachable(pid_t pid, uid_t uid) EXCLUDES(mutex_, control_mutex_);
@@ -139,12 +154,15 @@ class Peer : public std::enable_shared_from_this<Peer> {
     std::atomic<uid_t> uid_{0};
     std::atomic<bool> dead_{false};
     std::atomic<bool> cut_{false};
-    int attempts_ = 0;   // housekeeper only
-    bool died_ = false;  // housekeeper only
+    std::atomic<uint32_t> troubles_{0};
+    int pause_ms_ = kConnectRetryMs;  // of the one who tries to connect
+    int attempts_ = 0;                // housekeeper only
+    bool died_ = false;               // housekeeper only
 
     std::mutex mutex_;
     std::condition_variable changed_;
     bool reachable_ GUARDED_BY(mutex_) = false;
+    bool awaited_ GUARDED_BY(mutex_) = false;  // counted among those that are tried again
     size_t outgoing_ GUARDED_BY(mutex_) = 0;
     std::vector<std::shared_ptr<CallConnection>> idle_ GUARDED_BY(mutex_);
     std::unordered_set<std::shared_ptr<CallConnection>> in_use_ GUARDED_BY(mutex_);

@@ -70,6 +70,9 @@ inline NewFd Accept4(int fd, int flags) {
 inline int GetSockOpt(int fd, int level, int name, void* value, socklen_t* size) {
     return Fails("getsockopt") ? -1 : ::getsockopt(fd, level, name, value, size);
 }
+inline int GetPeerName(int fd, sockaddr* address, socklen_t* size) {
+    return Fails("getpeername") ? -1 : ::getpeername(fd, address, size);
+}
 inline NewFd EpollCreate1(int flags) {
     return NewFd([&] { return Fails("epoll_create1") ? -1 : ::epoll_create1(flags); });
 }

@@ -1,0 +1,117 @@
+// Labels: memory processes
+// Timeout: 300
+// References whose owners are named by somebody who makes the names up: they cost the receiver
+// neither descriptors nor time, and who passes them on gets one line in the log.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <sstream>
+
+#include "siege.h"
+
+namespace host::testing {
+namespace {
+
+constexpr char kRefused[] = "name owners that are not looked for";
+
+// Commands: "listen FOLDER", one more socket, whose name it answers; "link FOLDER N", so many more
+// names for the first one; "accept", takes what waits there and keeps it; how many.
+HOST_HELPER(Names) {
+    std::vector<std::unique_ptr<RawListener>> listeners;
+    std::vector<RawConnection> taken;
+    channel.Serve([&](const std::string& line) {
+        std::istringstream words(line);
+        std::string verb, folder;
+        int count = 0;
+        words >> verb >> folder >> count;
+        if (verb == "listen") {
+            listeners.push_back(std::make_unique<RawListener>(folder));
+            return listeners.back()->name();
+        }
+        for (int i = 0; i < count; ++i) {
+            const std::string link = folder + "/" + NextPeerName();
+            if (symlink(listeners[0]->name().c_str(), link.c_str()) != 0) return std::string("no");
+        }
+        while (verb == "accept" && listeners[0]->IsConnectedTo())
+            taken.push_back(listeners[0]->AcceptUnread());
+        return std::to_string(taken.size());
+    });
+    return 0;
+}
+
+class ForgedNames : public Siege {
+  protected:
+    // One call with a reference to an object of each owner.
+    binder_status_t PassOn(const RawPeer& peer, const std::vector<std::string>& owners) {
+        const auto count = static_cast<uint32_t>(owners.size());
+        std::string letter = LetterData(0, true, count);
+        std::string table;
+        for (uint32_t i = 0; i < count; ++i) {
+            // The first is the letter's object; the numbers are the indexes of the others.
+            const uint32_t offset = kLetterObjectOffset + (i == 0 ? 0 : 4 + 4 * i);
+            letter = WithNumber(std::move(letter), offset, i);
+            table += ObjectEntry({{i + 1}}, offset, OwnerKind::kOther, owners[i]);
+        }
+        const RawCall call{target_, kEcho, letter, table, count};
+        auto answer = peer.CallOnce(call);
+        return answer ? answer->status : STATUS_DEAD_OBJECT;
+    }
+
+    int Refusals() { return victim_.log().Count(kRefused); }
+
+    Helper names_{"Names"};
+};
+
+TEST_F(ForgedNames, AThousandLinksToOneSocketAreNoThousandPeers) {
+    RawPeer peer = NewPeer();
+    const std::string real = names_.Command("listen " + host_.path());
+    ASSERT_EQ(names_.Command("link " + host_.path() + " 1000"), "0");
+    std::vector<std::string> links;
+    for (const auto& entry : std::filesystem::directory_iterator(host_.path())) {
+        const std::string name = entry.path().filename();
+        if (PidOfEndpointName(name) == names_.pid() && name != real) links.push_back(name);
+    }
+    ASSERT_EQ(links.size(), 1000U);
+    // The first few meet the socket; then its queue is full, and nobody can tell whose it is.
+    ASSERT_EQ(PassOn(peer, links), STATUS_OK);
+    EXPECT_TRUE(victim_.log().WaitForLine(kRefused));
+    ExpectServing(1);
+    EXPECT_TRUE(client_.process().Stop());
+    const int64_t cpu = std::stoll(victim_.Command("cpu"));
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 2000; ++i)
+        ASSERT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
+    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
+    EXPECT_LE(std::stoll(victim_.Command("cpu")) - cpu, took.count() + 50);
+    EXPECT_TRUE(client_.process().Continue());
+    EXPECT_GE(std::stoi(names_.Command("accept")), 1);
+    peer.control().Close();
+    ExpectUnhurt(1);
+    EXPECT_EQ(Refusals(), 1);
+}
+
+TEST_F(ForgedNames, AProcessThatListensUnderManyNamesIsOnePeer) {
+    constexpr int kNames = 100;
+    RawPeer peer = NewPeer();
+    std::vector<std::string> owners;
+    for (int i = 0; i < kNames; ++i)
+        owners.push_back(names_.Command("listen " + host_.path()));
+    ASSERT_EQ(PassOn(peer, owners), STATUS_OK);
+    EXPECT_TRUE(victim_.log().WaitForLine(kRefused));
+    // The peer's own, and one to the first of the names.
+    EXPECT_TRUE(Eventually([&] {
+        return OpenDescriptors(victim_.pid()) <= before_.descriptors + 2;
+    })) << OpenDescriptors(victim_.pid())
+        << " descriptors, before " << before_.descriptors;
+    EXPECT_GE(std::stoi(names_.Command("accept")), 1) << "the first name is as good as any";
+    names_.process().Kill();
+    peer.control().Close();
+    ExpectUnhurt(1);
+    EXPECT_EQ(Refusals(), 1);
+}
+
+}  // namespace
+}  // namespace host::testing
