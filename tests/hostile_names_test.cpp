@@ -46,17 +46,10 @@ class ForgedNames : public Siege {
   protected:
     // One call with a reference to an object of each owner.
     binder_status_t PassOn(const RawPeer& peer, const std::vector<std::string>& owners) {
-        const auto count = static_cast<uint32_t>(owners.size());
-        std::string letter = LetterData(0, true, count);
-        std::string table;
-        for (uint32_t i = 0; i < count; ++i) {
-            // The first is the letter's object; the numbers are the indexes of the others.
-            const uint32_t offset = kLetterObjectOffset + (i == 0 ? 0 : 4 + 4 * i);
-            letter = WithNumber(std::move(letter), offset, i);
-            table += ObjectEntry({{i + 1}}, offset, OwnerKind::kOther, owners[i]);
-        }
-        const RawCall call{target_, kEcho, letter, table, count};
-        auto answer = peer.CallOnce(call);
+        std::vector<ForeignObject> objects;
+        for (const std::string& owner : owners)
+            objects.push_back({{{static_cast<uint32_t>(objects.size())}}, owner});
+        auto answer = peer.CallOnce(PassingOn(target_, objects));
         return answer ? answer->status : STATUS_DEAD_OBJECT;
     }
 

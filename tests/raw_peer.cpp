@@ -120,6 +120,18 @@ std::string RawCall::Body() const {
     return RawBytes(body) + PaddedBytes(data) + objects;
 }
 
+RawCall PassingOn(const RefId& target, const std::vector<ForeignObject>& objects, uint32_t code) {
+    const auto count = static_cast<uint32_t>(objects.size());
+    RawCall call{target, code, LetterData(0, true, count), "", count};
+    for (uint32_t i = 0; i < count; ++i) {
+        // The first is the letter's object; the numbers are the indexes of the others.
+        const uint32_t offset = kLetterObjectOffset + (i == 0 ? 0 : 4 + 4 * i);
+        memcpy(call.data.data() + offset, &i, sizeof(i));
+        call.objects += ObjectEntry(objects[i].id, offset, OwnerKind::kOther, objects[i].owner);
+    }
+    return call;
+}
+
 std::string RawReply(int32_t status, const std::string& data, uint32_t flags) {
     ReplyBody body{status, flags, static_cast<uint32_t>(data.size()), 0, 0, 0};
     return RawFrame(FrameType::kReply, RawBytes(body) + PaddedBytes(data));

@@ -58,6 +58,15 @@ struct RawCall {
     std::string Frame() const { return RawFrame(FrameType::kCall, Body()); }
 };
 
+struct ForeignObject {
+    RefId id;
+    std::string owner;
+};
+
+// A letter to a test object with references to objects of third processes.
+RawCall PassingOn(const RefId& target, const std::vector<ForeignObject>& objects,
+                  uint32_t code = 1);
+
 std::string RawReply(int32_t status, const std::string& data, uint32_t flags = 0);
 
 // A memory file of that size with those seals.

@@ -121,12 +121,12 @@ class ProxyBinder final : public AIBinder {
     std::atomic<bool> gone{false};
     const RefId id;
     const std::shared_ptr<Peer> peer;  // null: never had an owner that answered for it
-    // Requests to be entered with the owner that are not answered yet.
+    // Requests to be entered with the owner that are not answered yet; 0 once one was granted.
     std::atomic<uint32_t> acquiring{0};
 
     const std::string descriptor;
 
-    // Guarded by the peer's proxy table.
+    // Guarded by the peer's proxy table: those that the owner has counted.
     uint32_t arrivals = 0;
 
     // Guarded by the lock of the death links.

@@ -24,6 +24,10 @@ inline constexpr size_t kMaxNewcomers = 64;
 // Distinct objects of this process that one other process may hold.
 inline constexpr size_t kMaxReferencesPerPeer = 262'144;
 
+// References of third processes that one process has passed on to another, distinct ones whose
+// owner has not answered for them yet: what the sender keeps, and what the receiver waits for.
+inline constexpr size_t kMaxPassedOn = 65'536;
+
 // Two-way calls nested in one another, across all processes involved.
 inline constexpr uint32_t kMaxNestingDepth = 64;
 

@@ -26,19 +26,33 @@ BinderRef DeadProxy(const RefId& id, std::string_view descriptor) {
     return BinderRef(new ProxyBinder(nullptr, id, descriptor));
 }
 
+ProxyKey KeyOf(const ObjectView& view) {
+    return {view.entry.id, view.descriptor};
+}
+
+ProxyBinder* MakeProxy(const std::shared_ptr<Peer>& owner, const ObjectView& view) {
+    auto* made = new ProxyBinder(owner, view.entry.id, view.descriptor);
+    made->vintf_stable.store((view.entry.flags & kObjectIsVintf) != 0);
+    return made;
+}
+
 BinderRef ArriveFrom(const std::shared_ptr<Peer>& owner, const ObjectView& view) {
-    BinderRef proxy = owner->proxies.Arrive({view.entry.id, view.descriptor}, [&] {
-        auto* made = new ProxyBinder(owner, view.entry.id, view.descriptor);
-        made->vintf_stable.store((view.entry.flags & kObjectIsVintf) != 0);
-        return made;
-    });
+    BinderRef proxy = owner->proxies.Arrive(KeyOf(view), [&] { return MakeProxy(owner, view); });
     return proxy != nullptr ? std::move(proxy) : DeadProxy(view.entry.id, view.descriptor);
 }
 
 BinderRef ArriveThroughThird(const std::shared_ptr<Peer>& from, const ObjectView& view) {
     auto owner = Endpoint::Get().GetPeer(view.owner, from.get());
-    BinderRef proxy = ArriveFrom(owner, view);
-    owner->SendAcquire(AsProxy(proxy.get()), from);
+    bool entered = false;
+    BinderRef proxy = owner->proxies.ArriveUncounted(
+            KeyOf(view), [&] { return MakeProxy(owner, view); }, &entered);
+    if (proxy == nullptr) proxy = DeadProxy(view.entry.id, view.descriptor);
+    // What this process holds already needs nobody else's reference to stay.
+    if (entered) {
+        from->SendSettled(owner->name, view.entry.id);
+    } else {
+        owner->SendAcquire(AsProxy(proxy.get()), from);
+    }
     return proxy;
 }
 
@@ -127,7 +141,7 @@ binder_status_t ObjectEncoder::PassOn(AIBinder* binder, WireObject* entry, std::
     if (!to_owner) *owner = proxy->peer->name;
     if (to_owner && (direction_ == Direction::kCall || proxy->peer == nullptr)) return STATUS_OK;
     entry->flags |= kObjectWantsSettled;
-    if (!to_->keeps.Add(binder, proxy->id)) return STATUS_DEAD_OBJECT;
+    if (to_->keeps.Add(binder, proxy->id) != Keeps::Result::kOk) return STATUS_DEAD_OBJECT;
     done_.push_back({proxy->id, false});
     return STATUS_OK;
 }

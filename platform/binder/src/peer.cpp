@@ -228,7 +228,9 @@ bool Peer::QueueControl(FrameType type, const void* body, size_t size) {
     outbox_.Append(&header, sizeof(header));
     outbox_.Append(body, size);
     if (control_open_) FlushControl();
-    return outbox_.size() <= kMaxControlBacklogBytes;
+    // What others have passed on is not the peer's to answer for, and is bounded for each of them.
+    constexpr size_t kAcquireBytes = sizeof(FrameHeader) + sizeof(AcquireBody);
+    return outbox_.size() <= kMaxControlBacklogBytes + acquires_.size() * kAcquireBytes;
 }
 
 void Peer::SendControlBytes(FrameType type, const void* body, size_t size) {
@@ -262,20 +264,29 @@ void Peer::FlushControl() {
 }
 
 void Peer::SendAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from) {
-    AcquireBody body{proxy->id, 0};
-    bool queued = false;
+    bool asks = false;
     bool in_bounds = true;
     {
         std::lock_guard lock(control_mutex_);
-        queued = !IsDead();
-        if (queued) {
-            proxy->acquiring.fetch_add(1);
-            acquires_.push_back({proxy->id, from, NewRef(proxy)});
-            in_bounds = QueueControl(FrameType::kAcquire, &body, sizeof(body));
-        }
+        asks = !IsDead() && acquiring_.count({proxy, from.get()}) == 0;
+        if (asks) in_bounds = QueueAcquire(proxy, from);
     }
-    if (!queued) from->SendSettled(name, proxy->id);  // a reference to nothing
-    if (!in_bounds) Cut("control messages pile up unread");
+    // Also a reference to nothing.
+    if (!asks) from->SendSettled(name, proxy->id);
+    if (!in_bounds) from->Cut("it passes on too much for which no owner has answered");
+}
+
+bool Peer::QueueAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from) {
+    if (from->passed_on_.fetch_add(1) >= kMaxPassedOn) {
+        from->passed_on_.fetch_sub(1);
+        return false;
+    }
+    AcquireBody body{proxy->id, 0};
+    proxy->acquiring.fetch_add(1);
+    acquires_.push_back({proxy->id, from, NewRef(proxy)});
+    acquiring_.emplace(proxy, from.get());
+    QueueControl(FrameType::kAcquire, &body, sizeof(body));
+    return true;
 }
 
 void Peer::SendSettled(const std::string& owner, const RefId& id) {
@@ -292,12 +303,17 @@ bool Peer::OnAcquired(const RefId& id, bool granted) {
         if (acquires_.empty() || !(acquires_.front().id == id)) return false;
         answered = std::move(acquires_.front());
         acquires_.pop_front();
+        acquiring_.erase({AsProxy(answered.proxy.get()), answered.from.get()});
     }
+    answered.from->passed_on_.fetch_sub(1);
     answered.from->SendSettled(name, id);
     // Not granted: who passed it on had died, and the owner let go of it: a stand-in for nothing.
     ProxyBinder* proxy = AsProxy(answered.proxy.get());
+    if (granted) proxies.Count(proxy);
     if (!granted) proxy->gone.store(true);
-    proxy->acquiring.fetch_sub(1);
+    // Entered once it is entered, whatever becomes of further requests.
+    if (granted) proxy->acquiring.store(0);
+    if (proxy->acquiring.load() != 0) proxy->acquiring.fetch_sub(1);
     {
         std::lock_guard lock(mutex_);
         changed_.notify_all();
@@ -502,9 +518,12 @@ void Peer::ReleaseEverything() {
     {
         std::lock_guard lock(control_mutex_);
         unanswered.swap(acquires_);
+        acquiring_.clear();
     }
-    for (const PendingAcquire& one : unanswered)
+    for (const PendingAcquire& one : unanswered) {
+        one.from->passed_on_.fetch_sub(1);
         one.from->SendSettled(name, one.id);
+    }
     if (!dropped->empty()) {
         Pool::Get().Post([dropped]() mutable { dropped.reset(); });
     }

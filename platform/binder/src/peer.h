@@ -11,8 +11,10 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "buffer.h"
@@ -67,7 +69,9 @@ class Peer : public std::enable_shared_from_this<Peer> {
     // Housekeeper: `control` has ended. Nothing happens if it is not the one that counts.
     void OnControlEnd(ControlConnection* control) EXCLUDES(control_mutex_);
 
-    // Says to the owner what became of a reference.
+    // Asks the owner, which this peer is, to enter this process as a holder of what `from` has
+    // passed on. If `from` has done so before, and the owner has not answered yet, what it keeps
+    // for that is enough.
     void SendAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from)
             EXCLUDES(control_mutex_);
     // Waits until the peer has entered this process as a holder of what another process passed on.
@@ -131,6 +135,9 @@ class Peer : public std::enable_shared_from_this<Peer> {
         SendControlBytes(type, &body, sizeof(body));
     }
     void SendControlBytes(FrameType type, const void* body, size_t size) EXCLUDES(control_mutex_);
+    // False if `from` waits for too many answers.
+    bool QueueAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from)
+            REQUIRES(control_mutex_);
     bool QueueControl(FrameType type, const void* body, size_t size) REQUIRES(control_mutex_);
     void FlushControl() REQUIRES(control_mutex_);
     Connected TryConnect() REQUIRES(control_mutex_);
@@ -155,9 +162,10 @@ class Peer : public std::enable_shared_from_this<Peer> {
     std::atomic<bool> dead_{false};
     std::atomic<bool> cut_{false};
     std::atomic<uint32_t> troubles_{0};
-    int pause_ms_ = kConnectRetryMs;  // of the one who tries to connect
-    int attempts_ = 0;                // housekeeper only
-    bool died_ = false;               // housekeeper only
+    std::atomic<size_t> passed_on_{0};  // references for which no owner has answered yet
+    int pause_ms_ = kConnectRetryMs;    // of the one who tries to connect
+    int attempts_ = 0;                  // housekeeper only
+    bool died_ = false;                 // housekeeper only
 
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -176,6 +184,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
     bool yielded_ GUARDED_BY(control_mutex_) = false;       // the peer's attempt was preferred
     Buffer outbox_ GUARDED_BY(control_mutex_);
     std::deque<PendingAcquire> acquires_ GUARDED_BY(control_mutex_);
+    // The same, to be found.
+    std::set<std::pair<const ProxyBinder*, const Peer*>> acquiring_ GUARDED_BY(control_mutex_);
 };
 
 }  // namespace host

@@ -176,12 +176,13 @@ std::vector<std::pair<RefId, uint32_t>> Holdings::Close() {
     return all;
 }
 
-bool Keeps::Add(AIBinder* binder, const RefId& id) {
+Keeps::Result Keeps::Add(AIBinder* binder, const RefId& id) {
     std::lock_guard lock(mutex_);
-    if (closed_ || (kept_.size() >= kMaxReferencesPerPeer && kept_.count(id) == 0)) return false;
+    if (closed_) return Result::kClosed;
+    if (kept_.size() >= kMaxPassedOn && kept_.count(id) == 0) return Result::kFull;
     Kept& kept = kept_[id];
     if (kept.count++ == 0) kept.binder = NewRef(binder);
-    return true;
+    return Result::kOk;
 }
 
 bool Keeps::Settle(const RefId& id, BinderRef* released) {
@@ -228,22 +229,36 @@ std::vector<DelayedReleases::Release> DelayedReleases::Close() {
     return Reach(std::numeric_limits<uint64_t>::max());
 }
 
+// One that is losing its last reference stays out of the way: its own release settles its own
+// arrivals.
+ProxyBinder* ProxyTable::FindOrMake(const ProxyKey& key, const Maker& make) {
+    const auto slot = proxies_.find(key);
+    if (slot != proxies_.end() && slot->second->TryIncStrong()) return slot->second;
+    if (slot != proxies_.end()) proxies_.erase(slot);
+    ProxyBinder* const made = make();
+    proxies_.emplace(KeyOf(*made), made);
+    return made;
+}
+
 BinderRef ProxyTable::Arrive(const ProxyKey& key, const Maker& make) {
     std::lock_guard lock(mutex_);
     if (closed_) return nullptr;
-    auto slot = proxies_.find(key);
-    // One that is losing its last reference stays out of the way: its own release settles its own
-    // arrivals.
-    if (slot != proxies_.end() && !slot->second->TryIncStrong()) {
-        proxies_.erase(slot);
-        slot = proxies_.end();
-    }
-    if (slot == proxies_.end()) {
-        ProxyBinder* const made = make();
-        slot = proxies_.emplace(KeyOf(*made), made).first;
-    }
-    ++slot->second->arrivals;
-    return BinderRef(slot->second);
+    ProxyBinder* proxy = FindOrMake(key, make);
+    ++proxy->arrivals;
+    return BinderRef(proxy);
+}
+
+BinderRef ProxyTable::ArriveUncounted(const ProxyKey& key, const Maker& make, bool* entered) {
+    std::lock_guard lock(mutex_);
+    if (closed_) return nullptr;
+    ProxyBinder* proxy = FindOrMake(key, make);
+    *entered = proxy->arrivals != 0;
+    return BinderRef(proxy);
+}
+
+void ProxyTable::Count(ProxyBinder* proxy) {
+    std::lock_guard lock(mutex_);
+    ++proxy->arrivals;
 }
 
 BinderRef ProxyTable::Find(const ProxyKey& key) {

@@ -84,8 +84,10 @@ class Holdings {
 // its own.
 class Keeps {
   public:
-    // False if the peer is dead or too much is outstanding; then nothing is kept.
-    bool Add(AIBinder* binder, const RefId& id) EXCLUDES(mutex_);
+    enum class Result { kOk, kClosed, kFull };
+
+    // kClosed: the peer is dead. kFull: too much is outstanding. Then nothing is kept.
+    Result Add(AIBinder* binder, const RefId& id) EXCLUDES(mutex_);
     // One of them is settled. False if none was outstanding. `*released` is dropped by the caller.
     bool Settle(const RefId& id, BinderRef* released) EXCLUDES(mutex_);
     std::vector<BinderRef> Close() EXCLUDES(mutex_);
@@ -147,6 +149,11 @@ class ProxyTable {
 
     // The stand-in, made if there is none, with one more arrival counted. Null if the peer is dead.
     BinderRef Arrive(const ProxyKey& key, const Maker& make) EXCLUDES(mutex_);
+    // The same, but the owner does not know of the arrival: none is counted before it does.
+    // `*entered`: it has counted another one, and does not forget this process meanwhile.
+    BinderRef ArriveUncounted(const ProxyKey& key, const Maker& make, bool* entered)
+            EXCLUDES(mutex_);
+    void Count(ProxyBinder* proxy) EXCLUDES(mutex_);
     // The one there is, or null.
     BinderRef Find(const ProxyKey& key) EXCLUDES(mutex_);
     // `proxy` has lost its last reference; the arrivals that its release settles.
@@ -155,6 +162,8 @@ class ProxyTable {
     std::vector<BinderRef> Close() EXCLUDES(mutex_);
 
   private:
+    ProxyBinder* FindOrMake(const ProxyKey& key, const Maker& make) REQUIRES(mutex_);
+
     std::mutex mutex_;
     bool closed_ GUARDED_BY(mutex_) = false;
     // The descriptor of each key is that of its stand-in, which leaves before it goes.

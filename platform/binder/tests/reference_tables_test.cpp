@@ -55,8 +55,8 @@ TEST(Keeps, HoldAnObjectUntilEveryHandOverIsSettled) {
     ndk::SpAIBinder object = MakeLocalObject(&alive);
     Keeps keeps;
     BinderRef released;
-    ASSERT_TRUE(keeps.Add(object.get(), Id(1)));
-    ASSERT_TRUE(keeps.Add(object.get(), Id(1)));
+    ASSERT_EQ(keeps.Add(object.get(), Id(1)), Keeps::Result::kOk);
+    ASSERT_EQ(keeps.Add(object.get(), Id(1)), Keeps::Result::kOk);
     object.set(nullptr);
     EXPECT_FALSE(keeps.Settle(Id(2), &released));
     EXPECT_TRUE(keeps.Settle(Id(1), &released));
@@ -67,7 +67,7 @@ TEST(Keeps, HoldAnObjectUntilEveryHandOverIsSettled) {
     EXPECT_EQ(alive, 0);
     EXPECT_FALSE(keeps.Settle(Id(1), &released)) << "once too often";
     keeps.Close();
-    EXPECT_FALSE(keeps.Add(nullptr, Id(1)));
+    EXPECT_EQ(keeps.Add(nullptr, Id(1)), Keeps::Result::kClosed);
 }
 
 // Releases wait for the place in the ring that they name, in any order of places.
