@@ -149,7 +149,7 @@ const std::vector<Fault>& Faults() {
     return *faults;
 }
 
-// Within so long everything works again: the transport tries again by itself, at most for 5 s.
+// Within so long everything works again: the transport tries again by itself.
 constexpr std::chrono::milliseconds kRecovery{15'000};
 
 class FaultTest : public ::testing::Test {

@@ -21,11 +21,8 @@ namespace {
 
 // Connections that this process opens towards the peer beside those for calls: control and oneway.
 constexpr size_t kOtherConnections = 2;
-constexpr int kRetryWhenShortMs = 50;
 // A peer that yields has said hello before: this is long for taking that in.
 constexpr int kAdoptWithinMs = 1000;
-// Attempts at a control connection that a living process may leave unanswered: 5 seconds of them.
-constexpr int kMaxAttempts = 100;
 
 std::atomic<size_t> g_awaited{0};
 
@@ -206,13 +203,20 @@ void Peer::OnControlEnd(ControlConnection* control) {
     {
         std::lock_guard lock(control_mutex_);
         if (control_.get() != control) return;
-        unanswered = !control_open_ && ++attempts_ < kMaxAttempts && !cut_.load();
+        unanswered = !control_open_ && !cut_.load();
         if (unanswered) control_ = nullptr;
     }
+    if (!unanswered) return Die();
     // An attempt that nobody answered may have met a process without a descriptor left; nothing has
     // been sent on it. If the process has gone, the next attempt is refused.
-    if (unanswered) return ConnectLater(attempts_ == 1 ? 0 : kRetryWhenShortMs);
-    Die();
+    const int pause_ms = std::exchange(tried_, true) ? NextPauseMs() : 0;
+    if (pause_ms == kMaxConnectRetryMs && IsFirst(Trouble::kNoAnswer)) {
+        __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                            "No control connection is taken by pid %d uid %d. It is tried again "
+                            "until one is, or the process is gone.",
+                            pid(), uid());
+    }
+    ConnectLater(pause_ms);
 }
 
 bool Peer::IsConnectionOpen() {

@@ -114,7 +114,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void OnOnewayRead(uint64_t position);
 
     // What a line in the log says once of each peer. True for the first who asks.
-    enum class Trouble : uint32_t { kBadOwners = 1 };
+    enum class Trouble : uint32_t { kBadOwners = 1, kNoAnswer = 2 };
     bool IsFirst(Trouble trouble) {
         const auto bit = static_cast<uint32_t>(trouble);
         return (troubles_.fetch_or(bit) & bit) == 0;
@@ -164,7 +164,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
     std::atomic<uint32_t> troubles_{0};
     std::atomic<size_t> passed_on_{0};  // references for which no owner has answered yet
     int pause_ms_ = kConnectRetryMs;    // of the one who tries to connect
-    int attempts_ = 0;                  // housekeeper only
+    bool tried_ = false;                // housekeeper only: an attempt was left unanswered
     bool died_ = false;                 // housekeeper only
 
     std::mutex mutex_;
