@@ -231,8 +231,15 @@ TEST_F(Limits, APeerHolds262144ObjectsAndNoMore) {
     };
     for (size_t held = 0; held < kMaxReferencesPerPeer; held += kAtOnce)
         ASSERT_EQ(take(kAtOnce), STATUS_OK) << held;
-    EXPECT_EQ(take(1), STATUS_FAILED_TRANSACTION);
+    // Neither as one that a third process has passed on, nor by a call.
+    peer.control().Send(RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{target_, 0})));
+    auto answer = peer.control().Receive();
+    while (answer && answer->type == FrameType::kRelease)
+        answer = peer.control().Receive();
+    ASSERT_TRUE(answer && answer->type == FrameType::kAcquired);
+    EXPECT_EQ(answer->body, RawBytes(AcquireBody{target_, 0}));
     EXPECT_TRUE(victim_.log().WaitForLine("it holds 262144"));
+    EXPECT_EQ(take(1), STATUS_FAILED_TRANSACTION);
     ExpectServing(1);
     peer.control().Close();
     EXPECT_TRUE(Eventually([&] { return victim_.Command("exports") == exports; }));

@@ -188,6 +188,18 @@ TEST(OnewayCalls, AreAcceptedUpToTheBoundAndRefusedBeyondIt) {
     EXPECT_GE(atoi(lines[3].c_str() + number + 2), 99) << lines[3];
 }
 
+TEST(OnewayCalls, ThatWereRefusedAreCountedAlsoWhenTheProcessDies) {
+    RemoteObject notebook("Notebook");
+    const LogCapture log;
+    ASSERT_TRUE(notebook.process().Stop());
+    while (Post(notebook.object(), kNote) == STATUS_OK) {
+    }
+    EXPECT_EQ(Post(notebook.object(), kNote), STATUS_FAILED_TRANSACTION);
+    notebook.process().Kill();
+    EXPECT_TRUE(log.WaitForText("Oneway calls to pid " + std::to_string(notebook.pid()) + " uid " +
+                                std::to_string(getuid()) + " are over; 2 were refused."));
+}
+
 struct Timed {
     std::vector<steady_clock::duration> took;
 

@@ -18,6 +18,7 @@ bool HandleAcquire(Peer* peer, const AcquireBody& body) {
     Holdings::Result result = known ? peer->holdings.Add(body.id) : Holdings::Result::kUnknown;
     if (known && result != Holdings::Result::kOk)
         DropOnPool(ExportTable::Get().TakeBack(body.id, 1));
+    if (result == Holdings::Result::kFull) peer->TellOfHoldings();
     peer->SendAcquired(body.id, result == Holdings::Result::kOk);
     return true;
 }

@@ -125,10 +125,7 @@ binder_status_t ObjectEncoder::HandOverLocal(AIBinder* binder, WireObject* entry
     // The parcel holds the object: this is not its last reference.
     BinderRef taken_back = ExportTable::Get().TakeBack(entry->id, 1);
     if (result != Holdings::Result::kFull) return STATUS_DEAD_OBJECT;
-    __android_log_print(
-            ANDROID_LOG_WARN, "host_binder",
-            "No further object is handed to pid %d uid %d: it holds %zu, as many as one may.",
-            to_->pid(), to_->uid(), kMaxReferencesPerPeer);
+    to_->TellOfHoldings();
     return STATUS_FAILED_TRANSACTION;
 }
 
@@ -141,9 +138,19 @@ binder_status_t ObjectEncoder::PassOn(AIBinder* binder, WireObject* entry, std::
     if (!to_owner) *owner = proxy->peer->name;
     if (to_owner && (direction_ == Direction::kCall || proxy->peer == nullptr)) return STATUS_OK;
     entry->flags |= kObjectWantsSettled;
-    if (to_->keeps.Add(binder, proxy->id) != Keeps::Result::kOk) return STATUS_DEAD_OBJECT;
-    done_.push_back({proxy->id, false});
-    return STATUS_OK;
+    Keeps::Result result = to_->keeps.Add(binder, proxy->id);
+    if (result == Keeps::Result::kOk) {
+        done_.push_back({proxy->id, false});
+        return STATUS_OK;
+    }
+    if (result != Keeps::Result::kFull) return STATUS_DEAD_OBJECT;
+    if (to_->IsFirst(Peer::Trouble::kKept)) {
+        __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                            "No further reference is passed on to pid %d uid %d: %zu are kept for "
+                            "it, as many as may be.",
+                            to_->pid(), to_->uid(), kMaxPassedOn);
+    }
+    return STATUS_FAILED_TRANSACTION;
 }
 
 void ObjectEncoder::Undo() {

@@ -225,12 +225,20 @@ void OnewaySender::WakeAgain() {
 }
 
 void OnewaySender::Close() {
-    std::lock_guard lock(mutex_);
-    closed_ = true;
-    Disconnect();
-    ring_file_.Reset();
-    ring_.reset();
-    memory_ = RingMemory();
+    size_t refused = 0;
+    {
+        std::lock_guard lock(mutex_);
+        closed_ = true;
+        refused = std::exchange(refused_, 0);
+        Disconnect();
+        ring_file_.Reset();
+        ring_.reset();
+        memory_ = RingMemory();
+    }
+    if (refused == 0) return;
+    __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                        "Oneway calls to pid %d uid %d are over; %zu were refused.", peer_->pid(),
+                        peer_->uid(), refused);
 }
 
 }  // namespace host

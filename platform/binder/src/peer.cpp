@@ -219,6 +219,14 @@ void Peer::OnControlEnd(ControlConnection* control) {
     ConnectLater(pause_ms);
 }
 
+void Peer::TellOfHoldings() {
+    if (!IsFirst(Trouble::kHeld)) return;
+    __android_log_print(
+            ANDROID_LOG_WARN, "host_binder",
+            "No further object is handed to pid %d uid %d: it holds %zu, as many as one may.",
+            pid(), uid(), kMaxReferencesPerPeer);
+}
+
 bool Peer::IsConnectionOpen() {
     std::lock_guard lock(control_mutex_);
     if (IsDead()) return false;

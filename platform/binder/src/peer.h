@@ -114,11 +114,14 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void OnOnewayRead(uint64_t position);
 
     // What a line in the log says once of each peer. True for the first who asks.
-    enum class Trouble : uint32_t { kBadOwners = 1, kNoAnswer = 2 };
+    enum class Trouble : uint32_t { kBadOwners = 1, kNoAnswer = 2, kHeld = 4, kKept = 8 };
     bool IsFirst(Trouble trouble) {
         const auto bit = static_cast<uint32_t>(trouble);
         return (troubles_.fetch_or(bit) & bit) == 0;
     }
+
+    // It holds as many objects as one may, and is refused a further one.
+    void TellOfHoldings();
 
     // Whether call and oneway connections may follow the control connection by now.
     bool IsReachable() EXCLUDES(mutex_);
