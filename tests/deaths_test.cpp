@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 #include <random>
 #include <thread>
 #include <vector>
@@ -246,6 +247,27 @@ TEST(Deaths, AreNoticedHoweverAProcessEnds) {
         EXPECT_TRUE(EndedWith(link, 1)) << how;
         EXPECT_TRUE(victim.process().WaitExit()) << how;
     }
+}
+
+int SocketFiles() {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(getenv("BINDER_HOST_DIR")))
+        count += entry.is_socket() && !entry.is_symlink() ? 1 : 0;
+    return count;
+}
+
+// Nobody has reaped them when their deaths are noticed: each is there as long as its object here.
+TEST(Deaths, LeaveNoSocketFilesBehind) {
+    RemoteObject witness("Object");
+    const int before = SocketFiles();
+    std::vector<std::unique_ptr<RemoteObject>> killed;
+    for (int i = 0; i < 100; ++i) {
+        killed.push_back(std::make_unique<RemoteObject>("Object"));
+        ASSERT_TRUE(killed.back()->object());
+        killed.back()->process().Signal(SIGKILL);
+    }
+    EXPECT_TRUE(Eventually([&] { return SocketFiles() <= before; }))
+            << SocketFiles() << " files, before " << before;
 }
 
 TEST(Deaths, AreNotSeenInAStoppedProcess) {

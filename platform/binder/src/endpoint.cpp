@@ -2,7 +2,6 @@
 
 #include <android/log.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/un.h>
 
@@ -29,6 +28,8 @@ namespace {
 
 constexpr int kListenBacklog = 4096;
 constexpr int kListenAgainMs = 50;
+constexpr int kLookAgainMs = 100;
+constexpr int kLooksForSocketFile = 3;
 
 class Listener : public Watched {
   public:
@@ -179,11 +180,19 @@ void Endpoint::Forget(Peer* peer) {
             peers_.erase(found);
         }
     }
-    RemoveSocketFile(peer->name, peer->pid());
+    if (peer->pid() != 0) RemoveSocketFile(peer->name, kLooksForSocketFile);
 }
 
-void Endpoint::RemoveSocketFile(const std::string& name, pid_t pid) const {
-    if (pid != 0 && kill(pid, 0) != 0 && errno == ESRCH) unlink((folder_ + "/" + name).c_str());
+// Not by whether the process is there: one that was killed is for as long as nobody reaps it. Its
+// connections may go a moment before its socket does.
+void Endpoint::RemoveSocketFile(const std::string& name, int more_times) {
+    const Connected connected = ConnectTo(name);
+    if (connected.result == ConnectResult::kRefused && connected.pid == 0) {
+        unlink((folder_ + "/" + name).c_str());
+    } else if (more_times > 0) {
+        Housekeeper::Get().RunLater(
+                kLookAgainMs, [this, name, more_times] { RemoveSocketFile(name, more_times - 1); });
+    }
 }
 
 Connected Endpoint::ConnectTo(std::string_view name) {

@@ -84,7 +84,7 @@ class Endpoint {
     void OnControl(Newcomer* newcomer, const std::string& name);
     void OnCall(Newcomer* newcomer, const std::shared_ptr<Peer>& peer);
     void OnOneway(Newcomer* newcomer, const std::shared_ptr<Peer>& peer, const HelloBody& hello);
-    void RemoveSocketFile(const std::string& name, pid_t pid) const;
+    void RemoveSocketFile(const std::string& name, int more_times);
 
     std::atomic<bool> started_{false};
     std::string folder_;  // constant once started
