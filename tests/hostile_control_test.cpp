@@ -56,8 +56,10 @@ HOST_HELPER(Starving) {
     channel.Serve([&](const std::string& line) -> std::string {
         if (line == "name") return listener.name();
         const auto end = Clock::now() + std::chrono::seconds(6);
-        while (Clock::now() < end)
-            listener.AcceptUnread();
+        while (Clock::now() < end) {
+            UniqueFd unwanted;
+            listener.Accept(&unwanted);
+        }
         UniqueFd file;
         std::optional<RawConnection> wake_up;
         while (!control || !wake_up) {
