@@ -107,8 +107,9 @@ TEST(ARestartedServiceManager, LearnsLaterFromAPublisherThatHasNoDescriptorForIt
     ScopedHost host;
     Helper publisher("Client"), client("Client");
     ASSERT_EQ(publisher.Command("publish n x"), "0");
-    // The control connection is made, the one for the call is not.
-    ASSERT_EQ(publisher.Command("fail socket 2"), "armed");
+    // The first looks whether the old one is gone, the second is the control connection to the new
+    // one, and the one for the call cannot be had.
+    ASSERT_EQ(publisher.Command("fail socket 3"), "armed");
     ASSERT_TRUE(publisher.process().Stop());
     host.KillServiceManager();
     host.StartServiceManager();
