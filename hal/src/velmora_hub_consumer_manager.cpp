@@ -70,7 +70,8 @@ void VelmoraHubConsumerManager::LeaveToDispatches(Entries& entries) {
             left = std::make_shared<Entries>(std::move(entries));
             entries.clear();
             for (Entry& entry : *left)
-                entries.push_back({entry.consumer, entry.token_id, std::move(entry.subscription)});
+                entries.push_back({entry.consumer, entry.binder, entry.token_id,
+                                   std::move(entry.subscription)});
         }
         one->left = left;
     }
@@ -113,10 +114,10 @@ ScopedAStatus VelmoraHubConsumerManager::subscribe(
     const auto token =
             ::ndk::SharedRefBase::make<ConsumerToken>(signalId, next_token_id_.fetch_add(1));
     // A death that comes at once waits for the mutex and finds the subscription.
-    AIBinder_DeathRecipient* recipient =
-            BinderDeathManager::TrackDeath(consumer->asBinder().get(), token, this);
+    const ::ndk::SpAIBinder binder = consumer->asBinder();
+    AIBinder_DeathRecipient* recipient = BinderDeathManager::TrackDeath(binder.get(), token, this);
     LeaveToDispatches(entries);
-    entries.push_back({consumer, static_cast<uint32_t>(token->token_id),
+    entries.push_back({consumer, binder.get(), static_cast<uint32_t>(token->token_id),
                        std::make_shared<Subscription>(token, consumer, recipient)});
     __android_log_print(ANDROID_LOG_INFO, kLogTag, "New subscriber (%d::%d)", token->signal_id,
                         token->token_id);
@@ -195,12 +196,20 @@ void VelmoraHubConsumerManager::DispatchSignalUpdate(int signalId, VelmoraEvent 
     Dispatch(signalId, [&](IVelmoraHubConsumer& consumer) { consumer.onSignalUpdate(event); });
 }
 
+void VelmoraHubConsumerManager::FetchAhead(std::span<const Entry> entries) {
+    for (const Entry& entry : entries) {
+        __builtin_prefetch(entry.consumer.get());
+        __builtin_prefetch(entry.binder);
+    }
+}
+
 template <typename F>
 void VelmoraHubConsumerManager::Dispatch(int signalId, const F& notify) {
     // What it is left goes with it, without the mutex: a consumer's destructor is free to call the
     // hub.
     Dispatching dispatching;
     Begin(signalId, &dispatching);
+    FetchAhead(dispatching.entries);
     for (const Entry& entry : dispatching.entries) {
         if (entry.consumer == nullptr)
             __android_log_print(ANDROID_LOG_WARN, kLogTag,

@@ -82,6 +82,8 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
     struct Subscription;
     struct Entry {
         std::shared_ptr<IVelmoraHubConsumer> consumer;
+        // The consumer's own. Fetched ahead of a call, never used.
+        const AIBinder* binder;
         uint32_t token_id;
         // The only owner.
         std::shared_ptr<Subscription> subscription;
@@ -115,6 +117,10 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
 
     ::ndk::ScopedAStatus InternalUnsubscribe(const std::shared_ptr<ConsumerToken>& token)
             EXCLUDES(mutex_);
+
+    // Consumers of a signal that has not been heard of for long are in no cache: all are fetched at
+    // once, as each would be waited for otherwise, one after the other.
+    static void FetchAhead(std::span<const Entry> entries);
 
     // Calls `notify` with each consumer of the signal.
     template <typename F>

@@ -108,16 +108,15 @@ class LocalBinder final : public AIBinder {
 };
 
 // An object of another process, one per object while referenced. The last reference releases it at
-// its owner.
-class ProxyBinder final : public AIBinder {
+// its owner. Of ten thousand objects each line of the caches costs: it begins one.
+class alignas(64) ProxyBinder final : public AIBinder {
   public:
     ProxyBinder(std::shared_ptr<Peer> owner_peer, const RefId& ref_id, std::string_view interface);
 
     // Its process has died, or its owner does not know it any more.
     bool IsDead() const;
 
-    // First what a call reads, 68 bytes with the base: of ten thousand objects each line of memory
-    // costs.
+    // First what a oneway call reads, 64 bytes with the base.
     std::atomic<bool> gone{false};
     const RefId id;
     const std::shared_ptr<Peer> peer;  // null: never had an owner that answered for it
