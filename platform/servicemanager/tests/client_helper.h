@@ -9,9 +9,8 @@
 //   keep NAME, ask        looks a service up and keeps it; then asks the kept one, as check does
 //   begin NAME, end       begins a wait on a thread of its own; its outcome, as of wait
 //   declared NAME         "yes" or "no"
-//   fail CALL N, failed   makes the N-th system call of that name fail for want of descriptors;
-//   then
-//                         "yes" or "no", whether it has
+//   fail CALL N           makes the N-th system call of that name fail for want of descriptors
+//   failed                whether it has: "yes" or "no"
 //   list                  "NAME declared|undeclared PID; " for each
 #pragma once
 
