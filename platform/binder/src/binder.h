@@ -82,6 +82,8 @@ inline BinderRef NewRef(AIBinder* binder) {
 }
 
 // An object of this process. Its oneway calls from other processes run one at a time, in order.
+// Not aligned as a stand-in is: one is made for each token that the hub hands out, and aligned
+// memory takes the allocator's slow way.
 class LocalBinder final : public AIBinder {
   public:
     LocalBinder(const AIBinder_Class* of_class, void* data);
@@ -91,11 +93,14 @@ class LocalBinder final : public AIBinder {
     // The calls to run next, in order; null, and the object is idle, when there is none.
     std::unique_ptr<OnewayCall> TakeOneways() EXCLUDES(oneway_mutex_);
 
+    // First what a call that brings it reads, 64 bytes with the base.
+    // Its place in the export table. Guarded by the table, as the rest of its name is.
+    uint32_t export_place = 0;
     void* const user_data;
-
-    // The name under which other processes hold it. Guarded by the export table.
-    RefId export_id;
-    bool exported = false;
+    // While it is there: hand-overs without their releases, and the bits of the name under which
+    // other processes hold it.
+    size_t hand_overs = 0;
+    RandomBits export_bits{};
 
   private:
     ~LocalBinder() override;

@@ -74,16 +74,16 @@ bool ExportTable::DrawBits(RandomBits* bits) {
     return true;
 }
 
-ExportTable::Entry* ExportTable::Seek(const RefId& id) {
-    if (id.place >= entries_.size()) return nullptr;
-    Entry& entry = entries_[id.place];
-    return entry.binder != nullptr && entry.bits == id.bits ? &entry : nullptr;
+LocalBinder* ExportTable::Seek(const RefId& id) {
+    if (id.place >= places_.size()) return nullptr;
+    auto* const binder = static_cast<LocalBinder*>(places_[id.place].get());
+    return binder != nullptr && binder->export_bits == id.bits ? binder : nullptr;
 }
 
 uint32_t ExportTable::TakePlace() {
     if (free_.empty()) {
-        entries_.emplace_back();
-        return static_cast<uint32_t>(entries_.size() - 1);
+        places_.emplace_back();
+        return static_cast<uint32_t>(places_.size() - 1);
     }
     const uint32_t place = free_.back();
     free_.pop_back();
@@ -92,58 +92,58 @@ uint32_t ExportTable::TakePlace() {
 
 bool ExportTable::HandOver(LocalBinder* binder, RefId* id) {
     std::lock_guard lock(mutex_);
-    if (!binder->exported) {
-        RefId name;
-        if (!DrawBits(&name.bits)) return false;
-        name.place = TakePlace();
-        Entry& entry = entries_[name.place];
-        entry.bits = name.bits;
-        entry.binder = NewRef(binder);
-        binder->export_id = name;
-        binder->exported = true;
+    if (binder->hand_overs == 0) {
+        // Handed over again it has a new name: whoever still has the old one holds nothing.
+        if (!DrawBits(&binder->export_bits)) return false;
+        binder->export_place = TakePlace();
+        places_[binder->export_place] = NewRef(binder);
     }
-    *id = binder->export_id;
-    ++entries_[id->place].hand_overs;
+    *id = {binder->export_bits, binder->export_place};
+    ++binder->hand_overs;
     return true;
 }
 
 bool ExportTable::HandOver(const RefId& id) {
     std::lock_guard lock(mutex_);
-    Entry* const entry = Seek(id);
-    if (entry == nullptr) return false;
-    ++entry->hand_overs;
+    LocalBinder* const binder = Seek(id);
+    if (binder == nullptr) return false;
+    ++binder->hand_overs;
     return true;
 }
 
 BinderRef ExportTable::TakeBack(const RefId& id, size_t count) {
     std::lock_guard lock(mutex_);
-    Entry* const entry = Seek(id);
-    if (entry == nullptr || entry->hand_overs < count) return nullptr;
-    entry->hand_overs -= count;
-    if (entry->hand_overs != 0 || id == kContextObjectId) return nullptr;
+    LocalBinder* const binder = Seek(id);
+    if (binder == nullptr || binder->hand_overs < count) return nullptr;
+    // The one of its entry stays with the context object, whatever is taken back.
+    const size_t stay = id == kContextObjectId ? 1 : 0;
+    binder->hand_overs = std::max(binder->hand_overs - count, stay);
+    if (binder->hand_overs != 0) return nullptr;
     free_.push_back(id.place);
-    // Handed over again it gets a new name: whoever still has the old one holds nothing.
-    static_cast<LocalBinder*>(entry->binder.get())->exported = false;
-    return std::move(entry->binder);
+    return std::move(places_[id.place]);
 }
 
 BinderRef ExportTable::Find(const RefId& id) {
     std::lock_guard lock(mutex_);
-    const Entry* const entry = Seek(id);
-    return entry == nullptr ? nullptr : NewRef(entry->binder.get());
+    LocalBinder* const binder = Seek(id);
+    if (binder == nullptr) return nullptr;
+    // Whoever asks for it wants its owner's object next.
+    __builtin_prefetch(binder->user_data);
+    return NewRef(binder);
 }
 
 void ExportTable::EnterContextObject(LocalBinder* binder) {
     std::lock_guard lock(mutex_);
-    binder->exported = true;
-    binder->export_id = kContextObjectId;
-    entries_[kContextObjectId.place].binder = NewRef(binder);
+    binder->hand_overs = 1;
+    binder->export_bits = kContextObjectId.bits;
+    binder->export_place = kContextObjectId.place;
+    places_[kContextObjectId.place] = NewRef(binder);
 }
 
 size_t ExportTable::size() {
     std::lock_guard lock(mutex_);
-    const size_t context = entries_.front().binder == nullptr ? 1 : 0;
-    return entries_.size() - free_.size() - context;
+    const size_t context = places_.front() == nullptr ? 1 : 0;
+    return places_.size() - free_.size() - context;
 }
 
 Holdings::Result Holdings::Add(const RefId& id) {

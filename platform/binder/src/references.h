@@ -22,7 +22,8 @@ namespace host {
 // The objects of this process that others hold. An object is in it while its hand-overs exceed the
 // releases, and the table keeps a strong reference to it for so long. A name is never used again:
 // it is 128 random bits, with the object's place in the table beside them, so that a call finds its
-// object by one look into memory however many there are. There all bits are compared.
+// object however many there are. The object has the bits, and all of them are compared: a place is
+// eight bytes, and a call that brings an object needs the object next anyway.
 class ExportTable {
   public:
     static ExportTable& Get();
@@ -39,22 +40,16 @@ class ExportTable {
     size_t size() EXCLUDES(mutex_);
 
   private:
-    // None lies across two lines of the caches.
-    struct alignas(32) Entry {
-        RandomBits bits{};
-        BinderRef binder;  // null: the place is free
-        size_t hand_overs = 0;
-    };
-    static_assert(sizeof(Entry) == 32);
     bool DrawBits(RandomBits* bits) REQUIRES(mutex_);
     // A free one, or a new one.
     uint32_t TakePlace() REQUIRES(mutex_);
     // Null if no object has the name.
-    Entry* Seek(const RefId& id) REQUIRES(mutex_);
+    LocalBinder* Seek(const RefId& id) REQUIRES(mutex_);
 
     std::mutex mutex_;
-    // As many places as there have been objects at once; the first is the context object's.
-    std::vector<Entry> entries_ GUARDED_BY(mutex_) = std::vector<Entry>(1);
+    // As many places as there have been objects at once, null where one is free; the first is the
+    // context object's.
+    std::vector<BinderRef> places_ GUARDED_BY(mutex_) = std::vector<BinderRef>(1);
     // The one used last is used next: the caches still have it.
     std::vector<uint32_t> free_ GUARDED_BY(mutex_);
     // Drawn ahead, so that few calls ask the kernel.
