@@ -29,11 +29,11 @@ class SharedRefBase {
 
     template <typename T, typename... Args>
     static std::shared_ptr<T> make(Args&&... args) {
-        T* made = new T(std::forward<Args>(args)...);
-        SharedRefBase* base = made;
-        std::shared_ptr<SharedRefBase> shared(base, [](SharedRefBase* dead) { delete dead; });
-        base->this_ = shared;
-        return std::shared_ptr<T>(std::move(shared), made);
+        // The object and its counts side by side: who reads the one has found the others.
+        std::shared_ptr<T> made = std::make_shared<T>(std::forward<Args>(args)...);
+        SharedRefBase* base = made.get();
+        base->this_ = made;
+        return made;
     }
 
     // A pointer that shares ownership; null inside the constructor and the destructor.
@@ -49,7 +49,7 @@ class SharedRefBase {
     static void operator delete(void* memory) { ::operator delete(memory); }
 
   private:
-    static void* operator new(std::size_t size) { return ::operator new(size); }
+    static void* operator new(std::size_t size) = delete;
 
     // Set once by make(), before anybody else knows the object.
     std::weak_ptr<SharedRefBase> this_;
