@@ -21,7 +21,7 @@ class LiveTokens {
   public:
     void Add(const IToken* token) {
         std::lock_guard lock(mutex_);
-        tokens_.Put(token, token);
+        tokens_.Put(token, {});
     }
 
     void Remove(const IToken* token) {
@@ -35,9 +35,11 @@ class LiveTokens {
     }
 
   private:
+    struct Nothing {};
+
     mutable std::shared_mutex mutex_;
     // Guarded by mutex_; only in words, as no C++ library annotates its shared mutex.
-    FlatTable<const IToken*, const IToken*> tokens_;
+    FlatTable<const IToken*, Nothing> tokens_;
 };
 
 }  // namespace aidl::vendor::quorin::velmora_hub

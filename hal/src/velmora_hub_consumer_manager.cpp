@@ -61,6 +61,12 @@ VelmoraHubConsumerManager::Entries& VelmoraHubConsumerManager::EntriesOf(int sig
     return *subscriptions_.Find(KeyOf(signalId));
 }
 
+bool VelmoraHubConsumerManager::IsSubscribed(const std::shared_ptr<IVelmoraHubConsumer>& consumer,
+                                             const Entries& entries) {
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const Entry& other) { return other.consumer == consumer; });
+}
+
 void VelmoraHubConsumerManager::LeaveToDispatches(Entries& entries) {
     const Entry* const called = entries.data();
     std::shared_ptr<Entries> left;
@@ -102,20 +108,22 @@ ScopedAStatus VelmoraHubConsumerManager::subscribe(
         return Refuse("Invalid token state.");
     }
     std::lock_guard lock(mutex_);
-    Entries& entries = EntriesOf(signalId);
-    // One that nobody but the caller holds is in no table, so that the list of a signal of which
-    // nothing has been heard for long need not be read: every consumer of another process is new.
-    if (consumer.use_count() > 1 &&
-        std::any_of(entries.begin(), entries.end(),
-                    [&](const Entry& other) { return other.consumer == consumer; }))
+    // Of a signal of which nothing has been heard for long neither the slot nor the list is in a
+    // cache: they are fetched while the token is made and the death tracked.
+    subscriptions_.FetchAhead(KeyOf(signalId));
+    // One that nobody but the caller holds is in no table, so that the list need not be read: every
+    // consumer of another process is new.
+    if (consumer.use_count() > 1 && IsSubscribed(consumer, EntriesOf(signalId)))
         return Refuse("Already subscribed");
 
-    const bool is_first = entries.empty();
     const auto token =
             ::ndk::SharedRefBase::make<ConsumerToken>(signalId, next_token_id_.fetch_add(1));
+    Entries& entries = EntriesOf(signalId);
+    __builtin_prefetch(entries.data() + entries.size(), /*write=*/1);
     // A death that comes at once waits for the mutex and finds the subscription.
     const ::ndk::SpAIBinder binder = consumer->asBinder();
     AIBinder_DeathRecipient* recipient = BinderDeathManager::TrackDeath(binder.get(), token, this);
+    const bool is_first = entries.empty();
     LeaveToDispatches(entries);
     entries.push_back({consumer, binder.get(), static_cast<uint32_t>(token->token_id),
                        std::make_shared<Subscription>(token, consumer, recipient)});

@@ -89,8 +89,8 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
         std::shared_ptr<Subscription> subscription;
     };
     // One signal's table, in the order of the subscriptions. Where there are many signals, each
-    // place in memory that a call has to look for costs as much as a twentieth of the call: a
-    // subscribe needs two, the signal's slot and the end of its list.
+    // place in memory that a call has to look for costs as much as a tenth of the call: a subscribe
+    // needs two, the signal's slot and the end of its list, and fetches both ahead.
     using Entries = std::vector<Entry>;
 
     // A dispatch under way. It calls from the signal's own list, without the mutex and without a
@@ -107,6 +107,8 @@ class VelmoraHubConsumerManager : public BnVelmoraHubConsumerManager, public Dea
     }
     // The signal's list, made if there is none.
     Entries& EntriesOf(int signalId) REQUIRES(mutex_);
+    static bool IsSubscribed(const std::shared_ptr<IVelmoraHubConsumer>& consumer,
+                             const Entries& entries);
     // Before any change: the list becomes a copy of itself if a dispatch calls from it, which keeps
     // the consumers and not the subscriptions.
     void LeaveToDispatches(Entries& entries) REQUIRES(mutex_);
