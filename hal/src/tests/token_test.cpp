@@ -23,17 +23,27 @@ struct Stranger : hub::BnToken {
 
 alignas(std::max_align_t) unsigned char g_place[1024];
 
-// One at a time, all at the same address.
+// One object at a time, all at the same address.
 template <typename T>
-struct Placed : T {
-    using T::T;
-    static void* operator new(size_t size) { return size <= sizeof g_place ? g_place : nullptr; }
-    static void operator delete(void*) {}
+struct Place {
+    using value_type = T;
+    Place() = default;
+    template <typename U>
+    explicit Place(const Place<U>&) {}
+    static T* allocate(size_t count) {
+        return reinterpret_cast<T*>(count * sizeof(T) <= sizeof g_place ? g_place : nullptr);
+    }
+    static void deallocate(T*, size_t) {}
 };
 
 template <typename T>
-std::shared_ptr<hub::IToken> Make(int32_t signal_id = -1, int32_t token_id = INT32_MIN) {
-    return ndk::SharedRefBase::make<T>(signal_id, token_id);
+std::shared_ptr<hub::IToken> Make() {
+    return ndk::SharedRefBase::make<T>(-1, INT32_MIN);
+}
+
+template <typename T>
+std::shared_ptr<hub::IToken> MakeThere() {
+    return std::allocate_shared<T>(Place<T>(), -1, INT32_MIN);
 }
 
 // As which managers take it.
@@ -50,9 +60,9 @@ TEST(Tokens, AreRecognisedByTheirClassAlone) {
     EXPECT_EQ(KindOf(nullptr), "");
     // They are not mistaken for a dead one at the same address.
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(KindOf(Make<Placed<ProducerToken>>()), "producer");
-        EXPECT_EQ(KindOf(Make<Placed<Stranger>>()), "");
-        EXPECT_EQ(KindOf(Make<Placed<ConsumerToken>>()), "consumer");
+        EXPECT_EQ(KindOf(MakeThere<ProducerToken>()), "producer");
+        EXPECT_EQ(KindOf(MakeThere<Stranger>()), "");
+        EXPECT_EQ(KindOf(MakeThere<ConsumerToken>()), "consumer");
     }
 }
 
