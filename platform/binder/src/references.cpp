@@ -261,13 +261,6 @@ void ProxyTable::Count(ProxyBinder* proxy) {
     ++proxy->arrivals;
 }
 
-BinderRef ProxyTable::Find(const ProxyKey& key) {
-    std::lock_guard lock(mutex_);
-    auto slot = proxies_.find(key);
-    if (slot == proxies_.end() || !slot->second->TryIncStrong()) return nullptr;
-    return BinderRef(slot->second);
-}
-
 uint32_t ProxyTable::Leave(ProxyBinder* proxy) {
     std::lock_guard lock(mutex_);
     auto slot = proxies_.find(KeyOf(*proxy));

@@ -127,9 +127,7 @@ struct ProxyKey {
     RefId id;
     std::string_view descriptor;
 
-    bool operator==(const ProxyKey& other) const {
-        return id == other.id && descriptor == other.descriptor;
-    }
+    friend bool operator==(const ProxyKey& a, const ProxyKey& b) = default;
 };
 struct ProxyKeyHash {
     size_t operator()(const ProxyKey& key) const;
@@ -149,8 +147,6 @@ class ProxyTable {
     BinderRef ArriveUncounted(const ProxyKey& key, const Maker& make, bool* entered)
             EXCLUDES(mutex_);
     void Count(ProxyBinder* proxy) EXCLUDES(mutex_);
-    // The one there is, or null.
-    BinderRef Find(const ProxyKey& key) EXCLUDES(mutex_);
     // `proxy` has lost its last reference; the arrivals that its release settles.
     uint32_t Leave(ProxyBinder* proxy) EXCLUDES(mutex_);
     // All that are still referenced; none can arrive any more.
