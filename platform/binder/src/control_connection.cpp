@@ -24,9 +24,10 @@ bool HandleAcquire(Peer* peer, const AcquireBody& body) {
 }
 
 bool HandleSettled(Peer* peer, const SettledBody& body) {
-    BinderRef released;
-    if (DecodeName(body.owner).empty() || !peer->keeps.Settle(body.id, &released)) return false;
-    DropOnPool(std::move(released));
+    const std::string_view owner = DecodeName(body.owner);
+    std::vector<BinderRef> released;
+    if (owner.empty() || !peer->keeps.Settle(owner, body.id, &released)) return false;
+    // All of them stand-ins: no object's own code runs as they go.
     return true;
 }
 

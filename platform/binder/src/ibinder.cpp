@@ -243,8 +243,11 @@ binder_status_t GetContextObject(AIBinder** out, std::string* error) {
     }
     std::shared_ptr<Peer> peer = endpoint.GetPeer(name);
     constexpr ProxyKey kManager{kContextObjectId, "servicemanager"};
-    BinderRef proxy = peer->proxies.Arrive(
-            kManager, [&] { return new ProxyBinder(peer, kManager.id, kManager.descriptor); });
+    // Nobody handed it over: the manager has not counted, and is told of no release.
+    bool entered = false;
+    BinderRef proxy = peer->proxies.ArriveUncounted(
+            kManager, [&] { return new ProxyBinder(peer, kManager.id, kManager.descriptor); },
+            &entered);
     if (proxy == nullptr || peer->IsDead()) return STATUS_NAME_NOT_FOUND;
     *out = proxy.release();
     return STATUS_OK;

@@ -119,7 +119,7 @@ binder_status_t ObjectEncoder::HandOverLocal(AIBinder* binder, WireObject* entry
     if (!ExportTable::Get().HandOver(AsLocal(binder), &entry->id)) return STATUS_NO_MEMORY;
     Holdings::Result result = to_->holdings.Add(entry->id);
     if (result == Holdings::Result::kOk) {
-        done_.push_back({entry->id, true});
+        done_.push_back({entry->id, ""});
         return STATUS_OK;
     }
     // The parcel holds the object: this is not its last reference.
@@ -138,9 +138,10 @@ binder_status_t ObjectEncoder::PassOn(AIBinder* binder, WireObject* entry, std::
     if (!to_owner) *owner = proxy->peer->name;
     if (to_owner && (direction_ == Direction::kCall || proxy->peer == nullptr)) return STATUS_OK;
     entry->flags |= kObjectWantsSettled;
-    Keeps::Result result = to_->keeps.Add(binder, proxy->id);
+    const std::string& kept_for = proxy->peer->name;
+    Keeps::Result result = to_->keeps.Add(binder, kept_for, proxy->id);
     if (result == Keeps::Result::kOk) {
-        done_.push_back({proxy->id, false});
+        done_.push_back({proxy->id, kept_for});
         return STATUS_OK;
     }
     if (result != Keeps::Result::kFull) return STATUS_DEAD_OBJECT;
@@ -155,11 +156,12 @@ binder_status_t ObjectEncoder::PassOn(AIBinder* binder, WireObject* entry, std::
 
 void ObjectEncoder::Undo() {
     for (const Done& one : done_) {
-        BinderRef released;
-        if (!one.local) {
-            to_->keeps.Settle(one.id, &released);
+        // The parcel holds them all; at most a further stand-in goes here.
+        std::vector<BinderRef> released;
+        if (!one.owner.empty()) {
+            to_->keeps.Settle(one.owner, one.id, &released);
         } else if (to_->holdings.Remove(one.id, 1) == Holdings::Result::kOk) {
-            released = ExportTable::Get().TakeBack(one.id, 1);
+            released.push_back(ExportTable::Get().TakeBack(one.id, 1));
         }
     }
     done_.clear();

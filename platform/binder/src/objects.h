@@ -42,7 +42,7 @@ class ObjectEncoder {
 
     struct Done {
         RefId id;
-        bool local;
+        std::string owner;  // empty: this process
     };
     Peer* const to_;
     const Direction direction_;

@@ -130,6 +130,9 @@ void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t ui
     bool yielded = false;
     {
         std::lock_guard lock(control_mutex_);
+        // Given up a moment ago: an attempt that is left unanswered is made again, and then meets a
+        // new peer.
+        if (IsDead()) return;
         bool ours_stays = control_ != nullptr && control_ours_ && Endpoint::Get().name() < name;
         second = control_open_ && !ours_stays;
         yielded = ours_stays;
@@ -276,29 +279,47 @@ void Peer::FlushControl() {
 }
 
 void Peer::SendAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from) {
-    bool asks = false;
-    bool in_bounds = true;
+    Asked asked;
     {
         std::lock_guard lock(control_mutex_);
-        asks = !IsDead() && acquiring_.count({proxy, from.get()}) == 0;
-        if (asks) in_bounds = QueueAcquire(proxy, from);
+        asked = QueueAcquire(proxy, from);
     }
-    // Also a reference to nothing.
-    if (!asks) from->SendSettled(name, proxy->id);
-    if (!in_bounds) from->Cut("it passes on too much for which no owner has answered");
+    switch (asked) {
+        case Asked::kYes:
+            return;
+        case Asked::kNotNeeded:
+            return from->SendSettled(name, proxy->id);
+        case Asked::kTooMuchPassedOn:
+            return from->Cut("it passes on too much for which no owner has answered");
+        case Asked::kTooMuchUnread:
+            return Cut("control messages pile up unread");
+        case Asked::kTooMuchUnanswered:
+            break;
+    }
+    // Who else has asked for it gets an answer. In this order: what is granted is counted first.
+    if (proxy->acquiring.load() == 0 && !proxies.IsCounted(proxy)) proxy->gone.store(true);
+    from->SendSettled(name, proxy->id);
+    if (!from->IsFirst(Trouble::kSilentOwner)) return;
+    __android_log_print(ANDROID_LOG_WARN, "host_binder",
+                        "References from pid %d uid %d arrive as dead ones: their owner, pid %d, "
+                        "has %zu to answer for.",
+                        from->pid(), from->uid(), pid(), kMaxReferencesPerPeer);
 }
 
-bool Peer::QueueAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from) {
+Peer::Asked Peer::QueueAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from) {
+    // Of a dead one it is a reference to nothing.
+    if (IsDead() || acquiring_.count({proxy, from.get()}) != 0) return Asked::kNotNeeded;
+    if (acquires_.size() >= kMaxReferencesPerPeer) return Asked::kTooMuchUnanswered;
     if (from->passed_on_.fetch_add(1) >= kMaxPassedOn) {
         from->passed_on_.fetch_sub(1);
-        return false;
+        return Asked::kTooMuchPassedOn;
     }
     AcquireBody body{proxy->id, 0};
     proxy->acquiring.fetch_add(1);
     acquires_.push_back({proxy->id, from, NewRef(proxy)});
     acquiring_.emplace(proxy, from.get());
-    QueueControl(FrameType::kAcquire, &body, sizeof(body));
-    return true;
+    return QueueControl(FrameType::kAcquire, &body, sizeof(body)) ? Asked::kYes
+                                                                 : Asked::kTooMuchUnread;
 }
 
 void Peer::SendSettled(const std::string& owner, const RefId& id) {
@@ -536,9 +557,8 @@ void Peer::ReleaseEverything() {
         one.from->passed_on_.fetch_sub(1);
         one.from->SendSettled(name, one.id);
     }
-    if (!dropped->empty()) {
-        Pool::Get().Post([dropped]() mutable { dropped.reset(); });
-    }
+    // Moved: a copy left here would be the last one if the pool is quick.
+    if (!dropped->empty()) Pool::Get().Post([dropped = std::move(dropped)] {});
     PostDeathNotices(proxies.Close());
 }
 

@@ -71,7 +71,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
 
     // Asks the owner, which this peer is, to enter this process as a holder of what `from` has
     // passed on. If `from` has done so before, and the owner has not answered yet, what it keeps
-    // for that is enough.
+    // for that is enough. An owner that has more to answer than it could grant is not asked: the
+    // stand-in is dead, unless somebody else has asked for it.
     void SendAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from)
             EXCLUDES(control_mutex_);
     // Waits until the peer has entered this process as a holder of what another process passed on.
@@ -114,7 +115,13 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void OnOnewayRead(uint64_t position);
 
     // What a line in the log says once of each peer. True for the first who asks.
-    enum class Trouble : uint32_t { kBadOwners = 1, kNoAnswer = 2, kHeld = 4, kKept = 8 };
+    enum class Trouble : uint32_t {
+        kBadOwners = 1,
+        kNoAnswer = 2,
+        kHeld = 4,
+        kKept = 8,
+        kSilentOwner = 16,
+    };
     bool IsFirst(Trouble trouble) {
         const auto bit = static_cast<uint32_t>(trouble);
         return (troubles_.fetch_or(bit) & bit) == 0;
@@ -138,8 +145,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
         SendControlBytes(type, &body, sizeof(body));
     }
     void SendControlBytes(FrameType type, const void* body, size_t size) EXCLUDES(control_mutex_);
-    // False if `from` waits for too many answers.
-    bool QueueAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from)
+    enum class Asked { kYes, kNotNeeded, kTooMuchPassedOn, kTooMuchUnanswered, kTooMuchUnread };
+    Asked QueueAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from)
             REQUIRES(control_mutex_);
     bool QueueControl(FrameType type, const void* body, size_t size) REQUIRES(control_mutex_);
     void FlushControl() REQUIRES(control_mutex_);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -149,8 +150,13 @@ size_t ExportTable::size() {
 Holdings::Result Holdings::Add(const RefId& id) {
     std::lock_guard lock(mutex_);
     if (closed_) return Result::kClosed;
-    if (counts_.size() >= kMaxReferencesPerPeer && counts_.count(id) == 0) return Result::kFull;
-    ++counts_[id];
+    const auto [held, is_new] = counts_.try_emplace(id, 0);
+    if (held->second == std::numeric_limits<uint32_t>::max()) return Result::kFull;
+    if (is_new && counts_.size() > kMaxReferencesPerPeer) {
+        counts_.erase(held);
+        return Result::kFull;
+    }
+    ++held->second;
     return Result::kOk;
 }
 
@@ -176,21 +182,30 @@ std::vector<std::pair<RefId, uint32_t>> Holdings::Close() {
     return all;
 }
 
-Keeps::Result Keeps::Add(AIBinder* binder, const RefId& id) {
+Keeps::Result Keeps::Add(AIBinder* binder, std::string_view owner, const RefId& id) {
     std::lock_guard lock(mutex_);
     if (closed_) return Result::kClosed;
-    if (kept_.size() >= kMaxPassedOn && kept_.count(id) == 0) return Result::kFull;
-    Kept& kept = kept_[id];
-    if (kept.count++ == 0) kept.binder = NewRef(binder);
+    Kept& kept = kept_[{std::string(owner), id}];
+    const auto same = [=](const BinderRef& one) { return one.get() == binder; };
+    if (std::none_of(kept.binders.begin(), kept.binders.end(), same)) {
+        if (binders_ == kMaxPassedOn) {
+            if (kept.binders.empty()) kept_.erase({std::string(owner), id});
+            return Result::kFull;
+        }
+        ++binders_;
+        kept.binders.push_back(NewRef(binder));
+    }
+    ++kept.count;
     return Result::kOk;
 }
 
-bool Keeps::Settle(const RefId& id, BinderRef* released) {
+bool Keeps::Settle(std::string_view owner, const RefId& id, std::vector<BinderRef>* released) {
     std::lock_guard lock(mutex_);
-    auto kept = kept_.find(id);
+    auto kept = kept_.find({std::string(owner), id});
     if (kept == kept_.end()) return closed_;
     if (--kept->second.count != 0) return true;
-    *released = std::move(kept->second.binder);
+    *released = std::move(kept->second.binders);
+    binders_ -= released->size();
     kept_.erase(kept);
     return true;
 }
@@ -199,8 +214,8 @@ std::vector<BinderRef> Keeps::Close() {
     std::lock_guard lock(mutex_);
     closed_ = true;
     std::vector<BinderRef> all;
-    for (auto& [id, kept] : kept_)
-        all.push_back(std::move(kept.binder));
+    for (auto& [key, kept] : kept_)
+        std::move(kept.binders.begin(), kept.binders.end(), std::back_inserter(all));
     kept_.clear();
     return all;
 }
@@ -229,12 +244,14 @@ std::vector<DelayedReleases::Release> DelayedReleases::Close() {
     return Reach(std::numeric_limits<uint64_t>::max());
 }
 
-// One that is losing its last reference stays out of the way: its own release settles its own
+// One that is losing its last reference stays out of the way, and so does one that its owner knew
+// nothing of: the same object may be handed over after all. Its own release settles its own
 // arrivals.
 ProxyBinder* ProxyTable::FindOrMake(const ProxyKey& key, const Maker& make) {
     const auto slot = proxies_.find(key);
-    if (slot != proxies_.end() && slot->second->TryIncStrong()) return slot->second;
-    if (slot != proxies_.end()) proxies_.erase(slot);
+    const bool is_there = slot != proxies_.end();
+    if (is_there && !slot->second->gone.load() && slot->second->TryIncStrong()) return slot->second;
+    if (is_there) proxies_.erase(slot);
     ProxyBinder* const made = make();
     proxies_.emplace(KeyOf(*made), made);
     return made;
@@ -259,6 +276,11 @@ BinderRef ProxyTable::ArriveUncounted(const ProxyKey& key, const Maker& make, bo
 void ProxyTable::Count(ProxyBinder* proxy) {
     std::lock_guard lock(mutex_);
     ++proxy->arrivals;
+}
+
+bool ProxyTable::IsCounted(const ProxyBinder* proxy) {
+    std::lock_guard lock(mutex_);
+    return proxy->arrivals != 0;
 }
 
 uint32_t ProxyTable::Leave(ProxyBinder* proxy) {

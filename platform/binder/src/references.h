@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -81,20 +82,33 @@ class Keeps {
   public:
     enum class Result { kOk, kClosed, kFull };
 
-    // kClosed: the peer is dead. kFull: too much is outstanding. Then nothing is kept.
-    Result Add(AIBinder* binder, const RefId& id) EXCLUDES(mutex_);
+    // kClosed: the peer is dead. kFull: too much is outstanding. Then nothing is kept. `owner` is the
+    // name of the object's process: a process can give its objects the names of another's.
+    Result Add(AIBinder* binder, std::string_view owner, const RefId& id) EXCLUDES(mutex_);
     // One of them is settled. False if none was outstanding. `*released` is dropped by the caller.
-    bool Settle(const RefId& id, BinderRef* released) EXCLUDES(mutex_);
+    bool Settle(std::string_view owner, const RefId& id, std::vector<BinderRef>* released)
+            EXCLUDES(mutex_);
     std::vector<BinderRef> Close() EXCLUDES(mutex_);
 
   private:
+    struct Key {
+        std::string owner;
+        RefId id;
+
+        friend bool operator==(const Key& a, const Key& b) = default;
+    };
+    struct KeyHash {
+        size_t operator()(const Key& key) const { return RefIdHash()(key.id); }
+    };
     struct Kept {
-        BinderRef binder;
+        // One, as long as nobody lies about the object's interface.
+        std::vector<BinderRef> binders;
         uint32_t count = 0;
     };
     std::mutex mutex_;
     bool closed_ GUARDED_BY(mutex_) = false;
-    std::unordered_map<RefId, Kept, RefIdHash> kept_ GUARDED_BY(mutex_);
+    size_t binders_ GUARDED_BY(mutex_) = 0;
+    std::unordered_map<Key, Kept, KeyHash> kept_ GUARDED_BY(mutex_);
 };
 
 // Releases of one peer that have overtaken oneway calls which the peer made before: the objects
@@ -147,6 +161,7 @@ class ProxyTable {
     BinderRef ArriveUncounted(const ProxyKey& key, const Maker& make, bool* entered)
             EXCLUDES(mutex_);
     void Count(ProxyBinder* proxy) EXCLUDES(mutex_);
+    bool IsCounted(const ProxyBinder* proxy) EXCLUDES(mutex_);
     // `proxy` has lost its last reference; the arrivals that its release settles.
     uint32_t Leave(ProxyBinder* proxy) EXCLUDES(mutex_);
     // All that are still referenced; none can arrive any more.

@@ -54,20 +54,37 @@ TEST(Keeps, HoldAnObjectUntilEveryHandOverIsSettled) {
     std::atomic<int> alive{0};
     ndk::SpAIBinder object = MakeLocalObject(&alive);
     Keeps keeps;
-    BinderRef released;
-    ASSERT_EQ(keeps.Add(object.get(), Id(1)), Keeps::Result::kOk);
-    ASSERT_EQ(keeps.Add(object.get(), Id(1)), Keeps::Result::kOk);
+    std::vector<BinderRef> released;
+    ASSERT_EQ(keeps.Add(object.get(), "1-a", Id(1)), Keeps::Result::kOk);
+    ASSERT_EQ(keeps.Add(object.get(), "1-a", Id(1)), Keeps::Result::kOk);
     object.set(nullptr);
-    EXPECT_FALSE(keeps.Settle(Id(2), &released));
-    EXPECT_TRUE(keeps.Settle(Id(1), &released));
-    EXPECT_EQ(released, nullptr);
-    EXPECT_TRUE(keeps.Settle(Id(1), &released));
+    EXPECT_FALSE(keeps.Settle("1-a", Id(2), &released));
+    EXPECT_TRUE(keeps.Settle("1-a", Id(1), &released));
+    EXPECT_TRUE(released.empty());
+    EXPECT_TRUE(keeps.Settle("1-a", Id(1), &released));
     EXPECT_EQ(alive, 1);
-    released.reset();
+    released.clear();
     EXPECT_EQ(alive, 0);
-    EXPECT_FALSE(keeps.Settle(Id(1), &released)) << "once too often";
+    EXPECT_FALSE(keeps.Settle("1-a", Id(1), &released)) << "once too often";
     keeps.Close();
-    EXPECT_EQ(keeps.Add(nullptr, Id(1)), Keeps::Result::kClosed);
+    EXPECT_EQ(keeps.Add(nullptr, "1-a", Id(1)), Keeps::Result::kClosed);
+}
+
+// A process gives its objects what names it likes, and says of others' what it likes.
+TEST(Keeps, HoldEveryObjectOfOneName) {
+    std::atomic<int> alive{0};
+    Keeps keeps;
+    std::vector<BinderRef> released;
+    for (const char* owner : {"1-a", "2-b", "2-b"})
+        ASSERT_EQ(keeps.Add(MakeLocalObject(&alive).get(), owner, Id(1)), Keeps::Result::kOk);
+    EXPECT_EQ(alive, 3);
+    ASSERT_TRUE(keeps.Settle("1-a", Id(1), &released));
+    ASSERT_TRUE(keeps.Settle("2-b", Id(1), &released));
+    released.clear();
+    EXPECT_EQ(alive, 2) << "either of the two may be the one that is outstanding";
+    ASSERT_TRUE(keeps.Settle("2-b", Id(1), &released));
+    released.clear();
+    EXPECT_EQ(alive, 0);
 }
 
 // Releases wait for the place in the ring that they name, in any order of places.
@@ -102,6 +119,9 @@ TEST(ProxyTable, HasOneStandInWhileItIsReferencedAndCountsItsArrivals) {
     EXPECT_EQ(table.Leave(AsProxy(first.get())), 2U);
     EXPECT_EQ(table.Arrive(key, make).get(), third.get())
             << "and does not take the new one along";
+    AsProxy(third.get())->gone.store(true);
+    BinderRef fourth = table.Arrive(key, make);
+    EXPECT_NE(fourth.get(), third.get()) << "its owner hands over what it has not known before";
     EXPECT_EQ(table.Close().size(), 1U);
     EXPECT_EQ(table.Arrive(key, make), nullptr);
 }

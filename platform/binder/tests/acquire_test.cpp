@@ -1,0 +1,99 @@
+// Labels: memory
+// Requests to owners, to be entered for what others have passed on: bounded whoever asks, and
+// whatever the owner does.
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "src/peer.h"
+
+namespace host {
+namespace {
+
+int g_silent_owners = 0;
+int g_cuts = 0;
+
+void CountLine(const __android_log_message* line) {
+    if (strstr(line->message, "arrive as dead ones") != nullptr) ++g_silent_owners;
+    if (strstr(line->message, "Cutting off") != nullptr) ++g_cuts;
+}
+
+std::shared_ptr<Peer> NewPeer() {
+    static int next = 0;
+    char name[kEndpointNameSize];
+    snprintf(name, sizeof(name), "%d-%016x", ++next, 0);
+    return std::make_shared<Peer>(name);
+}
+
+class Acquire : public ::testing::Test {
+  protected:
+    Acquire() {
+        g_silent_owners = g_cuts = 0;
+        __android_log_set_logger(&CountLine);
+    }
+    ~Acquire() override { __android_log_set_logger(__android_log_stderr_logger); }
+
+    // A reference to an object of the owner that is new here, as `from` passes it on.
+    BinderRef Pass(const std::shared_ptr<Peer>& from) {
+        const RefId id{{++last_}};
+        bool entered = false;
+        BinderRef proxy = owner_->proxies.ArriveUncounted(
+                {id, ""}, [&] { return new ProxyBinder(owner_, id, ""); }, &entered);
+        owner_->SendAcquire(AsProxy(proxy.get()), from);
+        return proxy;
+    }
+    bool Answer(uint32_t number, bool granted) {
+        return owner_->OnAcquired({{number}}, granted);
+    }
+    void FillOwner() {
+        for (size_t i = 0; i < kMaxReferencesPerPeer; ++i) {
+            if (i % kMaxPassedOn == 0) passer_ = NewPeer();
+            Pass(passer_);
+        }
+    }
+
+    const std::shared_ptr<Peer> owner_ = NewPeer();
+    std::shared_ptr<Peer> passer_ = NewPeer();
+    uint32_t last_ = 0;
+};
+
+TEST_F(Acquire, AsksAnOwnerForNoMoreThanItCouldGrant) {
+    FillOwner();
+    EXPECT_EQ(g_silent_owners, 0);
+    passer_ = NewPeer();
+    const BinderRef refused = Pass(passer_);
+    EXPECT_TRUE(AsProxy(refused.get())->IsDead());
+    EXPECT_TRUE(AsProxy(Pass(passer_).get())->IsDead());
+    EXPECT_EQ(g_silent_owners, 1);
+    EXPECT_EQ(g_cuts, 0) << "nobody has done anything wrong";
+    // One that is asked for by somebody else is waited for.
+    bool entered = false;
+    const BinderRef first = owner_->proxies.ArriveUncounted(
+            {{{1}}, ""}, [&]() -> ProxyBinder* { return nullptr; }, &entered);
+    owner_->SendAcquire(AsProxy(first.get()), passer_);
+    EXPECT_FALSE(AsProxy(first.get())->IsDead());
+    ASSERT_TRUE(Answer(1, true));
+    EXPECT_FALSE(AsProxy(first.get())->IsDead());
+    EXPECT_FALSE(AsProxy(Pass(passer_).get())->IsDead()) << "there is room again";
+}
+
+// In league with who passes on, it knows the names that it is asked for.
+TEST_F(Acquire, CutsAnOwnerThatAnswersWithoutReading) {
+    constexpr size_t kRequests = kMaxControlBacklogBytes / 32;
+    while (last_ < 2 * kRequests) {
+        if (last_ % kMaxPassedOn == 0) passer_ = NewPeer();
+        Pass(passer_);
+        if (g_cuts != 0) break;
+        ASSERT_TRUE(Answer(last_, false));
+    }
+    EXPECT_EQ(g_cuts, 1);
+    EXPECT_NEAR(last_, kRequests, 2);
+    EXPECT_EQ(g_silent_owners, 0);
+}
+
+}  // namespace
+}  // namespace host
