@@ -18,10 +18,12 @@ namespace {
 constexpr char kRefused[] = "name owners that are not looked for";
 
 // Commands: "listen FOLDER", one more socket, whose name it answers; "link FOLDER N", so many more
-// names for the first one; "accept", takes what waits there and keeps it; how many.
+// names for the first one; "fill FOLDER", its queue; "call FOLDER VICTIM TARGET", under its name;
+// "accept", takes what waits there and keeps it; how many.
 HOST_HELPER(Names) {
     std::vector<std::unique_ptr<RawListener>> listeners;
     std::vector<RawConnection> taken;
+    std::vector<UniqueFd> waiting;
     channel.Serve([&](const std::string& line) {
         std::istringstream words(line);
         std::string verb, folder;
@@ -30,6 +32,18 @@ HOST_HELPER(Names) {
         if (verb == "listen") {
             listeners.push_back(std::make_unique<RawListener>(folder));
             return listeners.back()->name();
+        }
+        if (verb == "fill") {
+            while (listeners[0]->Knock(&waiting)) {
+            }
+            return std::to_string(waiting.size());
+        }
+        if (verb == "call") {
+            std::string target;
+            std::getline(words >> std::ws, target);
+            const RawPeer peer(folder, count, listeners[0]->name());
+            const auto answer = peer.CallOnce({NameFrom(target)});
+            return answer ? std::to_string(answer->status) : std::string("cut");
         }
         for (int i = 0; i < count; ++i) {
             const std::string link = folder + "/" + NextPeerName();
@@ -104,6 +118,21 @@ TEST_F(ForgedNames, AProcessThatListensUnderManyNamesIsOnePeer) {
     peer.control().Close();
     ExpectUnhurt(1);
     EXPECT_EQ(Refusals(), 1);
+}
+
+// Whoever is only named has not shown whose it is.
+TEST_F(ForgedNames, NobodyIsServedUnderANameThatOthersHaveGiven) {
+    RawPeer peer = NewPeer();
+    const std::string name = names_.Command("listen " + host_.path());
+    EXPECT_GE(std::stoi(names_.Command("fill " + host_.path())), 1);
+    ASSERT_EQ(PassOn(peer, {name}), STATUS_OK);
+    EXPECT_EQ(names_.Command("call " + host_.path() + " " + std::to_string(victim_.pid()) + " " +
+                             WordsOf(target_)),
+              "cut");
+    EXPECT_TRUE(victim_.log().WaitForLine("pid " + std::to_string(names_.pid()) + " uid"));
+    names_.process().Kill();
+    peer.control().Close();
+    ExpectUnhurt(0);
 }
 
 }  // namespace

@@ -260,6 +260,15 @@ bool RawListener::IsConnectedTo() const {
     return WaitFor(fd_.get(), POLLIN, Clock::now());
 }
 
+bool RawListener::Knock(std::vector<UniqueFd>* knocks) const {
+    sockaddr_un address = AddressOf(path_);
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
+        return false;
+    knocks->push_back(std::move(fd));
+    return true;
+}
+
 RawConnection RawListener::AcceptUnread() {
     EXPECT_TRUE(WaitFor(fd_.get(), POLLIN, Clock::now() + kTestLimit));
     return RawConnection(UniqueFd(accept4(fd_.get(), nullptr, nullptr, SOCK_CLOEXEC)));

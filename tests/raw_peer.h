@@ -139,6 +139,8 @@ class RawListener {
     const std::string& name() const { return name_; }
     // Whether somebody has connected who was not accepted.
     bool IsConnectedTo() const;
+    // Connects to itself; false if its queue is full.
+    bool Knock(std::vector<UniqueFd>* knocks) const;
     // The next connection, whatever it says.
     RawConnection AcceptUnread();
     // The next connection, its hello taken; what came along goes to `*received`.

@@ -325,14 +325,17 @@ void Endpoint::OnHello(Newcomer* newcomer, const HelloBody& hello) {
     if (kind == ConnectionKind::kControl) {
         OnControl(newcomer, name);
     } else {
+        // One that others have only named has no connection yet, and nobody knows its user.
+        const auto is_known = [](const auto& one) { return one != nullptr && one->pid() != 0; };
         auto peer = FindPeer(name);
-        if (peer == nullptr) {
+        if (!is_known(peer)) {
             // Its control connection came first, and may have been accepted before its hello was
             // there.
             ReadHellos(newcomer->pid());
             peer = FindPeer(name);
         }
-        if (peer == nullptr || name == name_) return newcomer->Cut("it has no control connection");
+        if (!is_known(peer) || name == name_)
+            return newcomer->Cut("it has no control connection");
         if (kind == ConnectionKind::kCall) {
             OnCall(newcomer, peer);
         } else if (kind == ConnectionKind::kOneway) {
