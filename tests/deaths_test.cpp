@@ -160,6 +160,36 @@ TEST(Deaths, GiveEachLinkItsCallbacksOnceWhileItsRecipientIsDeleted) {
     EXPECT_EQ(Call(witness.object(), kEcho), STATUS_OK);
 }
 
+// Often enough for the thread that notices deaths to be the last to let go, if it ever is.
+TEST(Deaths, AreNoticedWhileTheEndOfAnObjectThatADeadProcessHeldWaits) {
+    static Counter entered, ending, may_end, ended;
+    const auto note = [](int, const Letter&, Letter*) {
+        entered.Add();
+        return STATUS_OK;
+    };
+    const auto end = [] {
+        ending.Add();
+        may_end.WaitFor(ending.value());
+        ended.Add();
+    };
+    for (int round = 1; round <= Rounds(12, 6) && !::testing::Test::HasFailure(); ++round) {
+        RemoteObject holder("Object"), other("Object");
+        ndk::SpAIBinder held = MakeObject(note, end);
+        Link link;
+        auto recipient = NewRecipient();
+        ASSERT_EQ(LinkTo(other.object(), recipient, &link), STATUS_OK);
+        ASSERT_EQ(Post(holder.object(), kBlock, {0, held, {}}), STATUS_OK);
+        ASSERT_TRUE(entered.WaitFor(round));
+        held.set(nullptr);
+        holder.process().Kill();
+        ASSERT_TRUE(ending.WaitFor(round));
+        other.process().Kill();
+        EXPECT_TRUE(EndedWith(link, 1)) << round;
+        may_end.Add();
+        ASSERT_TRUE(ended.WaitFor(round));
+    }
+}
+
 TEST(Deaths, MayDeleteTheRecipientInsideItsOwnCallback) {
     RemoteObject victim("Object");
     auto recipient = NewRecipient();

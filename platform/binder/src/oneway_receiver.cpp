@@ -92,8 +92,11 @@ void OnewayReceiver::TakeRest() {
     bool more = true;
     size_t taken = 0;
     while (more) {
-        for (BinderRef& target : Drain(&more, &taken))
+        auto dropped = std::make_shared<Dropped>();
+        for (BinderRef& target : Drain(&more, &taken, dropped.get()))
             RunLater(std::move(target));
+        if (!dropped->unanswerable.empty() || !dropped->refused.empty())
+            Pool::Get().Post([dropped = std::move(dropped)] {});
     }
 }
 
@@ -166,7 +169,11 @@ bool OnewayReceiver::ReadWakeUps() {
 size_t OnewayReceiver::TakeAndRun() {
     bool more = false;
     size_t taken = 0;
-    Runnable runnable = Drain(&more, &taken);
+    Runnable runnable;
+    {
+        Dropped dropped;  // before anything runs, which may take long
+        runnable = Drain(&more, &taken, &dropped);
+    }
     if (more) Pool::Get().Post([self = shared_from_this()] { self->OnReady(0); });
     for (size_t i = 1; i < runnable.size(); ++i)
         RunLater(std::move(runnable[i]));
@@ -221,10 +228,8 @@ void OnewayReceiver::Started(size_t record_size) {
     RingReader(&memory_).Finish(record_size);
 }
 
-OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more, size_t* taken) {
+OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more, size_t* taken, Dropped* dropped) {
     Runnable runnable;
-    Calls dropped;
-    Runnable refused;
     bool cut = false;
     uint64_t position;
     *more = false;
@@ -234,8 +239,7 @@ OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more, size_t* taken) {
             broken_ = true;
             cut = true;
         }
-        dropped.swap(unanswerable_);
-        refused.swap(refused_);
+        std::swap(*dropped, dropped_);
         position = ring_.position();
     }
     peer_->OnOnewayRead(position);
@@ -264,7 +268,7 @@ bool OnewayReceiver::TakeSome(Runnable* runnable, bool* more, size_t* taken) {
         LocalBinder* target = AsLocal(call->target.get());
         if (target == nullptr) {
             Started(call->record_size);
-            unanswerable_.push_back(std::move(call));
+            dropped_.unanswerable.push_back(std::move(call));
         } else {
             // The reference in the call stays until the call has run, and the object is busy until
             // then.
@@ -302,7 +306,7 @@ bool OnewayReceiver::Take(const uint8_t* shared, size_t size, std::unique_ptr<On
     good = good &&
            call->parcel->Assign(shared + sizeof(CallBody), body.data_size, std::move(objects));
     if (!good) {
-        refused_.swap(held);
+        dropped_.refused.swap(held);
         return false;
     }
     call->target = ExportTable::Get().Find(body.target);

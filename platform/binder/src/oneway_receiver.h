@@ -78,11 +78,15 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
     std::chrono::microseconds NextPause(std::chrono::microseconds pause, size_t taken);
 
     using Runnable = std::vector<BinderRef>;
-    using Calls = std::vector<std::unique_ptr<OnewayCall>>;
+    // What is dropped unlocked, where the objects' own code may run.
+    struct Dropped {
+        std::vector<std::unique_ptr<OnewayCall>> unanswerable;  // for objects that are gone
+        std::vector<BinderRef> refused;                         // out of a malformed call
+    };
 
     // Takes what is in the ring, as much as one turn may; `*more` if that was not all. The result
     // is the objects that someone must run now.
-    Runnable Drain(bool* more, size_t* taken) EXCLUDES(mutex_);
+    Runnable Drain(bool* more, size_t* taken, Dropped* dropped) EXCLUDES(mutex_);
     // Null and true: the object called is not there any more. False: malformed.
     bool Take(const uint8_t* body, size_t size, std::unique_ptr<OnewayCall>* call) REQUIRES(mutex_);
     // `*more`: the turn ended before the ring was empty.
@@ -104,8 +108,7 @@ class OnewayReceiver : public PoolSource, public std::enable_shared_from_this<On
 
     std::mutex mutex_;
     RingReader ring_ GUARDED_BY(mutex_){&memory_};
-    Calls unanswerable_ GUARDED_BY(mutex_);  // for objects that are gone; dropped unlocked
-    Runnable refused_ GUARDED_BY(mutex_);    // out of a malformed call; dropped unlocked
+    Dropped dropped_ GUARDED_BY(mutex_);
     bool broken_ GUARDED_BY(mutex_) = false;
 };
 
