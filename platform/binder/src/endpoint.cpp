@@ -334,8 +334,7 @@ void Endpoint::OnHello(Newcomer* newcomer, const HelloBody& hello) {
             ReadHellos(newcomer->pid());
             peer = FindPeer(name);
         }
-        if (!is_known(peer) || name == name_)
-            return newcomer->Cut("it has no control connection");
+        if (!is_known(peer) || name == name_) return newcomer->Cut("it has no control connection");
         if (kind == ConnectionKind::kCall) {
             OnCall(newcomer, peer);
         } else if (kind == ConnectionKind::kOneway) {

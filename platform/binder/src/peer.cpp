@@ -73,6 +73,9 @@ Connected Peer::TryConnect() {
         control->StopWatching();
         connected.result = ConnectResult::kShort;
     } else {
+        // Before the peer's own attempt can be weighed against this one, and calls come after it.
+        pid_.store(connected.pid);
+        uid_.store(connected.uid);
         control_ = std::move(control);
         control_ours_ = true;
     }
@@ -319,7 +322,7 @@ Peer::Asked Peer::QueueAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& 
     acquires_.push_back({proxy->id, from, NewRef(proxy)});
     acquiring_.emplace(proxy, from.get());
     return QueueControl(FrameType::kAcquire, &body, sizeof(body)) ? Asked::kYes
-                                                                 : Asked::kTooMuchUnread;
+                                                                  : Asked::kTooMuchUnread;
 }
 
 void Peer::SendSettled(const std::string& owner, const RefId& id) {

@@ -82,8 +82,8 @@ class Keeps {
   public:
     enum class Result { kOk, kClosed, kFull };
 
-    // kClosed: the peer is dead. kFull: too much is outstanding. Then nothing is kept. `owner` is the
-    // name of the object's process: a process can give its objects the names of another's.
+    // kClosed: the peer is dead. kFull: too much is outstanding. Then nothing is kept. `owner` is
+    // the name of the object's process: a process can give its objects the names of another's.
     Result Add(AIBinder* binder, std::string_view owner, const RefId& id) EXCLUDES(mutex_);
     // One of them is settled. False if none was outstanding. `*released` is dropped by the caller.
     bool Settle(std::string_view owner, const RefId& id, std::vector<BinderRef>* released)

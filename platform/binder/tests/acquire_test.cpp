@@ -46,9 +46,7 @@ class Acquire : public ::testing::Test {
         owner_->SendAcquire(AsProxy(proxy.get()), from);
         return proxy;
     }
-    bool Answer(uint32_t number, bool granted) {
-        return owner_->OnAcquired({{number}}, granted);
-    }
+    bool Answer(uint32_t number, bool granted) { return owner_->OnAcquired({{number}}, granted); }
     void FillOwner() {
         for (size_t i = 0; i < kMaxReferencesPerPeer; ++i) {
             if (i % kMaxPassedOn == 0) passer_ = NewPeer();

@@ -117,8 +117,7 @@ TEST(ProxyTable, HasOneStandInWhileItIsReferencedAndCountsItsArrivals) {
     EXPECT_NE(third.get(), first.get()) << "the one that left settles its own arrivals only";
     EXPECT_EQ(AsProxy(third.get())->arrivals, 1U);
     EXPECT_EQ(table.Leave(AsProxy(first.get())), 2U);
-    EXPECT_EQ(table.Arrive(key, make).get(), third.get())
-            << "and does not take the new one along";
+    EXPECT_EQ(table.Arrive(key, make).get(), third.get()) << "and does not take the new one along";
     AsProxy(third.get())->gone.store(true);
     BinderRef fourth = table.Arrive(key, make);
     EXPECT_NE(fourth.get(), third.get()) << "its owner hands over what it has not known before";
