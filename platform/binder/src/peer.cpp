@@ -49,7 +49,7 @@ bool Peer::Connect() {
     }
     switch (connected.result) {
         case ConnectResult::kConnected:
-            BecomeReachable(connected.pid, connected.uid);
+            BecomeReachable();
             return true;
         case ConnectResult::kRefused:
             GiveUp();
@@ -111,9 +111,7 @@ void Peer::GiveUp() {
     Housekeeper::Get().RunSoon([self = shared_from_this()] { self->Die(); });
 }
 
-void Peer::BecomeReachable(pid_t pid, uid_t uid) {
-    pid_.store(pid);
-    uid_.store(uid);
+void Peer::BecomeReachable() {
     {
         std::lock_guard lock(mutex_);
         reachable_ = true;
@@ -146,6 +144,8 @@ void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t ui
             // sent comes in first, then the end is noticed in its turn.
             if (!SendFrameNow(control->fd(), FrameType::kWelcome)) control->ShutDown();
             replaced = std::exchange(control_, control);
+            pid_.store(pid);
+            uid_.store(uid);
             control_ours_ = false;
             control_open_ = true;
             adopted = true;
@@ -159,7 +159,7 @@ void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t ui
                 "Connection refused, pid %d uid %d: it has a control connection already.", pid,
                 uid);
     }
-    if (adopted) return BecomeReachable(pid, uid);
+    if (adopted) return BecomeReachable();
     // Its connection could not be taken in: as good as gone, and a new one when it comes again.
     if (!second && !yielded) Die();
 }

@@ -158,7 +158,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void BeAwaitedNoMore() REQUIRES(mutex_);
     // The peer has yielded: if its own attempt has not come in, it is asked again.
     void ConnectUnlessAdopted() EXCLUDES(mutex_, control_mutex_);
-    void BecomeReachable(pid_t pid, uid_t uid) EXCLUDES(mutex_, control_mutex_);
+    void BecomeReachable() EXCLUDES(mutex_, control_mutex_);
     void GiveUp() EXCLUDES(mutex_);
     bool MayTakeConnection() const REQUIRES(mutex_);
     // An idle connection, or null and a place among those that may be opened; dead counts as a

@@ -7,7 +7,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 #include "src/peer.h"
 
@@ -47,12 +46,6 @@ class Acquire : public ::testing::Test {
         return proxy;
     }
     bool Answer(uint32_t number, bool granted) { return owner_->OnAcquired({{number}}, granted); }
-    void FillOwner() {
-        for (size_t i = 0; i < kMaxReferencesPerPeer; ++i) {
-            if (i % kMaxPassedOn == 0) passer_ = NewPeer();
-            Pass(passer_);
-        }
-    }
 
     const std::shared_ptr<Peer> owner_ = NewPeer();
     std::shared_ptr<Peer> passer_ = NewPeer();
@@ -60,7 +53,10 @@ class Acquire : public ::testing::Test {
 };
 
 TEST_F(Acquire, AsksAnOwnerForNoMoreThanItCouldGrant) {
-    FillOwner();
+    while (last_ < kMaxReferencesPerPeer) {
+        if (last_ % kMaxPassedOn == 0) passer_ = NewPeer();
+        Pass(passer_);
+    }
     EXPECT_EQ(g_silent_owners, 0);
     passer_ = NewPeer();
     const BinderRef refused = Pass(passer_);
@@ -81,7 +77,8 @@ TEST_F(Acquire, AsksAnOwnerForNoMoreThanItCouldGrant) {
 
 // In league with who passes on, it knows the names that it is asked for.
 TEST_F(Acquire, CutsAnOwnerThatAnswersWithoutReading) {
-    constexpr size_t kRequests = kMaxControlBacklogBytes / 32;
+    constexpr size_t kRequests =
+            kMaxControlBacklogBytes / (sizeof(FrameHeader) + sizeof(AcquireBody));
     while (last_ < 2 * kRequests) {
         if (last_ % kMaxPassedOn == 0) passer_ = NewPeer();
         Pass(passer_);
