@@ -82,10 +82,15 @@ class Pusher {
   public:
     Pusher(const SharedBoard& board, size_t signal) : board_(board), signal_(signal) {
         // A killed predecessor may still be registered.
-        Eventually([&] {
-            token_ = Register(*manager_, MakeDescriptor(id_), producer_);
-            return token_ != nullptr;
+        ScopedAStatus status;
+        const bool is_registered = Eventually([&] {
+            status = manager_->registerProducer(MakeDescriptor(id_), producer_, &token_);
+            return status.isOk();
         });
+        if (!is_registered) {
+            fprintf(stderr, "producer of signal %zu: %s\n", signal, Answer(status).c_str());
+            ++board_->faults;
+        }
     }
 
     void Pace(host::testing::LineChannel& channel) {
