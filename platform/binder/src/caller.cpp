@@ -1,7 +1,5 @@
 #include "caller.h"
 
-#include <android/log.h>
-
 #include <utility>
 
 #include "call_connection.h"
@@ -12,6 +10,7 @@
 #include "peer.h"
 #include "serve.h"
 #include "wake_up_place.h"
+#include "warning.h"
 
 namespace host {
 namespace {
@@ -91,9 +90,8 @@ binder_status_t CallRemote(ProxyBinder* target, uint32_t code, const AParcel& in
     if (target->acquiring.load(std::memory_order_acquire) != 0) peer->AwaitAcquired(*target);
     uint32_t depth = OutgoingDepth();
     if (depth > kMaxNestingDepth) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "A call to pid %d uid %d is not made: it is nested deeper than %u.",
-                            peer->pid(), peer->uid(), kMaxNestingDepth);
+        Warn("A call to pid %d uid %d is not made: it is nested deeper than %u.", peer->pid(),
+             peer->uid(), kMaxNestingDepth);
         return STATUS_FAILED_TRANSACTION;
     }
     CallConnection* connection = WaitingConnection(peer.get());

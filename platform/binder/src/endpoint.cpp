@@ -1,6 +1,5 @@
 #include "endpoint.h"
 
-#include <android/log.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/un.h>
@@ -22,6 +21,7 @@
 #include "peer.h"
 #include "runtime_folder.h"
 #include "sys.h"
+#include "warning.h"
 
 namespace host {
 namespace {
@@ -149,10 +149,9 @@ std::shared_ptr<Peer> Endpoint::GetPeer(std::string_view name, Peer* named_by) {
         peer = slot;
     }
     if (!peer->Connect() && named_by != nullptr && named_by->IsFirst(Peer::Trouble::kBadOwners)) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "References from pid %d uid %d name owners that are not looked for: "
-                            "second names of a process, or too many that do not answer.",
-                            named_by->pid(), named_by->uid());
+        Warn("References from pid %d uid %d name owners that are not looked for: "
+             "second names of a process, or too many that do not answer.",
+             named_by->pid(), named_by->uid());
     }
     return peer;
 }
@@ -250,8 +249,7 @@ bool Endpoint::AcceptOne() {
     pid_t pid = 0;
     uid_t uid = 0;
     if (!PeerCredentials(fd.get(), &pid, &uid)) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "Cutting a connection of pid %d uid %d: another user's.", pid, uid);
+        Warn("Cutting a connection of pid %d uid %d: another user's.", pid, uid);
         return true;
     }
     MakeRoomForOneMore();
@@ -274,9 +272,7 @@ bool Endpoint::RefuseOne() {
     spare_ = SpareDescriptor();
     errno = error;
     if (!taken) return false;
-    __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                        "Cutting a connection of pid %d uid %d: no descriptor is left for it.", pid,
-                        uid);
+    Warn("Cutting a connection of pid %d uid %d: no descriptor is left for it.", pid, uid);
     return true;
 }
 

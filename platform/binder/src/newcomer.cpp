@@ -1,11 +1,10 @@
 #include "newcomer.h"
 
-#include <android/log.h>
-
 #include "descriptors.h"
 #include "endpoint.h"
 #include "frame.h"
 #include "sys.h"
+#include "warning.h"
 
 namespace host {
 
@@ -21,8 +20,7 @@ void Newcomer::StopWatching() {
 }
 
 void Newcomer::Cut(const char* reason) {
-    __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                        "Cutting a connection of pid %d uid %d: %s.", pid_, uid_, reason);
+    Warn("Cutting a connection of pid %d uid %d: %s.", pid_, uid_, reason);
     auto self = shared_from_this();
     StopWatching();
     Endpoint::Get().DropNewcomer(this);

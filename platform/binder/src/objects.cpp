@@ -1,12 +1,11 @@
 #include "objects.h"
 
-#include <android/log.h>
-
 #include <algorithm>
 
 #include "endpoint.h"
 #include "limits.h"
 #include "peer.h"
+#include "warning.h"
 
 namespace host {
 namespace {
@@ -79,9 +78,8 @@ binder_status_t ObjectEncoder::CheckSize(const AParcel& parcel) const {
         size += sizeof(WireObject) + Padded(kEndpointNameSize + DescriptorOf(object.binder).size());
     }
     if (size <= kMaxTransactionBytes) return STATUS_OK;
-    __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                        "A transaction of %zu bytes to pid %d uid %d is not sent: at most %zu.",
-                        size, to_->pid(), to_->uid(), kMaxTransactionBytes);
+    Warn("A transaction of %zu bytes to pid %d uid %d is not sent: at most %zu.", size, to_->pid(),
+         to_->uid(), kMaxTransactionBytes);
     return STATUS_FAILED_TRANSACTION;
 }
 
@@ -146,10 +144,9 @@ binder_status_t ObjectEncoder::PassOn(AIBinder* binder, WireObject* entry, std::
     }
     if (result != Keeps::Result::kFull) return STATUS_DEAD_OBJECT;
     if (to_->IsFirst(Peer::Trouble::kKept)) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "No further reference is passed on to pid %d uid %d: %zu are kept for "
-                            "it, as many as may be.",
-                            to_->pid(), to_->uid(), kMaxPassedOn);
+        Warn("No further reference is passed on to pid %d uid %d: %zu are kept for "
+             "it, as many as may be.",
+             to_->pid(), to_->uid(), kMaxPassedOn);
     }
     return STATUS_FAILED_TRANSACTION;
 }

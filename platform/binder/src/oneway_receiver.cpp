@@ -10,6 +10,7 @@
 #include "peer.h"
 #include "serve.h"
 #include "sys.h"
+#include "warning.h"
 
 namespace host {
 namespace {
@@ -234,6 +235,7 @@ OnewayReceiver::Runnable OnewayReceiver::Drain(bool* more, size_t* taken, Droppe
     uint64_t position;
     *more = false;
     {
+        HeldWarnings after;
         std::lock_guard lock(mutex_);
         if (!broken_ && !TakeSome(&runnable, more, taken)) {
             broken_ = true;

@@ -1,7 +1,5 @@
 #include "oneway_sender.h"
 
-#include <android/log.h>
-
 #include <chrono>
 #include <cstring>
 
@@ -13,6 +11,7 @@
 #include "peer.h"
 #include "sys.h"
 #include "wake_up_rows.h"
+#include "warning.h"
 
 namespace host {
 namespace {
@@ -69,21 +68,19 @@ binder_status_t OnewaySender::Send(const RefId& target, uint32_t code, const APa
     Report report;
     binder_status_t status;
     {
+        HeldWarnings after;
         std::lock_guard lock(mutex_);
         status = SendLocked(target, code, parcel, &report);
     }
     ChooseSendingPlace(report.woke_one);
     if (report.broken != nullptr) peer_->Cut(report.broken);
     if (report.first_refusal) {
-        __android_log_print(
-                ANDROID_LOG_WARN, "host_binder",
-                "Oneway calls to pid %d uid %d are refused: %zu bytes have not been run yet.",
-                peer_->pid(), peer_->uid(), kMaxOnewayPendingBytes);
+        Warn("Oneway calls to pid %d uid %d are refused: %zu bytes have not been run yet.",
+             peer_->pid(), peer_->uid(), kMaxOnewayPendingBytes);
     }
     if (report.refused_before != 0) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "Oneway calls to pid %d uid %d are accepted again; %zu were refused.",
-                            peer_->pid(), peer_->uid(), report.refused_before);
+        Warn("Oneway calls to pid %d uid %d are accepted again; %zu were refused.", peer_->pid(),
+             peer_->uid(), report.refused_before);
     }
     return status;
 }
@@ -236,9 +233,8 @@ void OnewaySender::Close() {
         memory_ = RingMemory();
     }
     if (refused == 0) return;
-    __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                        "Oneway calls to pid %d uid %d are over; %zu were refused.", peer_->pid(),
-                        peer_->uid(), refused);
+    Warn("Oneway calls to pid %d uid %d are over; %zu were refused.", peer_->pid(), peer_->uid(),
+         refused);
 }
 
 }  // namespace host

@@ -1,6 +1,5 @@
 #include "peer.h"
 
-#include <android/log.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include "oneway_receiver.h"
 #include "pool.h"
 #include "sys.h"
+#include "warning.h"
 
 namespace host {
 namespace {
@@ -154,10 +154,7 @@ void Peer::Adopt(std::shared_ptr<ControlConnection> control, pid_t pid, uid_t ui
     }
     if (replaced != nullptr) replaced->StopWatching();
     if (second) {
-        __android_log_print(
-                ANDROID_LOG_WARN, "host_binder",
-                "Connection refused, pid %d uid %d: it has a control connection already.", pid,
-                uid);
+        Warn("Connection refused, pid %d uid %d: it has a control connection already.", pid, uid);
     }
     if (adopted) return BecomeReachable();
     // Its connection could not be taken in: as good as gone, and a new one when it comes again.
@@ -217,20 +214,17 @@ void Peer::OnControlEnd(ControlConnection* control) {
     // been sent on it. If the process has gone, the next attempt is refused.
     const int pause_ms = std::exchange(tried_, true) ? NextPauseMs() : 0;
     if (pause_ms == kMaxConnectRetryMs && IsFirst(Trouble::kNoAnswer)) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "No control connection is taken by pid %d uid %d. It is tried again "
-                            "until one is, or the process is gone.",
-                            pid(), uid());
+        Warn("No control connection is taken by pid %d uid %d. It is tried again "
+             "until one is, or the process is gone.",
+             pid(), uid());
     }
     ConnectLater(pause_ms);
 }
 
 void Peer::TellOfHoldings() {
     if (!IsFirst(Trouble::kHeld)) return;
-    __android_log_print(
-            ANDROID_LOG_WARN, "host_binder",
-            "No further object is handed to pid %d uid %d: it holds %zu, as many as one may.",
-            pid(), uid(), kMaxReferencesPerPeer);
+    Warn("No further object is handed to pid %d uid %d: it holds %zu, as many as one may.", pid(),
+         uid(), kMaxReferencesPerPeer);
 }
 
 bool Peer::IsConnectionOpen() {
@@ -303,10 +297,9 @@ void Peer::SendAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from) {
     if (proxy->acquiring.load() == 0 && !proxies.IsCounted(proxy)) proxy->gone.store(true);
     from->SendSettled(name, proxy->id);
     if (!from->IsFirst(Trouble::kSilentOwner)) return;
-    __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                        "References from pid %d uid %d arrive as dead ones: their owner, pid %d, "
-                        "has %zu to answer for.",
-                        from->pid(), from->uid(), pid(), kMaxReferencesPerPeer);
+    Warn("References from pid %d uid %d arrive as dead ones: their owner, pid %d, "
+         "has %zu to answer for.",
+         from->pid(), from->uid(), pid(), kMaxReferencesPerPeer);
 }
 
 Peer::Asked Peer::QueueAcquire(ProxyBinder* proxy, const std::shared_ptr<Peer>& from) {
@@ -501,8 +494,7 @@ void Peer::ShutDownConnections() {
 
 void Peer::Cut(const char* reason) {
     if (IsDead() || cut_.exchange(true)) return;
-    __android_log_print(ANDROID_LOG_WARN, "host_binder", "Cutting off pid %d uid %d: %s.", pid(),
-                        uid(), reason);
+    Warn("Cutting off pid %d uid %d: %s.", pid(), uid(), reason);
     ShutDownConnections();
     // Also where there is no control connection whose end would tell.
     Housekeeper::Get().RunSoon([self = shared_from_this()] { self->Die(); });

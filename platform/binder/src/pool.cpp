@@ -1,7 +1,6 @@
 #include "pool.h"
 
 #include <android-base/logging.h>
-#include <android/log.h>
 #include <malloc.h>
 
 #include <cstdlib>
@@ -10,6 +9,7 @@
 
 #include "housekeeper.h"
 #include "sys.h"
+#include "warning.h"
 
 namespace host {
 namespace {
@@ -224,9 +224,7 @@ bool Pool::IsNewlyShort(int error) {
 }
 
 void Pool::TryAgainLater(int error) {
-    __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                        "A thread to serve cannot be started, and is tried again: %s.",
-                        strerror(error));
+    Warn("A thread to serve cannot be started, and is tried again: %s.", strerror(error));
     Housekeeper::Get().RunLater(kStartAgainMs, [this] { TryAgain(); });
 }
 

@@ -1,5 +1,4 @@
 #include <android/binder_process.h>
-#include <android/log.h>
 #include <host/environment.h>
 
 #include <atomic>
@@ -11,6 +10,7 @@
 #include "housekeeper.h"
 #include "pool.h"
 #include "sys.h"
+#include "warning.h"
 
 namespace {
 
@@ -44,8 +44,7 @@ void WatchForEnd() {
     char* rest = nullptr;
     const long fd = strtol(named->c_str(), &rest, 10);
     if (*rest != '\0' || fd < 0 || fcntl(static_cast<int>(fd), F_GETFD) < 0) {
-        __android_log_print(ANDROID_LOG_WARN, "host_binder",
-                            "BINDER_HOST_END_FD is no open descriptor: %s.", named->c_str());
+        host::Warn("BINDER_HOST_END_FD is no open descriptor: %s.", named->c_str());
         return;
     }
     // From here on it belongs to the layer; a program that this one starts is not to inherit it.
@@ -56,6 +55,7 @@ void WatchForEnd() {
 
 void WatchForEndOnce() {
     static std::once_flag once;
+    host::HeldWarnings after;
     std::call_once(once, WatchForEnd);
 }
 
