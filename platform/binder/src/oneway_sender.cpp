@@ -147,7 +147,7 @@ binder_status_t OnewaySender::WriteRecord(const RefId& target, uint32_t code, co
                   static_cast<uint32_t>(parcel.objects().size()),
                   static_cast<uint32_t>(objects.size())};
     memcpy(place, &call, sizeof(call));
-    memcpy(place + sizeof(call), parcel.data(), parcel.size());
+    if (parcel.size() != 0) memcpy(place + sizeof(call), parcel.data(), parcel.size());
     if (!objects.empty()) memcpy(place + sizeof(call) + padded, objects.data(), objects.size());
     return STATUS_OK;
 }
