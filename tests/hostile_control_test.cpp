@@ -12,20 +12,6 @@
 namespace host::testing {
 namespace {
 
-constexpr int kHandedOver = 10;
-
-// Has the victim hand objects over in a call; what the call answers.
-std::string TakeObjects(const RawPeer& peer, const RefId& target) {
-    RawConnection connection = peer.Open(ConnectionKind::kCall);
-    connection.Send(RawCall{target, kFlood, LetterData(kHandedOver, true), ObjectEntry({{1, 2}}), 1}
-                            .Frame());
-    for (auto frame = connection.Receive(); frame; frame = connection.Receive()) {
-        if (frame->type == FrameType::kReply) return "served";
-        connection.Send(RawReply(STATUS_OK, LetterData(0).substr(16)));
-    }
-    return "cut";
-}
-
 // Listens, and says that its own attempt stays where there is none.
 HOST_HELPER(Yielder) {
     std::optional<RawListener> listener;
@@ -42,7 +28,9 @@ HOST_HELPER(Yielder) {
         RawConnection control = listener->Accept();
         control.Send(RawFrame(FrameType::kYield, ""));
         if (!control.WaitForEnd()) return std::string("kept");
-        return TakeObjects(RawPeer(folder, victim, listener->name()), NameFrom(target));
+        const RawPeer peer(folder, victim, listener->name());
+        RawConnection connection = peer.Open(ConnectionKind::kCall);
+        return std::string(TakeObjects(&connection, NameFrom(target), 10) ? "served" : "cut");
     });
     return 0;
 }

@@ -4,21 +4,15 @@
 // Bytes that no process of ours sends: whoever sends them loses its connections and gets one line
 // in the log, and nobody else notices.
 
-#include <android/binder_manager.h>
-#include <android/binder_process.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <functional>
-#include <mutex>
 
-#include "binder.h"
-#include "endpoint.h"
 #include "frame.h"
 #include "mailbox.h"
 #include "pool.h"
-#include "references.h"
 #include "siege.h"
 
 namespace host::testing {
@@ -364,47 +358,18 @@ TEST_F(Siege, ForgedAndStaleReferencesReachNothingAndCutNobody) {
     ExpectUnhurt(0);
 }
 
-// Keeps what it is given. Its commands: "id", its object's and its process's name; else the name of
-// a service that it looks up and calls: the status.
-HOST_HELPER(Keeper) {
-    std::mutex mutex;
-    std::vector<ndk::SpAIBinder> kept;
-    const ndk::SpAIBinder object = MakeObject([&](int, const Letter& in, Letter*) {
-        std::lock_guard lock(mutex);
-        kept.push_back(in.binder);
-        return STATUS_OK;
-    });
-    ABinderProcess_startThreadPool();
-    RefId id;
-    if (!ExportTable::Get().HandOver(AsLocal(object.get()), &id)) return 1;
-    const std::string& name = channel.arguments()[0];
-    if (AServiceManager_addService(object.get(), name.c_str()) != EX_NONE) return 1;
-    channel.Serve([&id](const std::string& command) {
-        if (command == "id") return Endpoint::Get().name() + " " + WordsOf(id);
-        return std::to_string(
-                Call(ndk::SpAIBinder(AServiceManager_waitForService(command.c_str())), kEcho));
-    });
-    return 0;
-}
-
 TEST_F(Siege, WhatAPeerSaysFalselyOfAnothersObjectDoesNotStickToIt) {
-    Helper owner("Keeper", {"owner"}), finder("Keeper", {"finder"});
-    const auto split = [](Helper* helper) {
-        const std::string words = helper->Command("id");
-        const size_t end = words.find(' ');
-        return std::pair(words.substr(0, end), NameFrom(words.substr(end)));
-    };
-    const auto [endpoint, id] = split(&owner);
-    const RefId finders = split(&finder).second;
-    RawPeer peer(host_.path(), finder.pid());
+    const Bystander owner("owner");
+    Bystander finder("finder");
+    RawPeer peer(host_.path(), finder.process.pid());
     ASSERT_TRUE(peer.Begin());
-    const std::string lie =
-            ObjectEntry(id, kLetterObjectOffset, OwnerKind::kOther, endpoint, "test.IOther");
-    const RawCall call{finders, kKeep, LetterData(0, true), lie, 1};
+    const std::string lie = ObjectEntry(owner.object.id, kLetterObjectOffset, OwnerKind::kOther,
+                                        owner.object.owner, "test.IOther");
+    const RawCall call{finder.object.id, kKeep, LetterData(0, true), lie, 1};
     EXPECT_EQ(peer.CallOnce(call)->status, STATUS_OK);
-    EXPECT_EQ(finder.Command("owner"), "0");
+    EXPECT_EQ(finder.process.Command("owner"), "0");
     EXPECT_EQ(peer.CallOnce(call)->status, STATUS_OK);
-    EXPECT_EQ(finder.Command("owner"), "0");
+    EXPECT_EQ(finder.process.Command("owner"), "0");
 }
 
 // The victim calls an object of the peer, which answers badly.
@@ -440,8 +405,7 @@ TEST_F(Siege, BadAnswersCutWhoGivesThem) {
         SCOPED_TRACE(bad.name);
         RawPeer peer = NewPeer();
         RawConnection connection = peer.Open(ConnectionKind::kCall);
-        connection.Send(
-                RawCall{target_, bad.code, LetterData(0, true), ObjectEntry({{1, 2}}), 1}.Frame());
+        connection.Send(Handing(target_, bad.code).Frame());
         auto call_back = connection.Receive();
         ASSERT_TRUE(call_back && call_back->type == FrameType::kCall);
         connection.Send(bad.bytes, bad.descriptors);

@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <sstream>
 
@@ -86,14 +85,10 @@ TEST_F(ForgedNames, AThousandLinksToOneSocketAreNoThousandPeers) {
     ASSERT_EQ(PassOn(peer, links), STATUS_OK);
     EXPECT_TRUE(victim_.log().WaitForLine(kRefused));
     ExpectServing(1);
-    EXPECT_TRUE(client_.process().Stop());
-    const int64_t cpu = std::stoll(victim_.Command("cpu"));
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 2000; ++i)
-        ASSERT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
-    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
-    EXPECT_LE(std::stoll(victim_.Command("cpu")) - cpu, took.count() + 50);
-    EXPECT_TRUE(client_.process().Continue());
+    ExpectNoSpinning([&] {
+        for (int i = 0; i < 2000; ++i)
+            ASSERT_EQ(peer.CallOnce({target_})->status, STATUS_OK);
+    });
     EXPECT_GE(std::stoi(names_.Command("accept")), 1);
     peer.control().Close();
     ExpectUnhurt(1);

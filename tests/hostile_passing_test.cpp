@@ -3,32 +3,11 @@
 // Peers that pass on references of others, many or the same again and again: what the owner does
 // with that, or leaves undone, is no harm to it.
 
-#include <android/binder_manager.h>
-#include <android/binder_process.h>
-
-#include <filesystem>
-
-#include "binder.h"
 #include "peer.h"
-#include "references.h"
 #include "siege.h"
 
 namespace host::testing {
 namespace {
-
-// Speaks by the layer: commands "id", its object's name, and "call", what a call to the victim
-// answers.
-HOST_HELPER(HonestOwner) {
-    ABinderProcess_startThreadPool();
-    const ndk::SpAIBinder victim(AServiceManager_waitForService("siege/victim"));
-    const ndk::SpAIBinder own = MakeObject([](int, const Letter&, Letter*) { return STATUS_OK; });
-    RefId id;
-    if (!ExportTable::Get().HandOver(AsLocal(own.get()), &id)) return 1;
-    channel.Serve([&](const std::string& line) {
-        return line == "id" ? WordsOf(id) : std::to_string(Call(victim, kEcho));
-    });
-    return 0;
-}
 
 // Hands the victim an object by hand, and serves one call to it, but never says who holds it.
 // Arguments: folder, victim, its object; answers with its own name, then with what it has served.
@@ -37,8 +16,7 @@ HOST_HELPER(SilentOwner) {
     RawListener listener(arguments[0]);
     RawPeer peer(arguments[0], std::stoi(arguments[1]), listener.name());
     if (!peer.Begin()) return 1;
-    const RawCall give{NameFrom(arguments[2]), kKeep, LetterData(0, true), ObjectEntry({{5, 6}}),
-                       1};
+    const RawCall give = Handing(NameFrom(arguments[2]), kKeep, 0, {{5, 6}});
     channel.Serve([&](const std::string& line) -> std::string {
         if (line == "give") return peer.CallOnce(give) ? listener.name() : "cut";
         RawConnection calls = listener.Accept();
@@ -62,14 +40,12 @@ class PassedOn : public Siege {
 TEST_F(PassedOn, WhatAStoppedOwnerDoesNotAnswerIsCountedAgainstWhoPassesItOn) {
     constexpr size_t kAtOnce = 8192;
     static_assert(kMaxPassedOn % kAtOnce == 0);
-    Helper owner("HonestOwner");
-    ASSERT_EQ(owner.Command("call"), "0");
-    const RefId real = NameFrom(owner.Command("id"));
-    const std::string name =
-            std::filesystem::path(RawPeer(host_.path(), owner.pid()).path()).filename();
+    Bystander bystander("owner");
+    Helper& owner = bystander.process;
+    ASSERT_EQ(owner.Command("siege/victim"), "0");
     ASSERT_TRUE(owner.process().Stop());
     // Again and again the same: one of them is enough to keep.
-    ASSERT_EQ(Pass(std::vector<ForeignObject>(kAtOnce, {real, name})), STATUS_OK);
+    ASSERT_EQ(Pass(std::vector<ForeignObject>(kAtOnce, bystander.object)), STATUS_OK);
     for (size_t i = 1; i < kAtOnce; ++i) {
         const auto settled = passer_.control().Receive();
         ASSERT_TRUE(settled && settled->type == FrameType::kSettled) << i;
@@ -78,7 +54,7 @@ TEST_F(PassedOn, WhatAStoppedOwnerDoesNotAnswerIsCountedAgainstWhoPassesItOn) {
     auto others = [&, next = uint32_t{0}](size_t count) mutable {
         std::vector<ForeignObject> objects;
         while (objects.size() < count)
-            objects.push_back({{{++next, 1}}, name});
+            objects.push_back({{{++next, 1}}, bystander.object.owner});
         return objects;
     };
     ASSERT_EQ(Pass(others(kAtOnce - 1)), STATUS_OK);
@@ -90,7 +66,7 @@ TEST_F(PassedOn, WhatAStoppedOwnerDoesNotAnswerIsCountedAgainstWhoPassesItOn) {
     ExpectServing(1);
     // The owner has done nothing, neither good nor bad.
     ASSERT_TRUE(owner.process().Continue());
-    EXPECT_EQ(owner.Command("call"), "0");
+    EXPECT_EQ(owner.Command("siege/victim"), "0");
     EXPECT_EQ(victim_.log().Count("pid " + std::to_string(owner.pid())), 0);
     EXPECT_EQ(owner.Finish(), ExitStatus({0, 0}));
     ExpectUnhurt(1);

@@ -186,7 +186,7 @@ TEST_F(Siege, AReaderWithImpossiblePositionsIsCut) {
         RawListener listener(host_.path());
         RawPeer peer(host_.path(), victim_.pid(), listener.name());
         ASSERT_TRUE(peer.Begin());
-        const RawCall post{target_, kPostTo, LetterData(0, true), ObjectEntry({{1, 2}}), 1};
+        const RawCall post = Handing(target_, kPostTo);
         ASSERT_EQ(peer.CallOnce(post)->status, STATUS_OK);
         UniqueFd file;
         RawConnection wake_up = listener.Accept(&file);

@@ -215,22 +215,8 @@ TEST_F(Limits, APeerHolds262144ObjectsAndNoMore) {
     const std::string exports = victim_.Command("exports");
     RawPeer peer = NewPeer();
     RawConnection connection = peer.Open(ConnectionKind::kCall);
-    const auto take = [&](size_t objects) {
-        connection.Send(RawCall{target_, kFlood, LetterData(static_cast<int32_t>(objects), true),
-                                ObjectEntry({{1, 2}}), 1}
-                                .Frame());
-        int32_t status = -1;
-        for (auto frame = connection.Receive(); frame; frame = connection.Receive()) {
-            if (frame->type == FrameType::kReply) {
-                memcpy(&status, frame->body.data() + sizeof(ReplyBody), sizeof(status));
-                break;
-            }
-            connection.Send(RawReply(STATUS_OK, LetterData(0).substr(16)));
-        }
-        return status;
-    };
     for (size_t held = 0; held < kMaxReferencesPerPeer; held += kAtOnce)
-        ASSERT_EQ(take(kAtOnce), STATUS_OK) << held;
+        ASSERT_EQ(TakeObjects(&connection, target_, kAtOnce), STATUS_OK) << held;
     // Neither as one that a third process has passed on, nor by a call.
     peer.control().Send(RawFrame(FrameType::kAcquire, RawBytes(AcquireBody{target_, 0})));
     auto answer = peer.control().Receive();
@@ -239,7 +225,7 @@ TEST_F(Limits, APeerHolds262144ObjectsAndNoMore) {
     ASSERT_TRUE(answer && answer->type == FrameType::kAcquired);
     EXPECT_EQ(answer->body, RawBytes(AcquireBody{target_, 0}));
     EXPECT_TRUE(victim_.log().WaitForLine("it holds 262144"));
-    EXPECT_EQ(take(1), STATUS_FAILED_TRANSACTION);
+    EXPECT_EQ(TakeObjects(&connection, target_, 1), STATUS_FAILED_TRANSACTION);
     ExpectServing(1);
     peer.control().Close();
     EXPECT_TRUE(Eventually([&] { return victim_.Command("exports") == exports; }));

@@ -10,10 +10,12 @@
 #include <time.h>
 
 #include <atomic>
+#include <chrono>
 #include <sstream>
 #include <thread>
 
 #include "binder.h"
+#include "endpoint.h"
 #include "references.h"
 
 namespace host::testing {
@@ -129,6 +131,23 @@ HOST_HELPER(SiegeClient) {
     return 0;
 }
 
+// Keeps what it is given. Its commands: "id", its process's and its object's name; else the name of
+// a service that it looks up and calls: the status.
+HOST_HELPER(Bystander) {
+    ABinderProcess_startThreadPool();
+    const ndk::SpAIBinder object = MakeObject(Behave);
+    RefId id;
+    if (!ExportTable::Get().HandOver(AsLocal(object.get()), &id)) return 1;
+    const std::string& name = channel.arguments()[0];
+    if (AServiceManager_addService(object.get(), name.c_str()) != EX_NONE) return 1;
+    channel.Serve([&id](const std::string& command) {
+        if (command == "id") return Endpoint::Get().name() + " " + WordsOf(id);
+        const ndk::SpAIBinder service(AServiceManager_waitForService(command.c_str()));
+        return std::to_string(Call(service, kEcho));
+    });
+    return 0;
+}
+
 struct Report {
     int made = 0;
     int failed = 0;
@@ -142,6 +161,23 @@ Report Ask(Helper* client) {
 }
 
 }  // namespace
+
+RawCall Handing(const RefId& target, VictimCode code, int32_t value, const RefId& object) {
+    return {target, code, LetterData(value, true), ObjectEntry(object), 1};
+}
+
+std::optional<int32_t> TakeObjects(RawConnection* connection, const RefId& target, size_t objects) {
+    connection->Send(Handing(target, kFlood, static_cast<int32_t>(objects)).Frame());
+    for (auto frame = connection->Receive(); frame; frame = connection->Receive()) {
+        if (frame->type == FrameType::kReply) {
+            int32_t status = -1;
+            memcpy(&status, frame->body.data() + sizeof(ReplyBody), sizeof(status));
+            return status;
+        }
+        connection->Send(RawReply(STATUS_OK, LetterData(0).substr(16)));
+    }
+    return std::nullopt;
+}
 
 binder_status_t CallWithObjects(const ndk::SpAIBinder& target, size_t objects, size_t numbers) {
     // The first call tells what the object is.
@@ -159,6 +195,12 @@ binder_status_t CallWithObjects(const ndk::SpAIBinder& target, size_t objects, s
     if (status != STATUS_OK) return status;
     in = question.release();
     return AIBinder_transact(target.get(), kEcho, &in, answer.getR(), 0);
+}
+
+Bystander::Bystander(const std::string& name) : process("Bystander", {name}) {
+    const std::string words = process.Command("id");
+    const size_t end = words.find(' ');
+    object = {NameFrom(words.substr(end)), words.substr(0, end)};
 }
 
 Siege::Siege(const std::vector<std::string>& victim_descriptors)
@@ -182,6 +224,16 @@ RawPeer Siege::NewPeer() {
     RawPeer peer(host_.path(), victim_.pid());
     EXPECT_TRUE(peer.Begin());
     return peer;
+}
+
+void Siege::ExpectNoSpinning(const std::function<void()>& body) {
+    EXPECT_TRUE(client_.process().Stop());
+    const int64_t cpu = std::stoll(victim_.Command("cpu"));
+    const auto start = std::chrono::steady_clock::now();
+    body();
+    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
+    EXPECT_LE(std::stoll(victim_.Command("cpu")) - cpu, took.count() + 50);
+    EXPECT_TRUE(client_.process().Continue());
 }
 
 int Siege::Warnings() {

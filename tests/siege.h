@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,8 +30,25 @@ enum VictimCode : uint32_t {
     kDawdle = 11,   // takes a millisecond
 };
 
+// A letter that hands an object of the peer's over.
+RawCall Handing(const RefId& target, VictimCode code, int32_t value = 0,
+                const RefId& object = {{1, 2}});
+
+// Has the victim hand so many objects over to the peer in one call, and serves that; the status
+// of it. Nothing if the connection is cut.
+std::optional<int32_t> TakeObjects(RawConnection* connection, const RefId& target, size_t objects);
+
 // One kEcho call that carries so many new objects and numbers beside.
 binder_status_t CallWithObjects(const ndk::SpAIBinder& target, size_t objects, size_t numbers = 0);
+
+// A process that speaks by the layer, published under the name: its object answers as the victim's.
+// A command to it is the name of a service that it calls; the answer is the status.
+struct Bystander {
+    explicit Bystander(const std::string& name);
+
+    Helper process;
+    ForeignObject object;
+};
 
 class Siege : public ::testing::Test {
   protected:
@@ -39,6 +58,10 @@ class Siege : public ::testing::Test {
 
     // A peer of this process with its control connection; the one before must have been closed.
     RawPeer NewPeer();
+
+    // While the body runs, the victim takes no more of the processor than the time allows, with the
+    // client's own calls held back.
+    void ExpectNoSpinning(const std::function<void()>& body);
 
     // WARN lines about this process so far.
     int Warnings();
