@@ -6,7 +6,6 @@
 #include <android/binder_manager.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -58,13 +57,6 @@ HOST_HELPER(RawProcess) {
         return reply ? std::to_string(reply->body.size()) : "nothing";
     });
     return 0;
-}
-
-// Does not oversleep.
-void Await(std::chrono::microseconds delay) {
-    const auto due = Clock::now() + delay;
-    while (Clock::now() < due)
-        sched_yield();
 }
 
 // Calls by the layer: the median of so many, in microseconds, at once or one by one; a single call;

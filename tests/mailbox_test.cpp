@@ -4,7 +4,6 @@
 // called.
 
 #include <android/binder_manager.h>
-#include <sched.h>
 
 #include <atomic>
 #include <chrono>
@@ -24,13 +23,6 @@ using std::chrono::microseconds;
 using std::chrono::nanoseconds;
 
 constexpr microseconds kLoneGap{300};
-
-// Does not oversleep.
-void Await(nanoseconds delay) {
-    const auto due = std::chrono::steady_clock::now() + delay;
-    while (std::chrono::steady_clock::now() < due)
-        sched_yield();
-}
 
 binder_status_t Behave(int code, const Letter& in, Letter* out) {
     *out = in;

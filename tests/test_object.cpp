@@ -4,6 +4,7 @@
 #include <android/binder_parcel.h>
 #include <android/binder_parcel_utils.h>
 #include <android/binder_process.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -159,6 +160,12 @@ void InParallel(int count, const std::function<void()>& body) {
         threads.emplace_back(body);
     for (std::thread& thread : threads)
         thread.join();
+}
+
+void Await(std::chrono::nanoseconds delay) {
+    const auto due = std::chrono::steady_clock::now() + delay;
+    while (std::chrono::steady_clock::now() < due)
+        sched_yield();
 }
 
 ProcessCounts ProcessCounts::Of(pid_t pid) {

@@ -7,6 +7,7 @@
 #include <android/binder_ibinder.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -97,6 +98,9 @@ class Own {
 
 // Runs the body on so many threads at the same time, and returns when all have ended.
 void InParallel(int count, const std::function<void()>& body);
+
+// Returns when the time is over, and does not oversleep: gives its processor up to others only.
+void Await(std::chrono::nanoseconds delay);
 
 // What a process has open and running, for comparing before with after.
 struct ProcessCounts {
