@@ -12,8 +12,6 @@ namespace velmora_test {
 
 namespace {
 
-using host::testing::Child;
-using host::testing::LaunchProgram;
 using hub::signals::EvidenceSubType;
 using hub::signals::UserEngagementPayload;
 using ::ndk::ScopedAStatus;

@@ -17,20 +17,19 @@
 namespace velmora_test {
 
 // Nothing is awaited.
-std::unique_ptr<host::testing::Child> LaunchDaemon(const std::string& log_tags = "*:V");
+std::unique_ptr<Child> LaunchDaemon(const std::string& log_tags = "*:V");
 
 // Returns when the touch producer is registered: from then on it hears of consumers.
-std::unique_ptr<host::testing::Child> StartDaemon(const std::string& log_tags = "*:V");
+std::unique_ptr<Child> StartDaemon(const std::string& log_tags = "*:V");
 
 // The touch service; its script is what Touch writes to it, unless the arguments name another.
-std::unique_ptr<host::testing::Child> StartTouchsim(const std::vector<std::string>& arguments = {});
+std::unique_ptr<Child> StartTouchsim(const std::vector<std::string>& arguments = {});
 
 // True when both panels have a listener.
-bool WaitForListeners(host::testing::Child& touchsim,
-                      std::chrono::milliseconds limit = host::testing::kTestLimit);
+bool WaitForListeners(Child& touchsim, std::chrono::milliseconds limit = kTestLimit);
 
 // Writes a line of the script.
-void Touch(host::testing::Child& touchsim, const std::string& line);
+void Touch(Child& touchsim, const std::string& line);
 
 // The tap number `n`, as a line of a script, and as a consumer hears of it.
 std::string TapLine(int n);
@@ -73,10 +72,10 @@ class Client {
 struct Everything {
     Everything();
 
-    const std::unique_ptr<host::testing::Child> daemon = StartDaemon();
-    const std::unique_ptr<host::testing::Child> touchsim = StartTouchsim();
+    const std::unique_ptr<Child> daemon = StartDaemon();
+    const std::unique_ptr<Child> touchsim = StartTouchsim();
     Client here;
-    host::testing::Helper there{"ClientProcess", {}, {.echo_log = false}};
+    Helper there{"ClientProcess", {}, {.echo_log = false}};
 };
 
 }  // namespace velmora_test

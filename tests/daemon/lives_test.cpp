@@ -9,10 +9,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::Eventually;
-using host::testing::ExitStatus;
-using host::testing::Helper;
-
 [[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
 
 TEST(Daemon, RestartedServesTheClientsAndTheTouchServiceOfTheKilledOne) {

@@ -16,7 +16,6 @@ namespace velmora_test {
 
 namespace {
 
-using host::testing::Eventually;
 using ndk::ScopedAStatus;
 using std::chrono::steady_clock;
 
@@ -93,7 +92,7 @@ class Pusher {
         }
     }
 
-    void Pace(host::testing::LineChannel& channel) {
+    void Pace(LineChannel& channel) {
         auto due = steady_clock::now();
         while (!channel.Read(std::chrono::ceil<std::chrono::milliseconds>(
                 std::max(steady_clock::duration(0), due - steady_clock::now())))) {

@@ -15,17 +15,13 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::ContextSwitches;
-using host::testing::Eventually;
-using host::testing::ExitStatus;
 using host::testing::ProcessCounts;
-using host::testing::ResidentKib;
 
 [[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
 
 TEST(Daemon, DoesNotWakeUpWhileNobodyTouchesAnything) {
     const Everything all;
-    ASSERT_TRUE(host::testing::WaitForRest({all.daemon->pid(), all.touchsim->pid()}));
+    ASSERT_TRUE(WaitForRest({all.daemon->pid(), all.touchsim->pid()}));
     const int64_t before = ContextSwitches(all.daemon->pid());
     EXPECT_FALSE(Eventually([&] { return ContextSwitches(all.daemon->pid()) != before; },
                             std::chrono::seconds(10)));
@@ -56,7 +52,7 @@ TEST(Daemon, PassesOnAnHourOfGesturesAndGrowsByNothing) {
 }
 
 // The thread that wrote the first line with the text: the fourth word of the line.
-pid_t WriterOf(const host::testing::ChildLog& log, const std::string& text) {
+pid_t WriterOf(const ChildLog& log, const std::string& text) {
     for (const std::string& line : log.lines()) {
         if (line.find(text) == std::string::npos) continue;
         std::istringstream words(line);
@@ -84,7 +80,7 @@ TEST(Daemon, LosesTheEventsThatItsWorkerDoesNotKeepUpWithAndNothingElse) {
     const pid_t worker = WriterOf(daemon->log(), "SkeldaProducer clients updated: 1");
     for (size_t round = 1; round <= 3; ++round) {
         // At rest the worker holds no lock that others want.
-        ASSERT_TRUE(host::testing::WaitForRest({daemon->pid()}));
+        ASSERT_TRUE(WaitForRest({daemon->pid()}));
         ASSERT_TRUE(Hold(worker));
         const auto touchsim = StartTouchsim({TOUCHSIM_SAMPLES "/minute.jsonl", "--speed", "0"});
         EXPECT_EQ(touchsim->WaitExit(), ExitStatus{.code = 0});

@@ -8,9 +8,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::Eventually;
-using host::testing::ExitStatus;
-using host::testing::Helper;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 

@@ -29,12 +29,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::Child;
-using host::testing::Eventually;
-using host::testing::ExitStatus;
-using host::testing::Helper;
-using host::testing::ProcessCounts;
-using host::testing::ResidentKib;
 using std::chrono::milliseconds;
 
 constexpr size_t kSteadyConsumers = 16;
@@ -115,8 +109,7 @@ class Soak : public ::testing::Test {
     void Start(size_t slot, const char* helper, const std::vector<std::string>& arguments) {
         clients_[slot] = std::make_unique<Helper>(
                 helper, arguments,
-                host::testing::LaunchOptions{.environment = {{"ANDROID_LOG_TAGS", "*:S"}},
-                                             .capture_log = false});
+                LaunchOptions{.environment = {{"ANDROID_LOG_TAGS", "*:S"}}, .capture_log = false});
     }
     bool IsReady(size_t slot) const { return board_->ready[slot] == clients_[slot]->pid(); }
     // The first so many.

@@ -10,9 +10,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::ExitStatus;
-using host::testing::Helper;
-using host::testing::ScopedHost;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;

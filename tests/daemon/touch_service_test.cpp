@@ -8,9 +8,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::Eventually;
-using host::testing::Helper;
-using host::testing::ProcessState;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
@@ -32,7 +29,7 @@ TEST(TouchService, IsFoundAgainAtOnceAfterItsDeathWhileGesturesFlow) {
                 },
                 kAtOnce));
         // A death before the end of a pass is a failure of it, and no matter of this test.
-        ASSERT_TRUE(host::testing::WaitForRest({daemon->pid()}));
+        ASSERT_TRUE(WaitForRest({daemon->pid()}));
         std::string flow;
         for (int i = 0; i < 500; ++i)
             flow += TapLine(life) + "\n";

@@ -8,9 +8,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::ExitStatus;
-using host::testing::ScopedHost;
-
 TEST(Touchsim, RefusesACommandLineThatItDoesNotUnderstand) {
     const std::vector<std::string> lines[] = {
             {"--fast"},
@@ -62,7 +59,7 @@ TEST(Touchsim, SaysWhereAScriptIsWrongAndEnds) {
         const auto touchsim = StartTouchsim();
         // A service that ends while the daemon still registers makes it pause.
         EXPECT_TRUE(WaitForListeners(*touchsim));
-        ASSERT_TRUE(host::testing::WaitForRest({daemon->pid()}));
+        ASSERT_TRUE(WaitForRest({daemon->pid()}));
         Touch(*touchsim, "# This line and the next two are right.\n\n" + TapLine(1));
         Touch(*touchsim, row.line);
         EXPECT_EQ(touchsim->WaitExit(), ExitStatus{.code = 1});

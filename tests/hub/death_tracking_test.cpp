@@ -16,7 +16,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::Eventually;
 using host::testing::Letter;
 using host::testing::RemoteObject;
 using hub::BinderDeathManager;
@@ -85,7 +84,7 @@ TEST(DeathTracking, KeepsTheTokenOfARefusedLinkUntilItIsTrackedAgain) {
     for (const auto& binder : {dead.object(), host::testing::MakeObject(Answer)}) {
         Handler handler;
         const Token token = MakeToken(1);
-        const host::testing::LogCapture log;
+        const LogCapture log;
         Recipient refused = handler.Track(binder, token);
         EXPECT_NE(refused.get(), nullptr);
         EXPECT_THAT(Lines(log), ElementsAre("velmora_hal W print Cannot listen to binder death for "
@@ -169,7 +168,7 @@ TEST(DeathTracking, LosesNoTokenWhenThreadsTrackAndEndLinksWhileTheBinderDies) {
     constexpr int kThreads = 4, kRounds = host::testing::Rounds(500, 100);
     RemoteObject victim("Remote"), living("Remote");
     Handler handler;
-    const host::testing::LogCapture log;
+    const LogCapture log;
     Token tokens[kThreads + 1];
     for (Token& token : tokens)
         token = MakeToken(1);
@@ -213,10 +212,10 @@ HOST_HELPER(Owner) {
 TEST(DeathTracking, LetsLinksEndDuringStaticDestruction) {
     for (const bool dies : {false, true, true, true}) {
         RemoteObject remote("Remote");
-        host::testing::Helper owner("Owner", {remote.name()});
+        Helper owner("Owner", {remote.name()});
         ASSERT_EQ(owner.Command("linked"), "linked");
         if (dies) remote.process().Signal(SIGKILL);
-        EXPECT_EQ(owner.Finish(), (host::testing::ExitStatus{0, 0}));
+        EXPECT_EQ(owner.Finish(), (ExitStatus{0, 0}));
     }
 }
 

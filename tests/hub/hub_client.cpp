@@ -7,7 +7,6 @@
 
 namespace velmora_test {
 
-using host::testing::Letter;
 using ::testing::ContainsRegex;
 
 namespace {

@@ -13,6 +13,12 @@
 
 namespace velmora_test {
 
+using host::testing::InParallel;
+using host::testing::Letter;
+using host::testing::ProcessCounts;
+using host::testing::RemoteObject;
+using host::testing::Rounds;
+
 // By signal id, the token numbers that a dump of either manager lists. Fails the test if there is
 // none, or if it lists a signal or a number twice.
 using Table = std::map<int32_t, std::set<int32_t>>;
@@ -31,11 +37,11 @@ class HubClient {
     HubClient() : remote_("HubClient") {}
 
     std::string Do(const std::string& command) { return remote_.helper().Command(command); }
-    host::testing::Helper& helper() { return remote_.helper(); }
-    host::testing::Child& process() { return remote_.process(); }
+    Helper& helper() { return remote_.helper(); }
+    Child& process() { return remote_.process(); }
 
   private:
-    host::testing::RemoteObject remote_;
+    RemoteObject remote_;
 };
 
 // A hub with clients in the test's own process, each with a record that may be shared.

@@ -12,8 +12,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::Eventually;
-using host::testing::Rounds;
 using ::testing::ElementsAre;
 
 [[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
@@ -86,10 +84,10 @@ TEST_F(HubDeaths, InTheMiddleOfARegistrationLeaveItOnlyWithAWarning) {
         HubClient victim;
         ASSERT_TRUE(hub_.process().Stop());
         victim.helper().Send("register 5");
-        EXPECT_TRUE(host::testing::WaitForRest({victim.process().pid()}));
+        EXPECT_TRUE(WaitForRest({victim.process().pid()}));
         victim.process().Kill();
         ASSERT_TRUE(hub_.process().Continue());
-        EXPECT_TRUE(host::testing::WaitForRest({hub_.pid()}));
+        EXPECT_TRUE(WaitForRest({hub_.pid()}));
         if (!TableOf(producers_).empty()) {
             ++left;
             EXPECT_EQ(Answer(producers_.unregisterProducer(old)), "OK");

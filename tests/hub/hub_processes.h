@@ -21,6 +21,25 @@
 
 namespace velmora_test {
 
+// The words that all of these tests use.
+using host::testing::Child;
+using host::testing::ChildLog;
+using host::testing::ContextSwitches;
+using host::testing::Eventually;
+using host::testing::ExitStatus;
+using host::testing::Helper;
+using host::testing::kTestLimit;
+using host::testing::LaunchOptions;
+using host::testing::LaunchProgram;
+using host::testing::LineChannel;
+using host::testing::LogCapture;
+using host::testing::OpenDescriptors;
+using host::testing::ProcessState;
+using host::testing::ResidentKib;
+using host::testing::ScopedHost;
+using host::testing::Threads;
+using host::testing::WaitForRest;
+
 // The published managers, as any client process finds them; waits until both are there.
 std::shared_ptr<hub::IVelmoraHubProducerManager> WaitForProducerManager();
 std::shared_ptr<hub::IVelmoraHubConsumerManager> WaitForConsumerManager();
@@ -34,8 +53,8 @@ class HubProcess {
     explicit HubProcess(const std::map<std::string, std::string>& environment = {});
 
     pid_t pid() const { return helper_.pid(); }
-    host::testing::Child& process() { return helper_.process(); }
-    host::testing::ChildLog& log() { return helper_.log(); }
+    Child& process() { return helper_.process(); }
+    ChildLog& log() { return helper_.log(); }
 
     const std::shared_ptr<hub::IVelmoraHubProducerManager>& producers() const { return producers_; }
     const std::shared_ptr<hub::IVelmoraHubConsumerManager>& consumers() const { return consumers_; }
@@ -44,10 +63,10 @@ class HubProcess {
     void Fence();
 
     // Ends it as its owner does, without waiting for its clients.
-    std::optional<host::testing::ExitStatus> Finish() { return helper_.Finish(); }
+    std::optional<ExitStatus> Finish() { return helper_.Finish(); }
 
   private:
-    host::testing::Helper helper_;
+    Helper helper_;
     std::shared_ptr<hub::IVelmoraHubProducerManager> producers_;
     std::shared_ptr<hub::IVelmoraHubConsumerManager> consumers_;
 };

@@ -11,12 +11,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::Eventually;
-using host::testing::OpenDescriptors;
-using host::testing::ResidentKib;
-using host::testing::Rounds;
-using host::testing::Threads;
-
 [[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
 
 TEST(TwoProducers, RacingForASignalAreNeverBothRegistered) {

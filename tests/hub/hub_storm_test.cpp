@@ -25,12 +25,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::Eventually;
-using host::testing::ExitStatus;
-using host::testing::Helper;
-using host::testing::ProcessCounts;
-using host::testing::ResidentKib;
-using host::testing::Rounds;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
@@ -249,8 +243,7 @@ class HubStorm : public ::testing::Test {
                 "StormParty",
                 std::vector<std::string>{IsProducer(i) ? "producer" : "consumer",
                                          std::to_string(random_())},
-                host::testing::LaunchOptions{.environment = {{"ANDROID_LOG_TAGS", "*:S"}},
-                                             .capture_log = false});
+                LaunchOptions{.environment = {{"ANDROID_LOG_TAGS", "*:S"}}, .capture_log = false});
         Command(i);
     }
     void Command(size_t i) { members_[i].helper->Send(IsProducer(i) ? "20" : "5"); }
@@ -290,13 +283,13 @@ class HubStorm : public ::testing::Test {
         while (joining.size() < 4) {
             const size_t any = AnyMember();
             if (members_[any].is_stopped || !joining.insert(any).second) continue;
-            EXPECT_TRUE(Hear(any, host::testing::kTestLimit));
+            EXPECT_TRUE(Hear(any, kTestLimit));
             pids.push_back(members_[any].helper->pid());
         }
         EXPECT_TRUE(hub_.process().Stop());
         for (const size_t i : joining)
             members_[i].helper->Send("join");
-        EXPECT_TRUE(host::testing::WaitForRest(pids));
+        EXPECT_TRUE(WaitForRest(pids));
         for (const size_t i : joining)
             Kill(i);
         EXPECT_TRUE(hub_.process().Continue());
@@ -337,10 +330,10 @@ class HubStorm : public ::testing::Test {
                 Kill(i);
                 continue;
             }
-            EXPECT_TRUE(Hear(i, host::testing::kTestLimit));
+            EXPECT_TRUE(Hear(i, kTestLimit));
             if (way == 1) {
                 members_[i].helper->Send("leave");
-                EXPECT_TRUE(Hear(i, host::testing::kTestLimit));
+                EXPECT_TRUE(Hear(i, kTestLimit));
             }
             members_[i].helper->process().CloseInput();
         }

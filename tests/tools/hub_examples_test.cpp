@@ -4,10 +4,6 @@
 namespace velmora_test {
 namespace {
 
-using host::testing::Child;
-using host::testing::ExitStatus;
-using host::testing::LaunchProgram;
-
 [[maybe_unused]] const auto* const kHost = ::testing::AddGlobalTestEnvironment(new HubHost);
 
 TEST(HubExamples, MeetWhicheverIsStartedFirst) {
@@ -19,9 +15,9 @@ TEST(HubExamples, MeetWhicheverIsStartedFirst) {
         const std::unique_ptr<Child> consumer =
                 LaunchProgram({HUB_CONSUMER}, {.pipe_output = true});
         if (consumer_first) producer = LaunchProgram({HUB_PRODUCER});
-        host::testing::LineChannel channel(consumer->output(), -1);
+        LineChannel channel(consumer->output(), -1);
         for (const std::string line : {"display 1", "display 2", "display 3"})
-            EXPECT_EQ(channel.Read(host::testing::kTestLimit), line);
+            EXPECT_EQ(channel.Read(kTestLimit), line);
         EXPECT_EQ(producer->WaitExit(), (ExitStatus{.code = 0}));
         EXPECT_EQ(consumer->WaitExit(), (ExitStatus{.code = 0}));
     }

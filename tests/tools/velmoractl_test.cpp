@@ -27,20 +27,20 @@ class Ctl {
     explicit Ctl(const std::vector<std::string>& arguments)
             : child_(Launch(arguments)), channel_(child_->output(), child_->input()) {}
 
-    std::string Line() { return channel_.Read(host::testing::kTestLimit).value_or("<no line>"); }
+    std::string Line() { return channel_.Read(kTestLimit).value_or("<no line>"); }
     Lines Rest() {
         Lines lines;
-        while (const auto line = channel_.Read(host::testing::kTestLimit))
+        while (const auto line = channel_.Read(kTestLimit))
             lines.push_back(*line);
         return lines;
     }
     void Type(const std::string& line) { channel_.Write(line); }
     void EndInput() { child_->CloseInput(); }
     void Signal(int signal) { child_->Signal(signal); }
-    host::testing::Child& child() { return *child_; }
+    Child& child() { return *child_; }
     // Whether so many lines of talk hold the text, now or soon.
     bool Says(const std::string& text, int times = 1) {
-        return host::testing::Eventually([&] { return child_->log().Count(text) >= times; });
+        return Eventually([&] { return child_->log().Count(text) >= times; });
     }
     // -1 if it does not end or a signal ends it.
     int Status() {
@@ -49,14 +49,14 @@ class Ctl {
     }
 
   private:
-    static std::unique_ptr<host::testing::Child> Launch(std::vector<std::string> arguments) {
+    static std::unique_ptr<Child> Launch(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), VELMORACTL);
-        return host::testing::LaunchProgram(
-                arguments, {.pipe_input = true, .pipe_output = true, .echo_log = false});
+        return LaunchProgram(arguments,
+                             {.pipe_input = true, .pipe_output = true, .echo_log = false});
     }
 
-    const std::unique_ptr<host::testing::Child> child_;
-    host::testing::LineChannel channel_;
+    const std::unique_ptr<Child> child_;
+    LineChannel channel_;
 };
 
 // A producer of this process, registered.
@@ -157,7 +157,7 @@ TEST(Watch, ShowsEventsAndPushTakesWhatItPrints) {
     const Lines printed = json.Rest();
     ASSERT_EQ(printed.size(), 5u);
     EXPECT_EQ(json.Status(), 0);
-    EXPECT_TRUE(host::testing::Eventually(
+    EXPECT_TRUE(Eventually(
             [&hub] { return DumpOf(*hub.consumers()).find("Token") == std::string::npos; }));
 
     // It prints the events that it made of them.
