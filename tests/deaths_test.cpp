@@ -1,6 +1,5 @@
 // Labels: memory threads processes
 // Timeout: 300
-#include <android/binder_manager.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>

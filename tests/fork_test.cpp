@@ -4,12 +4,10 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <set>
 #include <thread>
 
 #include "launcher.h"

@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <sstream>
 #include <thread>
 #include <utility>
 

@@ -3,7 +3,6 @@
 // References whose owners are named by somebody who makes the names up: they cost the receiver
 // neither descriptors nor time, and who passes them on gets one line in the log.
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>

@@ -4,9 +4,6 @@
 
 #include <unistd.h>
 
-#include <thread>
-
-#include "oneway_receiver.h"
 #include "siege.h"
 
 namespace host::testing {

@@ -3,8 +3,6 @@
 // another at once: each gets its own answer, whatever its size and whatever happens to the process
 // called.
 
-#include <android/binder_manager.h>
-
 #include <atomic>
 #include <chrono>
 #include <fstream>

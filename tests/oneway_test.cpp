@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <thread>
 
 #include "../platform/binder/src/limits.h"
 #include "ring.h"

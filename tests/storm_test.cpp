@@ -2,7 +2,6 @@
 // Timeout: 300
 #include <signal.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <mutex>

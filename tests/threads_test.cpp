@@ -2,7 +2,6 @@
 // Timeout: 300
 // Native Threads.AreStartedOnDemandAndServeInParallelUpToTheBound: emulators add one.
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <functional>

@@ -1,7 +1,6 @@
 // Labels: memory threads processes
 // More than one daemon in a folder, one after the other and at once, and a daemon's end.
 
-#include <gmock/gmock.h>
 #include <signal.h>
 
 #include "daemon_processes.h"

@@ -2,7 +2,6 @@
 // Native Daemon.LosesTheEventsThatItsWorkerDoesNotKeepUpWithAndNothingElse: no ptrace.
 // The daemon at rest, and through an hour of gestures.
 
-#include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>

@@ -10,10 +10,7 @@
 // consumers, as the median of the 99th percentiles of windows of 5 s: on a virtual machine of 2
 // cores a single window tells of the host. SOAK_SECONDS sets how long clients are hit.
 
-#include <gmock/gmock.h>
-#include <signal.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>

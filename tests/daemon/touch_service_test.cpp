@@ -1,8 +1,6 @@
 // Labels: memory threads processes
 // Touch services that die, stop and refuse, and what the daemon does meanwhile.
 
-#include <gmock/gmock.h>
-
 #include "daemon_processes.h"
 
 namespace velmora_test {

@@ -1,8 +1,6 @@
 // Labels: memory
 // The touch service's own rules: its command line and its scripts.
 
-#include <gmock/gmock.h>
-
 #include "daemon_processes.h"
 
 namespace velmora_test {
