@@ -6,13 +6,9 @@
 #include <android/log.h>
 #include <sys/types.h>
 
-#include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "eventually.h"
 
 namespace host::testing {
 
@@ -30,8 +26,8 @@ struct LogStore;
 
 class LogCapture {
   public:
-    // Lines go to the capture, and to standard error as well if `echo`.
-    explicit LogCapture(bool echo = false);
+    // Lines go to the capture, and not to standard error.
+    LogCapture();
 
     // Both routes write to standard error again, or for the base route to the former logger.
     ~LogCapture();
@@ -44,12 +40,8 @@ class LogCapture {
     // The texts of the lines that hold `part`.
     std::vector<std::string> Texts(const std::string& part = "") const;
 
-    // True as soon as the predicate holds of all lines so far; it must not log.
-    bool WaitFor(const std::function<bool(const std::vector<LogLine>&)>& predicate,
-                 std::chrono::milliseconds limit = kTestLimit) const;
-
     // True as soon as a line holds the text.
-    bool WaitForText(const std::string& text, std::chrono::milliseconds limit = kTestLimit) const;
+    bool WaitForText(const std::string& text) const;
 
     void Clear();
 

@@ -9,33 +9,20 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "eventually.h"
+
 namespace host::testing {
 namespace {
 
+// Both scales have the same steps, but for the two kinds of FATAL at the end of one.
 int PriorityOf(android::base::LogSeverity severity) {
-    switch (severity) {
-        case android::base::VERBOSE:
-            return ANDROID_LOG_VERBOSE;
-        case android::base::DEBUG:
-            return ANDROID_LOG_DEBUG;
-        case android::base::INFO:
-            return ANDROID_LOG_INFO;
-        case android::base::WARNING:
-            return ANDROID_LOG_WARN;
-        case android::base::ERROR:
-            return ANDROID_LOG_ERROR;
-        case android::base::FATAL_WITHOUT_ABORT:
-        case android::base::FATAL:
-            return ANDROID_LOG_FATAL;
-    }
-    return ANDROID_LOG_UNKNOWN;
+    const int steps = severity - android::base::VERBOSE;
+    return std::min<int>(ANDROID_LOG_VERBOSE + steps, ANDROID_LOG_FATAL);
 }
 
 }  // namespace
 
 struct LogStore {
-    explicit LogStore(bool echo) : echo(echo) {}
-
     void Add(int priority, LogRoute route, const char* tag, const char* text) {
         const auto thread = static_cast<pid_t>(syscall(SYS_gettid));
         std::lock_guard lock(mutex);
@@ -43,7 +30,6 @@ struct LogStore {
         changed.notify_all();
     }
 
-    const bool echo;
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<LogLine> lines GUARDED_BY(mutex);
@@ -74,7 +60,7 @@ void SetCurrent(std::shared_ptr<LogStore> store) {
 
 }  // namespace
 
-LogCapture::LogCapture(bool echo) : store_(std::make_shared<LogStore>(echo)) {
+LogCapture::LogCapture() : store_(std::make_shared<LogStore>()) {
     if (Current() != nullptr) {
         ADD_FAILURE() << "two log captures at once";
         abort();
@@ -82,19 +68,14 @@ LogCapture::LogCapture(bool echo) : store_(std::make_shared<LogStore>(echo)) {
     SetCurrent(store_);
     __android_log_set_logger([](const __android_log_message* message) {
         const auto store = Current();
-        if (store == nullptr || store->echo) __android_log_stderr_logger(message);
-        if (store == nullptr) return;
+        if (store == nullptr) return __android_log_stderr_logger(message);
         store->Add(message->priority, LogRoute::kPrint, message->tag, message->message);
     });
-    former_ = android::base::SetLogger([store = store_](android::base::LogId id,
-                                                        android::base::LogSeverity severity,
-                                                        const char* tag, const char* file,
-                                                        unsigned int line, const char* text) {
-        if (store->echo) {
-            android::base::StderrLogger(id, severity, tag, file, line, text);
-        }
-        store->Add(PriorityOf(severity), LogRoute::kBase, tag, text);
-    });
+    former_ = android::base::SetLogger(
+            [store = store_](android::base::LogId, android::base::LogSeverity severity,
+                             const char* tag, const char*, unsigned int, const char* text) {
+                store->Add(PriorityOf(severity), LogRoute::kBase, tag, text);
+            });
 }
 
 LogCapture::~LogCapture() {
@@ -116,23 +97,14 @@ std::vector<std::string> LogCapture::Texts(const std::string& part) const {
     return texts;
 }
 
-bool LogCapture::WaitFor(const std::function<bool(const std::vector<LogLine>&)>& predicate,
-                         std::chrono::milliseconds limit) const {
+bool LogCapture::WaitForText(const std::string& text) const {
     std::unique_lock lock(store_->mutex);
-    return store_->changed.wait_for(lock, limit, [&] {
+    return store_->changed.wait_for(lock, kTestLimit, [&] {
         android::base::ScopedLockAssertion held(store_->mutex);
-        return predicate(store_->lines);
+        return std::any_of(store_->lines.begin(), store_->lines.end(), [&](const LogLine& line) {
+            return line.text.find(text) != std::string::npos;
+        });
     });
-}
-
-bool LogCapture::WaitForText(const std::string& text, std::chrono::milliseconds limit) const {
-    return WaitFor(
-            [&text](const std::vector<LogLine>& lines) {
-                return std::any_of(lines.begin(), lines.end(), [&text](const LogLine& line) {
-                    return line.text.find(text) != std::string::npos;
-                });
-            },
-            limit);
 }
 
 void LogCapture::Clear() {
