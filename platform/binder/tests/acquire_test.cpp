@@ -2,24 +2,15 @@
 // Requests to owners, to be entered for what others have passed on: bounded whoever asks, and
 // whatever the owner does.
 
-#include <android/log.h>
 #include <gtest/gtest.h>
+#include <log_capture.h>
 
 #include <cstdio>
-#include <cstring>
 
 #include "src/peer.h"
 
 namespace host {
 namespace {
-
-int g_silent_owners = 0;
-int g_cuts = 0;
-
-void CountLine(const __android_log_message* line) {
-    if (strstr(line->message, "arrive as dead ones") != nullptr) ++g_silent_owners;
-    if (strstr(line->message, "Cutting off") != nullptr) ++g_cuts;
-}
 
 std::shared_ptr<Peer> NewPeer() {
     static int next = 0;
@@ -30,15 +21,8 @@ std::shared_ptr<Peer> NewPeer() {
 
 class Acquire : public ::testing::Test {
   protected:
-    Acquire() {
-        g_silent_owners = g_cuts = 0;
-        __android_log_set_logger(&CountLine);
-    }
     // A peer and its stand-ins keep each other until its death. No housekeeper runs in this test.
-    ~Acquire() override {
-        owner_->Die();
-        __android_log_set_logger(__android_log_stderr_logger);
-    }
+    ~Acquire() override { owner_->Die(); }
 
     // A reference to an object of the owner that is new here, as `from` passes it on.
     BinderRef Pass(const std::shared_ptr<Peer>& from) {
@@ -50,7 +34,10 @@ class Acquire : public ::testing::Test {
         return proxy;
     }
     bool Answer(uint32_t number, bool granted) { return owner_->OnAcquired({{number}}, granted); }
+    size_t SilentOwners() const { return log_.Texts("arrive as dead ones").size(); }
+    size_t Cuts() const { return log_.Texts("Cutting off").size(); }
 
+    const testing::LogCapture log_;
     const std::shared_ptr<Peer> owner_ = NewPeer();
     std::shared_ptr<Peer> passer_ = NewPeer();
     uint32_t last_ = 0;
@@ -61,13 +48,13 @@ TEST_F(Acquire, AsksAnOwnerForNoMoreThanItCouldGrant) {
         if (last_ % kMaxPassedOn == 0) passer_ = NewPeer();
         Pass(passer_);
     }
-    EXPECT_EQ(g_silent_owners, 0);
+    EXPECT_EQ(SilentOwners(), 0U);
     passer_ = NewPeer();
     const BinderRef refused = Pass(passer_);
     EXPECT_TRUE(AsProxy(refused.get())->IsDead());
     EXPECT_TRUE(AsProxy(Pass(passer_).get())->IsDead());
-    EXPECT_EQ(g_silent_owners, 1);
-    EXPECT_EQ(g_cuts, 0) << "nobody has done anything wrong";
+    EXPECT_EQ(SilentOwners(), 1U);
+    EXPECT_EQ(Cuts(), 0U) << "nobody has done anything wrong";
     // One that is asked for by somebody else is waited for.
     bool entered = false;
     const BinderRef first = owner_->proxies.ArriveUncounted(
@@ -86,12 +73,12 @@ TEST_F(Acquire, CutsAnOwnerThatAnswersWithoutReading) {
     while (last_ < 2 * kRequests) {
         if (last_ % kMaxPassedOn == 0) passer_ = NewPeer();
         Pass(passer_);
-        if (g_cuts != 0) break;
+        if (Cuts() != 0) break;
         ASSERT_TRUE(Answer(last_, false));
     }
-    EXPECT_EQ(g_cuts, 1);
+    EXPECT_EQ(Cuts(), 1U);
     EXPECT_NEAR(last_, kRequests, 2);
-    EXPECT_EQ(g_silent_owners, 0);
+    EXPECT_EQ(SilentOwners(), 0U);
 }
 
 }  // namespace

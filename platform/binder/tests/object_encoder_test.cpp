@@ -2,11 +2,8 @@
 // What a message may carry to a peer that never says what became of it.
 
 #include <android/binder_parcel.h>
-#include <android/log.h>
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstring>
+#include <log_capture.h>
 
 #include "src/objects.h"
 #include "src/peer.h"
@@ -14,12 +11,6 @@
 
 namespace host {
 namespace {
-
-std::atomic<int> g_lines{0};
-
-void CountLine(const __android_log_message* line) {
-    if (strstr(line->message, "No further reference is passed on") != nullptr) g_lines.fetch_add(1);
-}
 
 // A message that passes on so many objects of the owner that it never passed on before.
 binder_status_t PassOn(Peer* to, const std::shared_ptr<Peer>& owner, uint32_t count) {
@@ -36,18 +27,18 @@ binder_status_t PassOn(Peer* to, const std::shared_ptr<Peer>& owner, uint32_t co
 
 TEST(ObjectEncoder, RefusesToPassOnMoreThanAPeerMayLeaveUnsettledAndSaysSoOnce) {
     constexpr uint32_t kAtOnce = 8192;
+    constexpr char kRefusal[] = "No further reference is passed on";
     static_assert(kMaxPassedOn % kAtOnce == 0);
     const auto owner = std::make_shared<Peer>("1-0000000000000001");
     const auto to = std::make_shared<Peer>("2-0000000000000002");
-    __android_log_set_logger(&CountLine);
+    const testing::LogCapture log;
     for (size_t kept = 0; kept < kMaxPassedOn; kept += kAtOnce)
         ASSERT_EQ(PassOn(to.get(), owner, kAtOnce), STATUS_OK) << kept;
-    EXPECT_EQ(g_lines, 0);
+    EXPECT_EQ(log.Texts(kRefusal).size(), 0U);
     // The peer lives: it is not dead because it is slow.
     EXPECT_EQ(PassOn(to.get(), owner, 1), STATUS_FAILED_TRANSACTION);
     EXPECT_EQ(PassOn(to.get(), owner, 1), STATUS_FAILED_TRANSACTION);
-    EXPECT_EQ(g_lines, 1);
-    __android_log_set_logger(__android_log_stderr_logger);
+    EXPECT_EQ(log.Texts(kRefusal).size(), 1U);
     to->keeps.Close();
     EXPECT_EQ(PassOn(to.get(), owner, 1), STATUS_DEAD_OBJECT);
 }
