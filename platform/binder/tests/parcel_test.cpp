@@ -3,6 +3,7 @@
 
 #include "src/parcel.h"
 
+#include <android/binder_parcel_utils.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,12 +18,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-
-ndk::ScopedAParcel ParcelOf(const std::vector<uint8_t>& bytes) {
-    ndk::ScopedAParcel parcel = NewParcel();
-    EXPECT_EQ(AParcel_unmarshal(parcel.get(), bytes.data(), bytes.size()), STATUS_OK);
-    return parcel;
-}
 
 TEST(ParcelTest, EachValueHasItsPlaceInTheBytes) {
     using Writer = std::function<binder_status_t(AParcel*)>;
@@ -73,26 +68,17 @@ struct Reader {
     binder_status_t (*read)(const AParcel*);
 };
 
-template <typename T, binder_status_t (*Read)(const AParcel*, void*, bool (*)(void*, int32_t, T**))>
-binder_status_t ReadMany(const AParcel* parcel) {
+template <typename T>
+binder_status_t ReadVector(const AParcel* parcel) {
     std::vector<T> values;
-    return Read(parcel, &values, [](void* data, int32_t length, T** buffer) {
-        if (length < 0) return false;
-        auto* target = static_cast<std::vector<T>*>(data);
-        target->resize(static_cast<size_t>(length));
-        *buffer = target->data();
-        return true;
-    });
+    return ndk::AParcel_readVector(parcel, &values);
 }
 
 TEST(ParcelTest, AnArraysLengthIsComparedWithWhatIsLeftBeforeItIsAllocated) {
     const Reader readers[] = {
-            {"int32", 4, ReadMany<int32_t, AParcel_readInt32Array>},
-            {"int64", 8, ReadMany<int64_t, AParcel_readInt64Array>},
-            {"float", 4, ReadMany<float, AParcel_readFloatArray>},
-            {"double", 8, ReadMany<double, AParcel_readDoubleArray>},
-            {"char", 4, ReadMany<char16_t, AParcel_readCharArray>},
-            {"byte", 1, ReadMany<int8_t, AParcel_readByteArray>},
+            {"int32", 4, ReadVector<int32_t>}, {"int64", 8, ReadVector<int64_t>},
+            {"float", 4, ReadVector<float>},   {"double", 8, ReadVector<double>},
+            {"char", 4, ReadVector<char16_t>}, {"byte", 1, ReadVector<int8_t>},
     };
     for (const Reader& reader : readers) {
         SCOPED_TRACE(reader.name);
@@ -101,7 +87,7 @@ TEST(ParcelTest, AnArraysLengthIsComparedWithWhatIsLeftBeforeItIsAllocated) {
             AParcel_writeInt32(made.get(), claimed);
             std::vector<uint8_t> bytes = Bytes(made);
             bytes.resize(bytes.size() + elements * reader.element);
-            return ParcelOf(bytes);
+            return ParcelOfBytes(bytes);
         };
         EXPECT_EQ(reader.read(parcel(4, 4).get()), STATUS_OK);
         EXPECT_EQ(reader.read(parcel(0, 0).get()), STATUS_OK);
@@ -124,7 +110,7 @@ TEST(ParcelTest, WritersRefuseLengthsThatMakeNoSense) {
 }
 
 TEST(ParcelTest, APositionLiesOnABoundaryWithinTheParcel) {
-    const ndk::ScopedAParcel parcel = ParcelOf({1, 2, 3, 4, 5, 6, 7, 8, 9});
+    const ndk::ScopedAParcel parcel = ParcelOfBytes({1, 2, 3, 4, 5, 6, 7, 8, 9});
     for (int32_t good : {0, 4, 8, 9}) {
         EXPECT_EQ(AParcel_setDataPosition(parcel.get(), good), STATUS_OK) << good;
         EXPECT_EQ(AParcel_getDataPosition(parcel.get()), good);
@@ -152,7 +138,7 @@ TEST(ParcelTest, AParcelHoldsSixteenMebibytesAndNotFourBytesMore) {
 }
 
 TEST(ParcelTest, AppendingCopiesARangeAndChecksIt) {
-    const ndk::ScopedAParcel from = ParcelOf({1, 2, 3, 4, 5, 6, 7, 8, 9});
+    const ndk::ScopedAParcel from = ParcelOfBytes({1, 2, 3, 4, 5, 6, 7, 8, 9});
     struct Case {
         int32_t start;
         int32_t size;
@@ -194,7 +180,7 @@ TEST(ParcelTest, AParcelCanBeAppendedToItself) {
 }
 
 TEST(ParcelTest, MarshalledBytesMakeTheSameParcelAgain) {
-    const ndk::ScopedAParcel parcel = ParcelOf({1, 2, 3, 4, 5, 6, 7, 8});
+    const ndk::ScopedAParcel parcel = ParcelOfBytes({1, 2, 3, 4, 5, 6, 7, 8});
     std::vector<uint8_t> bytes(4);
     EXPECT_EQ(AParcel_marshal(parcel.get(), bytes.data(), 4, 4), STATUS_OK);
     EXPECT_THAT(bytes, ElementsAre(5, 6, 7, 8));

@@ -99,10 +99,8 @@ TEST(ParcelStringsTest, ALengthBeyondTheEndOrWithoutItsZeroIsRefused) {
             {{1, 0}, STATUS_NOT_ENOUGH_DATA},
     };
     for (const auto& [bytes, status] : cases) {
-        ndk::ScopedAParcel parcel(AParcel_create());
-        AParcel_unmarshal(parcel.get(), bytes.data(), bytes.size());
         std::string text;
-        EXPECT_EQ(ndk::AParcel_readString(parcel.get(), &text), status)
+        EXPECT_EQ(ndk::AParcel_readString(ParcelOfBytes(bytes).get(), &text), status)
                 << testing::PrintToString(bytes);
     }
 }

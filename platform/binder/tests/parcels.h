@@ -6,6 +6,7 @@
 
 #include <android/binder_auto_utils.h>
 #include <android/binder_parcel.h>
+#include <gtest/gtest.h>
 
 #include <vector>
 
@@ -21,6 +22,13 @@ inline ndk::ScopedAParcel ParcelOfWords(const std::vector<int32_t>& words) {
     for (int32_t word : words)
         AParcel_writeInt32(parcel.get(), word);
     AParcel_setDataPosition(parcel.get(), 0);
+    return parcel;
+}
+
+// The same, whatever the bytes are.
+inline ndk::ScopedAParcel ParcelOfBytes(const std::vector<uint8_t>& bytes) {
+    ndk::ScopedAParcel parcel = NewParcel();
+    EXPECT_EQ(AParcel_unmarshal(parcel.get(), bytes.data(), bytes.size()), STATUS_OK);
     return parcel;
 }
 

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/parcels.h"
+
 namespace {
 
 using ndk::ScopedAStatus;
@@ -87,18 +89,14 @@ TEST(StatusTest, HeadersThatAreCutOrOddAreRefused) {
     ndk::ScopedAParcel whole(AParcel_create());
     const ScopedAStatus sent = ScopedAStatus::fromServiceSpecificErrorWithMessage(1, "ab");
     ASSERT_EQ(AParcel_writeStatusHeader(whole.get(), sent.get()), STATUS_OK);
-    const auto size = static_cast<size_t>(AParcel_getDataSize(whole.get()));
-    std::vector<uint8_t> bytes(size);
-    ASSERT_EQ(AParcel_marshal(whole.get(), bytes.data(), 0, size), STATUS_OK);
+    std::vector<uint8_t> bytes = Bytes(whole);
     AStatus* never_set = nullptr;
-    ndk::ScopedAParcel parcel(AParcel_create());
-    for (size_t length = 0; length < size; ++length) {
-        AParcel_unmarshal(parcel.get(), bytes.data(), length);
-        EXPECT_EQ(AParcel_readStatusHeader(parcel.get(), &never_set), STATUS_NOT_ENOUGH_DATA);
+    for (size_t length = 0; length < bytes.size(); ++length) {
+        const auto cut = ParcelOfBytes({bytes.begin(), bytes.begin() + static_cast<int>(length)});
+        EXPECT_EQ(AParcel_readStatusHeader(cut.get(), &never_set), STATUS_NOT_ENOUGH_DATA);
     }
-    bytes[size - 8] = 1;
-    AParcel_unmarshal(parcel.get(), bytes.data(), size);
-    EXPECT_EQ(AParcel_readStatusHeader(parcel.get(), &never_set), STATUS_BAD_VALUE);
+    bytes[bytes.size() - 8] = 1;
+    EXPECT_EQ(AParcel_readStatusHeader(ParcelOfBytes(bytes).get(), &never_set), STATUS_BAD_VALUE);
     EXPECT_EQ(never_set, nullptr);
 }
 
