@@ -1,5 +1,8 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
+#include <time.h>
+
+#include <utility>
 
 #include "line_format.h"
 #include "log_filter.h"
@@ -14,11 +17,7 @@ std::string Printable(std::string_view text) {
 }
 
 TEST(LineFormat, WritesOutWhatCouldForgeALineOrReachTheTerminal) {
-    struct Case {
-        std::string_view text;
-        const char* printed;
-    };
-    const Case cases[] = {
+    const std::pair<std::string_view, const char*> cases[] = {
             {"Check failed: a == b (a=1, b=2) ", "Check failed: a == b (a=1, b=2) "},
             {"tab\tand ünïcödé €", "tab\tand ünïcödé €"},
             {"\x1b[2K\x1b[1Gforged", "\\x1b[2K\\x1b[1Gforged"},
@@ -33,18 +32,13 @@ TEST(LineFormat, WritesOutWhatCouldForgeALineOrReachTheTerminal) {
             {"cut short \xe2\x80", "cut short \xe2\x80"},
             {"cut short \xc2", "cut short \xc2"},
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(Printable(c.text), c.printed);
+    for (const auto& [text, printed] : cases)
+        EXPECT_EQ(Printable(text), printed);
 }
 
 TEST(LineFormat, StampsFollowTheClockAlsoWithinASecondAndBackwards) {
     tm date = {};
-    date.tm_year = 126;
-    date.tm_mon = 2;
-    date.tm_mday = 14;
-    date.tm_hour = 9;
-    date.tm_min = 26;
-    date.tm_sec = 53;
+    ASSERT_NE(strptime("2026-03-14 09:26:53", "%Y-%m-%d %H:%M:%S", &date), nullptr);
     date.tm_isdst = -1;
     const time_t second = mktime(&date);
     TimeStamp stamp;
