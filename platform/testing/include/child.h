@@ -32,9 +32,7 @@ struct ExitStatus {
     int code = -1;   // exit status; -1 if a signal ended it
     int signal = 0;  // the signal; 0 if it exited
 
-    bool operator==(const ExitStatus& other) const {
-        return code == other.code && signal == other.signal;
-    }
+    bool operator==(const ExitStatus&) const = default;
 };
 
 class Child {

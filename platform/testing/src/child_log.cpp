@@ -54,20 +54,17 @@ void ChildLog::Append(const std::string& chunk) {
     changed_.notify_all();
 }
 
-// Waits on a condition variable, which the lock analysis does not follow.
-bool ChildLog::WaitForLine(const std::string& text,
-                           std::chrono::milliseconds limit) NO_THREAD_SAFETY_ANALYSIS {
-    const auto end = std::chrono::steady_clock::now() + limit;
+bool ChildLog::WaitForLine(const std::string& text, std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
-    for (size_t seen = 0;;) {
-        for (; seen < lines_.size(); ++seen) {
-            if (lines_[seen].find(text) != std::string::npos) return true;
-        }
-        if (ended_) return false;
-        if (changed_.wait_until(lock, end) == std::cv_status::timeout && seen == lines_.size()) {
-            return false;
-        }
-    }
+    bool found = false;
+    size_t seen = 0;
+    changed_.wait_for(lock, limit, [&] {
+        android::base::ScopedLockAssertion held(mutex_);
+        for (; !found && seen < lines_.size(); ++seen)
+            found = lines_[seen].find(text) != std::string::npos;
+        return found || ended_;
+    });
+    return found;
 }
 
 bool ChildLog::WaitForEnd(std::chrono::milliseconds limit) {
