@@ -44,93 +44,89 @@ TEST(WithoutAServiceManager, EachCallWaitsAndSaysSoOnceWithTheFolder) {
     }
 }
 
-TEST(ARestartedServiceManager, LearnsEveryLivePublishersServicesAgain) {
-    ScopedHost host;
-    Helper publisher("Client"), client("Client"), dead("Client");
-    ASSERT_EQ(publisher.Command("publish n x"), "0");
-    ASSERT_EQ(publisher.Command("publish m y"), "0");
+class ARestartedServiceManager : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(publisher_.Command("publish n x"), "0"); }
+
+    void Restart() {
+        host_.KillServiceManager();
+        host_.StartServiceManager();
+    }
+
+    ScopedHost host_;
+    Helper publisher_{"Client"};
+    Helper client_{"Client"};
+};
+
+TEST_F(ARestartedServiceManager, LearnsEveryLivePublishersServicesAgain) {
+    Helper dead("Client");
+    ASSERT_EQ(publisher_.Command("publish m y"), "0");
     ASSERT_EQ(dead.Command("publish gone z"), "0");
     for (int round = 0; round < 3; ++round) {
-        host.KillServiceManager();
+        host_.KillServiceManager();
         dead.process().Kill();
-        host.StartServiceManager();
-        EXPECT_EQ(client.Command("wait n"), Says(publisher, "x"));
-        EXPECT_EQ(client.Command("wait m"), Says(publisher, "y"));
-        EXPECT_EQ(client.Command("check gone"), "null");
+        host_.StartServiceManager();
+        EXPECT_EQ(client_.Command("wait n"), Says(publisher_, "x"));
+        EXPECT_EQ(client_.Command("wait m"), Says(publisher_, "y"));
+        EXPECT_EQ(client_.Command("check gone"), "null");
     }
 }
 
-TEST(ARestartedServiceManager, HasNotDisturbedRunningConnections) {
-    ScopedHost host;
-    Helper publisher("Client"), client("Client");
-    ASSERT_EQ(publisher.Command("publish n x"), "0");
-    ASSERT_EQ(client.Command("keep n"), Says(publisher, "x"));
+TEST_F(ARestartedServiceManager, HasNotDisturbedRunningConnections) {
+    ASSERT_EQ(client_.Command("keep n"), Says(publisher_, "x"));
     // Until the publisher knows of the new holder, the reference stands and falls with the service
     // manager that passed it on.
-    ASSERT_TRUE(WaitForRest({publisher.pid(), client.pid()}));
-    host.KillServiceManager();
-    EXPECT_EQ(client.Command("ask"), Says(publisher, "x"));
-    host.StartServiceManager();
-    EXPECT_EQ(client.Command("ask"), Says(publisher, "x"));
-    EXPECT_EQ(client.Command("wait n"), Says(publisher, "x"));
+    ASSERT_TRUE(WaitForRest({publisher_.pid(), client_.pid()}));
+    host_.KillServiceManager();
+    EXPECT_EQ(client_.Command("ask"), Says(publisher_, "x"));
+    host_.StartServiceManager();
+    EXPECT_EQ(client_.Command("ask"), Says(publisher_, "x"));
+    EXPECT_EQ(client_.Command("wait n"), Says(publisher_, "x"));
 }
 
-TEST(ARestartedServiceManager, FindsThoseWhoWaitedStillWaiting) {
-    ScopedHost host;
-    Helper waiter("Client"), publisher("Client");
-    waiter.Send("wait n");
-    EXPECT_FALSE(waiter.WaitForAnswer(milliseconds(100)));
-    host.KillServiceManager();
-    EXPECT_TRUE(waiter.log().WaitForLine("waitForService(n) waits"));
-    host.StartServiceManager();
-    EXPECT_FALSE(waiter.WaitForAnswer(milliseconds(100)));
-    ASSERT_EQ(publisher.Command("publish n x"), "0");
-    EXPECT_EQ(waiter.WaitForAnswer(), Says(publisher, "x"));
+TEST_F(ARestartedServiceManager, FindsThoseWhoWaitedStillWaiting) {
+    client_.Send("wait m");
+    EXPECT_FALSE(client_.WaitForAnswer(milliseconds(100)));
+    host_.KillServiceManager();
+    EXPECT_TRUE(client_.log().WaitForLine("waitForService(m) waits"));
+    host_.StartServiceManager();
+    EXPECT_FALSE(client_.WaitForAnswer(milliseconds(100)));
+    ASSERT_EQ(publisher_.Command("publish m y"), "0");
+    EXPECT_EQ(client_.WaitForAnswer(), Says(publisher_, "y"));
 }
 
-TEST(ARestartedServiceManager, KeepsANameForWhoeverCameFirst) {
-    ScopedHost host;
-    Helper slow("Client"), fast("Client");
-    ASSERT_EQ(slow.Command("publish n slow"), "0");
-    ASSERT_TRUE(slow.process().Stop());
-    host.KillServiceManager();
-    host.StartServiceManager();
-    ASSERT_EQ(fast.Command("publish n fast"), "0");
-    ASSERT_TRUE(slow.process().Continue());
-    EXPECT_TRUE(slow.log().WaitForLine("n is not published again: the name is held by pid " +
-                                       std::to_string(fast.pid())));
-    EXPECT_EQ(slow.Command("check n"), Says(fast, "fast"));
-    EXPECT_EQ(slow.log().Count("not published again"), 1);
+TEST_F(ARestartedServiceManager, KeepsANameForWhoeverCameFirst) {
+    ASSERT_TRUE(publisher_.process().Stop());
+    Restart();
+    ASSERT_EQ(client_.Command("publish n fast"), "0");
+    ASSERT_TRUE(publisher_.process().Continue());
+    EXPECT_TRUE(publisher_.log().WaitForLine("n is not published again: the name is held by pid " +
+                                             std::to_string(client_.pid())));
+    EXPECT_EQ(publisher_.Command("check n"), Says(client_, "fast"));
+    EXPECT_EQ(publisher_.log().Count("not published again"), 1);
 }
 
-TEST(ARestartedServiceManager, LearnsLaterFromAPublisherThatHasNoDescriptorForItNow) {
-    ScopedHost host;
-    Helper publisher("Client"), client("Client");
-    ASSERT_EQ(publisher.Command("publish n x"), "0");
+TEST_F(ARestartedServiceManager, LearnsLaterFromAPublisherThatHasNoDescriptorForItNow) {
     // The first looks whether the old one is gone, the second is the control connection to the new
     // one, and the one for the call cannot be had.
-    ASSERT_EQ(publisher.Command("fail socket 3"), "armed");
-    ASSERT_TRUE(publisher.process().Stop());
-    host.KillServiceManager();
-    host.StartServiceManager();
-    ASSERT_EQ(client.Command("check n"), "null");
-    ASSERT_TRUE(publisher.process().Continue());
-    EXPECT_EQ(client.Command("wait n"), Says(publisher, "x"));
-    EXPECT_EQ(publisher.Command("failed"), "yes");
-    EXPECT_EQ(publisher.log().Count("services stay unpublished: "), 1);
+    ASSERT_EQ(publisher_.Command("fail socket 3"), "armed");
+    ASSERT_TRUE(publisher_.process().Stop());
+    Restart();
+    ASSERT_EQ(client_.Command("check n"), "null");
+    ASSERT_TRUE(publisher_.process().Continue());
+    EXPECT_EQ(client_.Command("wait n"), Says(publisher_, "x"));
+    EXPECT_EQ(publisher_.Command("failed"), "yes");
+    EXPECT_EQ(publisher_.log().Count("services stay unpublished: "), 1);
 }
 
-TEST(ARestartedServiceManager, IsFoundAgainInAFolderThatWasUnusableForAWhile) {
-    ScopedHost host;
-    Helper publisher("Client"), client("Client");
-    ASSERT_EQ(publisher.Command("publish n x"), "0");
-    chmod(host.path().c_str(), 0755);
-    host.KillServiceManager();
-    EXPECT_TRUE(publisher.log().WaitForLine("services stay unpublished: "));
-    chmod(host.path().c_str(), 0700);
-    host.StartServiceManager();
-    EXPECT_EQ(client.Command("wait n"), Says(publisher, "x"));
-    EXPECT_EQ(publisher.log().Count("services stay unpublished: "), 1);
+TEST_F(ARestartedServiceManager, IsFoundAgainInAFolderThatWasUnusableForAWhile) {
+    chmod(host_.path().c_str(), 0755);
+    host_.KillServiceManager();
+    EXPECT_TRUE(publisher_.log().WaitForLine("services stay unpublished: "));
+    chmod(host_.path().c_str(), 0700);
+    host_.StartServiceManager();
+    EXPECT_EQ(client_.Command("wait n"), Says(publisher_, "x"));
+    EXPECT_EQ(publisher_.log().Count("services stay unpublished: "), 1);
 }
 
 }  // namespace
