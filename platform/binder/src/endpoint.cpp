@@ -358,10 +358,15 @@ void Endpoint::OnControl(Newcomer* newcomer, const std::string& name) {
     DropNewcomer(newcomer);
 }
 
+// Of a peer that is cut off the log has said all there is to say.
+void Endpoint::Refuse(Newcomer* newcomer, const Peer& peer, const char* reason) {
+    peer.IsCut() ? DropNewcomer(newcomer) : newcomer->Cut(reason);
+}
+
 void Endpoint::OnCall(Newcomer* newcomer, const std::shared_ptr<Peer>& peer) {
     auto connection = std::make_shared<CallConnection>(peer, newcomer->TakeFd(), false);
     if (!peer->AddAccepted(connection))
-        return newcomer->Cut("it has as many connections as a process may have");
+        return Refuse(newcomer, *peer, "it has as many connections as a process may have");
     if (!connection->JoinPool()) peer->DropAccepted(connection);
     DropNewcomer(newcomer);
 }
@@ -372,7 +377,7 @@ void Endpoint::OnOneway(Newcomer* newcomer, const std::shared_ptr<Peer>& peer,
     auto receiver = std::make_shared<OnewayReceiver>(peer, newcomer->TakeFd());
     bool mapped = hello.ring_bytes == RingMemory::kTotalBytes && receiver->Map(ring.get());
     if (!mapped) return newcomer->Cut("memory that is not a ring");
-    if (!peer->SetReceiver(receiver)) return newcomer->Cut("a second oneway connection");
+    if (!peer->SetReceiver(receiver)) return Refuse(newcomer, *peer, "a second oneway connection");
     if (!receiver->JoinPool()) {
         // Nothing has been read: the peer brings the ring again.
         peer->DropReceiver();

@@ -82,6 +82,7 @@ class Endpoint {
     void MakeRoomForOneMore();
     bool HasAnotherName(const std::string& name, pid_t pid) REQUIRES(mutex_);
     void OnControl(Newcomer* newcomer, const std::string& name);
+    void Refuse(Newcomer* newcomer, const Peer& peer, const char* reason);
     void OnCall(Newcomer* newcomer, const std::shared_ptr<Peer>& peer);
     void OnOneway(Newcomer* newcomer, const std::shared_ptr<Peer>& peer, const HelloBody& hello);
     void RemoveSocketFile(const std::string& name, int more_times);

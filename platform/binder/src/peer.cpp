@@ -206,7 +206,7 @@ void Peer::OnControlEnd(ControlConnection* control) {
     {
         std::lock_guard lock(control_mutex_);
         if (control_.get() != control) return;
-        unanswered = !control_open_ && !cut_.load();
+        unanswered = !control_open_ && !IsCut();
         if (unanswered) control_ = nullptr;
     }
     if (!unanswered) return Die();
@@ -452,7 +452,8 @@ bool Peer::AddAccepted(const std::shared_ptr<CallConnection>& connection) {
             closed.push_back(*here);
             accepted_.erase(here);
         }
-        added = !IsDead() && accepted_.size() + kOtherConnections < kMaxConnectionsPerPeer;
+        added = !IsDead() && !IsCut() &&
+                accepted_.size() + kOtherConnections < kMaxConnectionsPerPeer;
         if (added) accepted_.insert(connection);
     }
     for (auto& one : closed)
@@ -468,7 +469,7 @@ void Peer::DropAccepted(const std::shared_ptr<CallConnection>& connection) {
 
 bool Peer::SetReceiver(std::shared_ptr<OnewayReceiver> receiver) {
     std::lock_guard lock(mutex_);
-    if (IsDead() || receiver_ != nullptr) return false;
+    if (IsDead() || IsCut() || receiver_ != nullptr) return false;
     receiver_ = std::move(receiver);
     return true;
 }

@@ -43,6 +43,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
     pid_t pid() const { return pid_.load(); }
     uid_t uid() const { return uid_.load(); }
     bool IsDead() const { return dead_.load(std::memory_order_acquire); }
+    // It is about to die here: no connection of it is taken in any more.
+    bool IsCut() const { return cut_.load(); }
     // What the kernel sees now: false also for a death that has not been noticed yet. True while
     // the peer's own attempt is awaited.
     bool IsConnectionOpen() EXCLUDES(control_mutex_);
@@ -96,7 +98,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
     void GiveBackConnection(std::shared_ptr<CallConnection> connection, bool reusable)
             EXCLUDES(mutex_);
 
-    // Connections that the peer opened. False if it has as many as it may.
+    // Connections that the peer opened. False if it has as many as it may, or is cut off.
     bool AddAccepted(const std::shared_ptr<CallConnection>& connection) EXCLUDES(mutex_);
     void DropAccepted(const std::shared_ptr<CallConnection>& connection) EXCLUDES(mutex_);
     bool SetReceiver(std::shared_ptr<OnewayReceiver> receiver) EXCLUDES(mutex_);
