@@ -63,8 +63,12 @@ std::shared_ptr<DeathLink> TakeFirstLink(ProxyBinder* proxy) {
 }
 
 void NotifyDeath(ProxyBinder* proxy) {
-    while (std::shared_ptr<DeathLink> link = TakeFirstLink(proxy)) {
+    for (;;) {
+        // Not with a link in hand: who deletes its recipient while the process exits would not find
+        // it, and nobody would call that it has ended.
         Pool::StayIfExiting();
+        const std::shared_ptr<DeathLink> link = TakeFirstLink(proxy);
+        if (link == nullptr) return;
         link->recipient->on_died(link->cookie);
         CallUnlinked(*link);
         link->proxy.reset();
